@@ -1,0 +1,18 @@
+# Compiler settings shared by every target of the project.
+
+if(TVXCORE_SANITIZE)
+  string(REPLACE ";" "," _tvx_san "${TVXCORE_SANITIZE}")
+  add_compile_options(-fsanitize=${_tvx_san} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${_tvx_san})
+  if(_tvx_san MATCHES "undefined|address")
+    add_compile_options(-fno-sanitize-recover=all)
+  endif()
+endif()
+
+# 16-byte compare-and-swap for the lock-free stacks.
+add_compile_options(-mcx16)
+
+# Warnings as errors on the project's own code.
+function(tvxcore_set_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+endfunction()

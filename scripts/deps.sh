@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that building, testing and benchmarking
+# tvxcore need, but only those that are missing. Run as root.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  clang libclang-rt-14-dev clang-format
+  libboost-dev libboost-thread-dev libboost-date-time-dev
+  libexpat1-dev libicu-dev libdw-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  unicode-data
+  libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]})); then
+  echo "tvxcore: installing ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "tvxcore: these packages are missing; run as root or install them: ${missing[*]}" >&2
+    exit 1
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

@@ -1,0 +1,19 @@
+// Contract checks of the library: a violated precondition is reported here and
+// the caller then goes on with its normal path.
+#pragma once
+
+#include "tvxcore/Export.h"
+
+namespace tvxcore::debug::internal {
+
+// Reports a violated contract: `expression` failed in `file` at `line`.
+// Returns when the host's error road returns.
+TVXCORE_EXPORT void ContractViolation(const char* expression, const char* file, long line);
+
+}  // namespace tvxcore::debug::internal
+
+// Checks a precondition; on failure reports it and continues.
+#define TVX_CONTRACT(expr, file, line)                                  \
+  do {                                                                  \
+    if (!(expr)) ::tvxcore::debug::internal::ContractViolation(#expr, file, line); \
+  } while (0)
