@@ -9,7 +9,7 @@ packages=(
   libboost-dev libboost-thread-dev libboost-date-time-dev
   libexpat1-dev libicu-dev libdw-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  unicode-data
+  unicode-data python3
   libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev
 )
 

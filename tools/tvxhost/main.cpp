@@ -55,7 +55,8 @@ int UsageError(const std::string& group) {
   auto it = Groups().find(group);
   std::cerr << "usage:\n";
   if (it != Groups().end()) {
-    for (const auto& line : it->second.usage) std::cerr << "  tvxhost " << group << ' ' << line << '\n';
+    for (const auto& line : it->second.usage)
+      std::cerr << "  tvxhost " << group << ' ' << line << '\n';
   }
   return 2;
 }

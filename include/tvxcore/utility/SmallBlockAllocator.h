@@ -59,10 +59,13 @@ class TVXCORE_EXPORT SmallBlockAllocator {
     STLAllocator(const STLAllocator<U>&) noexcept {}
 
     T* allocate(std::size_t n) {
-      if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+      if (n > std::numeric_limits<std::size_t>::max() / sizeof(T))
+        throw std::bad_array_new_length();
       return static_cast<T*>(SmallBlockAllocator::Allocate(n * sizeof(T)));
     }
-    void deallocate(T* p, std::size_t n) noexcept { SmallBlockAllocator::Dispose(p, n * sizeof(T)); }
+    void deallocate(T* p, std::size_t n) noexcept {
+      SmallBlockAllocator::Dispose(p, n * sizeof(T));
+    }
 
     template <typename U>
     bool operator==(const STLAllocator<U>&) const noexcept {

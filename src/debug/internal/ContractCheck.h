@@ -10,10 +10,15 @@ namespace tvxcore::debug::internal {
 // Returns when the host's error road returns.
 TVXCORE_EXPORT void ContractViolation(const char* expression, const char* file, long line);
 
+// Lets a test observe contract violations: the observer runs first, on the
+// thread that violated the contract. Pass null to remove it. Not for production.
+using ContractObserver = void (*)(const char* expression, const char* file, long line);
+TVXCORE_EXPORT ContractObserver SetContractObserverForTesting(ContractObserver observer);
+
 }  // namespace tvxcore::debug::internal
 
 // Checks a precondition; on failure reports it and continues.
-#define TVX_CONTRACT(expr, file, line)                                  \
-  do {                                                                  \
+#define TVX_CONTRACT(expr, file, line)                                             \
+  do {                                                                             \
     if (!(expr)) ::tvxcore::debug::internal::ContractViolation(#expr, file, line); \
   } while (0)
