@@ -71,6 +71,9 @@ std::size_t MapSingleUnits(const UTF16Char* inSource, UTF16Char* outDest, std::s
 template <CaseForm Form>
 void AppendMapped(UTF16String& ioResult, const UTF16Char* inSource, std::size_t inCount) {
   std::size_t pos = ioResult.size();
+  // A little room beyond one unit per unit, so that the odd longer form in a
+  // short text does not move the text at once.
+  ioResult.reserve(pos + inCount + inCount / 16 + 4);
   ioResult.resize(pos + inCount);
   std::size_t i = 0;
   for (;;) {
