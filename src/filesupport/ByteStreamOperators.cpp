@@ -3,6 +3,7 @@
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 
 #include <cstring>
+#include <string_view>
 #include <type_traits>
 
 #include "filesupport/internal/DecimalText.h"
@@ -58,10 +59,16 @@ void GetString(IByteStream& in, String& value) {
   }
 }
 
-void PutDecimal(OByteStream& out, const std::string& text) { PutString(out, text); }
+template <typename T>
+void PutDecimal(OByteStream& out, T value) {
+  internal::DecimalBuffer buffer;
+  const std::size_t size = internal::FormatDecimal(value, buffer);
+  PutString(out, std::string_view(buffer.text, size));
+}
 
 std::string GetDecimal(IByteStream& in) {
   std::string text;
+  text.reserve(48);  // room for any text the writer makes, whatever the count says
   GetString(in, text);
   return text;
 }
@@ -130,15 +137,15 @@ OByteStream& operator<<(OByteStream& out, const unsigned long long& value) {
 // A float goes out as a standard stream prints it: widened to double, which is
 // exact.
 OByteStream& operator<<(OByteStream& out, const float& value) {
-  PutDecimal(out, internal::FormatDecimal(static_cast<double>(value)));
+  PutDecimal(out, static_cast<double>(value));
   return out;
 }
 OByteStream& operator<<(OByteStream& out, const double& value) {
-  PutDecimal(out, internal::FormatDecimal(value));
+  PutDecimal(out, value);
   return out;
 }
 OByteStream& operator<<(OByteStream& out, const long double& value) {
-  PutDecimal(out, internal::FormatDecimal(value));
+  PutDecimal(out, value);
   return out;
 }
 OByteStream& operator<<(OByteStream& out, const std::string& value) {

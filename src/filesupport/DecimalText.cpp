@@ -5,6 +5,7 @@
 #include <charconv>
 #include <locale>
 #include <sstream>
+#include <string>
 #include <system_error>
 
 namespace tvxcore::filesupport::internal {
@@ -13,13 +14,12 @@ namespace {
 
 constexpr int kSignificantDigits = 36;
 
+// 64 characters hold a sign, 36 digits, a point and a five-digit exponent.
 template <typename T>
-std::string Format(T value) {
-  // Enough for a sign, 36 digits, a point and a five-digit exponent.
-  char buffer[64];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value,
+std::size_t Format(T value, DecimalBuffer& buffer) {
+  const auto result = std::to_chars(buffer.text, buffer.text + sizeof buffer.text, value,
                                     std::chars_format::general, kSignificantDigits);
-  return std::string(buffer, result.ptr);
+  return static_cast<std::size_t>(result.ptr - buffer.text);
 }
 
 bool IsBlank(char c) {
@@ -84,8 +84,10 @@ T Parse(std::string_view text) {
 
 }  // namespace
 
-std::string FormatDecimal(double value) { return Format(value); }
-std::string FormatDecimal(long double value) { return Format(value); }
+std::size_t FormatDecimal(double value, DecimalBuffer& buffer) { return Format(value, buffer); }
+std::size_t FormatDecimal(long double value, DecimalBuffer& buffer) {
+  return Format(value, buffer);
+}
 
 float ParseDecimalFloat(std::string_view text) { return Parse<float>(text); }
 double ParseDecimalDouble(std::string_view text) { return Parse<double>(text); }

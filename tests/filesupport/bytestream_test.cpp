@@ -285,6 +285,17 @@ TEST(ByteStreamEncoding, EveryValueTypeHasItsExactBytesAndReadsBack) {
   }
 }
 
+// A pointer has no encoding: a literal must not go out as the bool it converts
+// to, nor any other pointer.
+template <typename T>
+concept Writable = requires(fs::OByteStream& out, const T& value) {
+  out << value;
+};
+static_assert(!Writable<char[5]>);
+static_assert(!Writable<const char*>);
+static_assert(!Writable<int*>);
+static_assert(Writable<std::string> && Writable<bool> && Writable<double>);
+
 TEST(ByteStreamEncoding, TriboolStateTravelsAsOneByte) {
   using boost::logic::tribool;
   EXPECT_EQ(Hex(Encode(tribool(false))), "00");

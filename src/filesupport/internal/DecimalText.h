@@ -3,15 +3,19 @@
 // stream's extraction does, without regard to any locale.
 #pragma once
 
-#include <string>
+#include <cstddef>
 #include <string_view>
 
 namespace tvxcore::filesupport::internal {
 
 // 36 significant digits, the shorter of fixed and scientific form, trailing
 // zeros dropped: "1.5", "-0", "1e+36", "inf", "-nan".
-std::string FormatDecimal(double value);
-std::string FormatDecimal(long double value);
+// The text goes into `buffer`, unterminated; returns its length.
+struct DecimalBuffer {
+  char text[64];
+};
+std::size_t FormatDecimal(double value, DecimalBuffer& buffer);
+std::size_t FormatDecimal(long double value, DecimalBuffer& buffer);
 
 // Skips leading blanks, converts the longest prefix of the form
 // [+-]digits[.digits][(e|E)[+-]digits] and ignores the rest. Gives 0 when that
