@@ -10,6 +10,12 @@
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
 
+// Streams and files
+#include "tvxcore/filesupport/AdapterByteStreams.h"
+#include "tvxcore/filesupport/ByteStream.h"
+#include "tvxcore/filesupport/ByteStreamOperators.h"
+#include "tvxcore/filesupport/MemoryByteStreams.h"
+
 namespace tvxcore {
 
 // The version of the library that is loaded, "major.minor.patch". It may differ
