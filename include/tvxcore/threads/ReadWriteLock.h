@@ -26,7 +26,7 @@ class TVXCORE_EXPORT ReadWriteLock {
   ReadWriteLock& operator=(const ReadWriteLock&) = delete;
 
   // Takes the shared lock unless a writer is announced; false then, at once.
-  bool TryLockShared() {
+  __attribute__((always_inline)) bool TryLockShared() {
     std::uint64_t seen = state_.load(std::memory_order_relaxed);
     if ((seen >> 32) != 0) return false;
     if (state_.compare_exchange_weak(seen, seen + 1, std::memory_order_acquire,
@@ -38,7 +38,7 @@ class TVXCORE_EXPORT ReadWriteLock {
   // Takes the shared lock, waiting out an announced writer.
   void LockShared();
 
-  void UnlockShared() {
+  __attribute__((always_inline)) void UnlockShared() {
     const std::uint64_t before = state_.fetch_sub(1, std::memory_order_release);
     if ((before >> 32) != 0 && (before & kReaderMask) == 1) WakeWriter();
   }

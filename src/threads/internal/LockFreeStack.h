@@ -24,7 +24,7 @@ class alignas(16) LockFreeStack {
   LockFreeStack(const LockFreeStack&) = delete;
   LockFreeStack& operator=(const LockFreeStack&) = delete;
 
-  void Push(void* element) noexcept {
+  __attribute__((always_inline)) void Push(void* element) noexcept {
     auto* link = static_cast<std::uint64_t*>(element);
     const std::uint64_t node = reinterpret_cast<std::uint64_t>(element);
     for (;;) {
@@ -36,7 +36,7 @@ class alignas(16) LockFreeStack {
   }
 
   // Returns the top element, or null when the stack is empty.
-  void* Pop() noexcept {
+  __attribute__((always_inline)) void* Pop() noexcept {
     for (;;) {
       const std::uint64_t tag = __atomic_load_n(&tag_, __ATOMIC_ACQUIRE);
       const std::uint64_t top = __atomic_load_n(&top_, __ATOMIC_ACQUIRE);
