@@ -10,6 +10,13 @@
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
 
+// Threads and execution
+#include "tvxcore/threads/Gate.h"
+#include "tvxcore/threads/ReadWriteLock.h"
+#include "tvxcore/threads/RecursiveMutex.h"
+#include "tvxcore/threads/SyncPoint.h"
+#include "tvxcore/threads/Thread.h"
+
 // Streams and files
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
