@@ -11,7 +11,6 @@ template <>
 ctype<tvxcore::UTF16Char>::~ctype() {}
 template <>
 ctype<tvxcore::UTF8Char>::~ctype() {}
-_GLIBCXX_BEGIN_NAMESPACE_CXX11
 template <>
 void numpunct<tvxcore::UTF16Char>::_M_initialize_numpunct(__c_locale) {
   _M_data = nullptr;
@@ -24,7 +23,6 @@ void numpunct<tvxcore::UTF8Char>::_M_initialize_numpunct(__c_locale) {
 }
 template <>
 numpunct<tvxcore::UTF8Char>::~numpunct() {}
-_GLIBCXX_END_NAMESPACE_CXX11
 }  // namespace std
 
 namespace tvxcore::utility::internal {
