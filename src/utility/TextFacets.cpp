@@ -21,73 +21,73 @@ bool IsAscii(C c) {
 }  // namespace
 }  // namespace tvxcore::utility::internal
 
-#define TVX_DEFINE_CTYPE(C)                                                                     \
-  template <>                                                                                   \
-  ctype<C>::~ctype() {}                                                                         \
-  template <>                                                                                   \
-  bool ctype<C>::do_is(mask m, C c) const {                                                     \
-    return tvxcore::utility::internal::IsAscii(c) &&                                            \
-           tvxcore::utility::internal::NarrowCType().is(m, static_cast<char>(c));               \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_is(const C* lo, const C* hi, mask* out) const {                         \
-    const mask* table = tvxcore::utility::internal::NarrowCType().table();                      \
-    for (; lo < hi; ++lo, ++out)                                                                \
-      *out = tvxcore::utility::internal::IsAscii(*lo) ? table[static_cast<unsigned char>(*lo)]  \
-                                                      : mask();                                 \
-    return hi;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_scan_is(mask m, const C* lo, const C* hi) const {                       \
-    while (lo < hi && !do_is(m, *lo)) ++lo;                                                     \
-    return lo;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_scan_not(mask m, const C* lo, const C* hi) const {                      \
-    while (lo < hi && do_is(m, *lo)) ++lo;                                                      \
-    return lo;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  C ctype<C>::do_toupper(C c) const {                                                           \
-    return (c >= 'a' && c <= 'z') ? static_cast<C>(c - 32) : c;                                 \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_toupper(C* lo, const C* hi) const {                                     \
-    for (; lo < hi; ++lo) *lo = do_toupper(*lo);                                                \
-    return hi;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  C ctype<C>::do_tolower(C c) const {                                                           \
-    return (c >= 'A' && c <= 'Z') ? static_cast<C>(c + 32) : c;                                 \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_tolower(C* lo, const C* hi) const {                                     \
-    for (; lo < hi; ++lo) *lo = do_tolower(*lo);                                                \
-    return hi;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  C ctype<C>::do_widen(char c) const {                                                          \
-    return static_cast<C>(static_cast<unsigned char>(c));                                       \
-  }                                                                                             \
-  template <>                                                                                   \
-  const char* ctype<C>::do_widen(const char* lo, const char* hi, C* out) const {                \
-    for (; lo < hi; ++lo, ++out) *out = do_widen(*lo);                                          \
-    return hi;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  char ctype<C>::do_narrow(C c, char fallback) const {                                          \
-    return tvxcore::utility::internal::IsAscii(c) ? static_cast<char>(c) : fallback;            \
-  }                                                                                             \
-  template <>                                                                                   \
-  const C* ctype<C>::do_narrow(const C* lo, const C* hi, char fallback, char* out) const {      \
-    for (; lo < hi; ++lo, ++out) *out = do_narrow(*lo, fallback);                               \
-    return hi;                                                                                  \
-  }                                                                                             \
-  template <>                                                                                   \
-  void numpunct<C>::_M_initialize_numpunct(__c_locale) {                                        \
-    _M_data = nullptr;                                                                          \
-  }                                                                                             \
-  template <>                                                                                   \
+#define TVX_DEFINE_CTYPE(C)                                                                    \
+  template <>                                                                                  \
+  ctype<C>::~ctype() {}                                                                        \
+  template <>                                                                                  \
+  bool ctype<C>::do_is(mask m, C c) const {                                                    \
+    return tvxcore::utility::internal::IsAscii(c) &&                                           \
+           tvxcore::utility::internal::NarrowCType().is(m, static_cast<char>(c));              \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_is(const C* lo, const C* hi, mask* out) const {                        \
+    const mask* table = tvxcore::utility::internal::NarrowCType().table();                     \
+    for (; lo < hi; ++lo, ++out)                                                               \
+      *out = tvxcore::utility::internal::IsAscii(*lo) ? table[static_cast<unsigned char>(*lo)] \
+                                                      : mask();                                \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_scan_is(mask m, const C* lo, const C* hi) const {                      \
+    while (lo < hi && !do_is(m, *lo)) ++lo;                                                    \
+    return lo;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_scan_not(mask m, const C* lo, const C* hi) const {                     \
+    while (lo < hi && do_is(m, *lo)) ++lo;                                                     \
+    return lo;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_toupper(C c) const {                                                          \
+    return (c >= 'a' && c <= 'z') ? static_cast<C>(c - 32) : c;                                \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_toupper(C* lo, const C* hi) const {                                    \
+    for (; lo < hi; ++lo) *lo = do_toupper(*lo);                                               \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_tolower(C c) const {                                                          \
+    return (c >= 'A' && c <= 'Z') ? static_cast<C>(c + 32) : c;                                \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_tolower(C* lo, const C* hi) const {                                    \
+    for (; lo < hi; ++lo) *lo = do_tolower(*lo);                                               \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_widen(char c) const {                                                         \
+    return static_cast<C>(static_cast<unsigned char>(c));                                      \
+  }                                                                                            \
+  template <>                                                                                  \
+  const char* ctype<C>::do_widen(const char* lo, const char* hi, C* out) const {               \
+    for (; lo < hi; ++lo, ++out) *out = do_widen(*lo);                                         \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  char ctype<C>::do_narrow(C c, char fallback) const {                                         \
+    return tvxcore::utility::internal::IsAscii(c) ? static_cast<char>(c) : fallback;           \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_narrow(const C* lo, const C* hi, char fallback, char* out) const {     \
+    for (; lo < hi; ++lo, ++out) *out = do_narrow(*lo, fallback);                              \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  void numpunct<C>::_M_initialize_numpunct(__c_locale) {                                       \
+    _M_data = nullptr;                                                                         \
+  }                                                                                            \
+  template <>                                                                                  \
   numpunct<C>::~numpunct() {}
 
 namespace std {
