@@ -3,6 +3,7 @@
 //   text number <value> [--group] [--digits N] [--plus]
 //   text utf8 <text>
 //   text normalize <form> <text>
+//   text upper|lower|fold|title <text>
 // Further sub-commands are added to Subcommands() below.
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "Host.h"
+#include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 
@@ -95,6 +97,20 @@ int Normalize(const Args& args) {
   return UsageError("text");
 }
 
+// The words of the arguments joined by blanks, as one text.
+UTF16String JoinedText(const Args& args) {
+  std::string text;
+  for (const auto& word : args) text += (text.empty() ? "" : " ") + word;
+  return Wide(text);
+}
+
+template <UTF16String (*Map)(const UTF16String&)>
+int MapCase(const Args& args) {
+  if (args.empty()) return UsageError("text");
+  std::cout << Narrow(Map(JoinedText(args))) << '\n';
+  return 0;
+}
+
 struct Subcommand {
   const char* name;
   const char* usage;
@@ -108,6 +124,12 @@ const std::vector<Subcommand>& Subcommands() {
       {"number", "number <value> [--group] [--digits N] [--plus]", Number},
       {"utf8", "utf8 <text>          UTF-8 bytes, UTF-16 units and the decode result", Utf8},
       {"normalize", "normalize nfc|nfd|nfkc|nfkd <text>", Normalize},
+      {"upper", "upper <text>         upper case (a sharp s becomes SS)",
+       MapCase<utility::UpperCase>},
+      {"lower", "lower <text>         lower case", MapCase<utility::LowerCase>},
+      {"fold", "fold <text>          folded for comparison", MapCase<utility::FoldCase>},
+      {"title", "title <text>         each word capitalised, the rest lower case",
+       MapCase<utility::TitleCase>},
   };
   return table;
 }
