@@ -1,7 +1,7 @@
 // An intrusive lock-free stack (Treiber stack) with ABA protection: the top
-// pointer and a modification tag change together in one 16-byte
-// compare-and-swap (cmpxchg16b, built with -mcx16). Used by the allocator's
-// chunks for their free blocks and by the lock and gate record pools.
+// pointer and a modification tag share one 64-bit word and change together in
+// one compare-and-swap. Used by the allocator's chunks for their free blocks
+// and by the lock and gate record pools.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ namespace tvxcore::threads::internal {
 // it; that thread's compare-and-swap then fails because the tag moved on. The
 // memory must therefore stay mapped while any Pop may run (the allocator only
 // returns chunks after shutting out all poppers).
-class alignas(16) LockFreeStack {
+class LockFreeStack {
  public:
   constexpr LockFreeStack() noexcept = default;
   LockFreeStack(const LockFreeStack&) = delete;
@@ -27,22 +27,24 @@ class alignas(16) LockFreeStack {
   __attribute__((always_inline)) void Push(void* element) noexcept {
     auto* link = static_cast<std::uint64_t*>(element);
     const std::uint64_t node = reinterpret_cast<std::uint64_t>(element);
+    std::uint64_t word = __atomic_load_n(&word_, __ATOMIC_RELAXED);
     for (;;) {
-      const std::uint64_t tag = __atomic_load_n(&tag_, __ATOMIC_ACQUIRE);
-      const std::uint64_t top = __atomic_load_n(&top_, __ATOMIC_ACQUIRE);
-      __atomic_store_n(link, top, __ATOMIC_RELAXED);
-      if (__sync_bool_compare_and_swap(&word_, Pack(top, tag), Pack(node, tag + 1))) return;
+      __atomic_store_n(link, word & kAddressMask, __ATOMIC_RELAXED);
+      if (__atomic_compare_exchange_n(&word_, &word, Pack(node, NextTag(word)), true,
+                                      __ATOMIC_RELEASE, __ATOMIC_RELAXED))
+        return;
     }
   }
 
   // Returns the top element, or null when the stack is empty.
   __attribute__((always_inline)) void* Pop() noexcept {
+    std::uint64_t word = __atomic_load_n(&word_, __ATOMIC_ACQUIRE);
     for (;;) {
-      const std::uint64_t tag = __atomic_load_n(&tag_, __ATOMIC_ACQUIRE);
-      const std::uint64_t top = __atomic_load_n(&top_, __ATOMIC_ACQUIRE);
+      const std::uint64_t top = word & kAddressMask;
       if (top == 0) return nullptr;
       const std::uint64_t next = ReadLink(top);
-      if (__sync_bool_compare_and_swap(&word_, Pack(top, tag), Pack(next, tag + 1)))
+      if (__atomic_compare_exchange_n(&word_, &word, Pack(next, NextTag(word)), true,
+                                      __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE))
         return reinterpret_cast<void*>(top);
     }
   }
@@ -58,14 +60,31 @@ class alignas(16) LockFreeStack {
       __atomic_store_n(reinterpret_cast<std::uint64_t*>(element), below, __ATOMIC_RELAXED);
       below = reinterpret_cast<std::uint64_t>(element);
     }
-    word_ = Pack(below, 0);  // published by whatever makes the stack reachable
+    // Published by whatever makes the stack reachable.
+    __atomic_store_n(&word_, below, __ATOMIC_RELAXED);
   }
 
-  bool IsEmpty() const noexcept { return __atomic_load_n(&top_, __ATOMIC_ACQUIRE) == 0; }
+  bool IsEmpty() const noexcept {
+    return (__atomic_load_n(&word_, __ATOMIC_ACQUIRE) & kAddressMask) == 0;
+  }
 
  private:
-  static unsigned __int128 Pack(std::uint64_t top, std::uint64_t tag) noexcept {
-    return (static_cast<unsigned __int128>(tag) << 64) | top;
+  // Elements are 16-byte aligned and user-space addresses on x86-64 Linux stay
+  // below 2^47, so an element's address leaves the low 4 and the high 16 bits
+  // of the word free: together they hold a 20-bit tag that every push and pop
+  // advances. A pop that read a stale top fails its compare-and-swap unless
+  // exactly 2^20 operations happened in between while its thread was paused.
+  static constexpr std::uint64_t kAddressMask = 0x0000FFFFFFFFFFF0ull;
+  static constexpr std::uint64_t kLowTagMask = 0xF;
+
+  static std::uint64_t NextTag(std::uint64_t word) noexcept {
+    // Adding 1 to the low nibble carries into bit 4; route that carry to bit 48.
+    const std::uint64_t low = (word & kLowTagMask) + 1;
+    const std::uint64_t high = (word >> 48) + (low >> 4);
+    return ((high & 0xFFFF) << 48) | (low & kLowTagMask);
+  }
+  static std::uint64_t Pack(std::uint64_t address, std::uint64_t tagBits) noexcept {
+    return address | tagBits;
   }
 
   // Reads the link of an element that may have been popped and handed to a
@@ -73,7 +92,7 @@ class alignas(16) LockFreeStack {
   // tag check of the following compare-and-swap rejects it. ThreadSanitizer
   // cannot know that the value is discarded, so under it this one load is left
   // uninstrumented; every ordering the stack relies on still goes through the
-  // instrumented tag/top loads and the compare-and-swap.
+  // instrumented loads of the word and the compare-and-swap.
 #if defined(__SANITIZE_THREAD__)
   __attribute__((noinline, no_sanitize_thread))
 #endif
@@ -82,17 +101,9 @@ class alignas(16) LockFreeStack {
     return __atomic_load_n(reinterpret_cast<const std::uint64_t*>(element), __ATOMIC_RELAXED);
   }
 
-  // word_ overlays {top_, tag_}: the halves are read one at a time (a torn
-  // pair only makes the compare-and-swap fail) and written together.
-  union {
-    unsigned __int128 word_ = 0;
-    struct {
-      std::uint64_t top_;
-      std::uint64_t tag_;
-    };
-  };
+  std::uint64_t word_ = 0;
 };
 
-static_assert(sizeof(LockFreeStack) == 16);
+static_assert(sizeof(LockFreeStack) == 8);
 
 }  // namespace tvxcore::threads::internal

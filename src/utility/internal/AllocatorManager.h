@@ -55,7 +55,9 @@ struct alignas(16) Chunk {
   std::uint64_t blockSize;
   std::uint32_t blockCount;
   std::atomic<std::uint64_t> used;
-  threads::internal::LockFreeStack freeBlocks;  // a free block's first bytes hold its link
+  alignas(16) threads::internal::LockFreeStack
+      freeBlocks;  // a free block's first bytes hold its link
+  unsigned char reserved[kChunkHeaderSize - 48 - sizeof(threads::internal::LockFreeStack)];
 };
 static_assert(sizeof(Chunk) == kChunkHeaderSize, "chunk header is 64 bytes");
 
