@@ -9,9 +9,6 @@ if(TVXCORE_SANITIZE)
   endif()
 endif()
 
-# 16-byte compare-and-swap for the lock-free stacks.
-add_compile_options(-mcx16)
-
 # Warnings as errors on the project's own code.
 function(tvxcore_set_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
