@@ -226,6 +226,135 @@ TVX_ALWAYS_INLINE std::size_t BlockBytes(const UTF16Char* p) {
 #include "utility/internal/UnicodeKernelsLoops.inc"
 #undef TVX_KERNEL_TARGET
 }  // namespace sse2
+
+// ---------------------------------------------------------------------------
+// AVX2, chosen at run time.
+namespace avx2 {
+#define TVX_KERNEL_TARGET __attribute__((target("avx2,bmi,popcnt")))
+#define TVX_OP TVX_KERNEL_TARGET TVX_ALWAYS_INLINE
+
+constexpr unsigned kBytesPerBlock = 32;
+constexpr unsigned kUnitsPerBlock = 32;
+
+TVX_OP __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+TVX_OP void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+TVX_OP unsigned FirstNonAsciiByte(const UTF8Char* p) {
+  const unsigned m = static_cast<unsigned>(_mm256_movemask_epi8(Load(p)));
+  return m ? static_cast<unsigned>(__builtin_ctz(m)) : 32;
+}
+TVX_OP void WidenBlock(const UTF8Char* p, UTF16Char* d) {
+  const __m256i v = Load(p);
+  Store(d, _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+  Store(d + 16, _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+}
+// One bit per unit of two 16-unit vectors of 0/-1 lanes.
+TVX_OP unsigned UnitMask(__m256i a, __m256i b) {
+  return static_cast<unsigned>(
+      _mm256_movemask_epi8(_mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8)));
+}
+TVX_OP __m256i Test(__m256i v, short bits) {
+  return _mm256_xor_si256(
+      _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(bits)), _mm256_setzero_si256()),
+      _mm256_set1_epi16(-1));
+}
+TVX_OP __m256i Is(__m256i v, short mask, short value) {
+  return _mm256_cmpeq_epi16(_mm256_and_si256(v, _mm256_set1_epi16(mask)), _mm256_set1_epi16(value));
+}
+TVX_OP unsigned FirstNonAsciiUnit(const UTF16Char* p) {
+  const __m256i a = Load(p), b = Load(p + 16);
+  if (_mm256_testz_si256(_mm256_or_si256(a, b), _mm256_set1_epi16(-0x80))) return 32;
+  return static_cast<unsigned>(__builtin_ctz(UnitMask(Test(a, -0x80), Test(b, -0x80))));
+}
+TVX_OP void NarrowBlock(const UTF16Char* p, UTF8Char* d) {
+  Store(d, _mm256_permute4x64_epi64(_mm256_packus_epi16(Load(p), Load(p + 16)), 0xD8));
+}
+TVX_OP bool BlockHasZero(const UTF16Char* p) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i z =
+      _mm256_or_si256(_mm256_cmpeq_epi16(Load(p), zero), _mm256_cmpeq_epi16(Load(p + 16), zero));
+  return !_mm256_testz_si256(z, z);
+}
+TVX_OP std::size_t BlockBytes(const UTF16Char* p) {
+  const __m256i a = Load(p), b = Load(p + 16);
+  if (_mm256_testz_si256(_mm256_or_si256(a, b), _mm256_set1_epi16(-0x80))) return 32;
+  const short kHigh = static_cast<short>(0xD800), kLow = static_cast<short>(0xDC00);
+  const short kSurrogate = static_cast<short>(0xFC00);
+  const __m256i la = Load(p + 1), lb = Load(p + 17);
+  const unsigned nonAscii = UnitMask(Test(a, -0x80), Test(b, -0x80));
+  const unsigned ge800 = UnitMask(Test(a, -0x800), Test(b, -0x800));
+  const unsigned pairs =
+      UnitMask(_mm256_and_si256(Is(a, kSurrogate, kHigh), Is(la, kSurrogate, kLow)),
+               _mm256_and_si256(Is(b, kSurrogate, kHigh), Is(lb, kSurrogate, kLow)));
+  return 32 + static_cast<unsigned>(__builtin_popcount(nonAscii)) +
+         static_cast<unsigned>(__builtin_popcount(ge800)) -
+         2 * static_cast<unsigned>(__builtin_popcount(pairs));
+}
+
+#include "utility/internal/UnicodeKernelsLoops.inc"
+#undef TVX_OP
+#undef TVX_KERNEL_TARGET
+}  // namespace avx2
+
+// ---------------------------------------------------------------------------
+// AVX-512 (F and BW), chosen at run time.
+namespace avx512 {
+#define TVX_KERNEL_TARGET __attribute__((target("avx512f,avx512bw,avx2,bmi,popcnt")))
+#define TVX_OP TVX_KERNEL_TARGET TVX_ALWAYS_INLINE
+
+constexpr unsigned kBytesPerBlock = 64;
+constexpr unsigned kUnitsPerBlock = 64;
+
+TVX_OP __m512i Load(const void* p) { return _mm512_loadu_si512(p); }
+TVX_OP unsigned FirstNonAsciiByte(const UTF8Char* p) {
+  const std::uint64_t m = _mm512_movepi8_mask(Load(p));
+  return m ? static_cast<unsigned>(__builtin_ctzll(m)) : 64;
+}
+TVX_OP void WidenBlock(const UTF8Char* p, UTF16Char* d) {
+  const __m256i* half = reinterpret_cast<const __m256i*>(p);
+  _mm512_storeu_si512(d, _mm512_cvtepu8_epi16(_mm256_loadu_si256(half)));
+  _mm512_storeu_si512(d + 32, _mm512_cvtepu8_epi16(_mm256_loadu_si256(half + 1)));
+}
+TVX_OP std::uint64_t Test(const UTF16Char* p, short bits) {
+  const __m512i m = _mm512_set1_epi16(bits);
+  return static_cast<std::uint64_t>(_mm512_test_epi16_mask(Load(p), m)) |
+         (static_cast<std::uint64_t>(_mm512_test_epi16_mask(Load(p + 32), m)) << 32);
+}
+TVX_OP unsigned FirstNonAsciiUnit(const UTF16Char* p) {
+  const std::uint64_t m = Test(p, -0x80);
+  return m ? static_cast<unsigned>(__builtin_ctzll(m)) : 64;
+}
+TVX_OP void NarrowBlock(const UTF16Char* p, UTF8Char* d) {
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
+                      _mm512_maskz_cvtepi16_epi8(~__mmask32{0}, Load(p)));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32),
+                      _mm512_maskz_cvtepi16_epi8(~__mmask32{0}, Load(p + 32)));
+}
+TVX_OP bool BlockHasZero(const UTF16Char* p) {
+  const __m512i zero = _mm512_setzero_si512();
+  return (_mm512_cmpeq_epi16_mask(Load(p), zero) | _mm512_cmpeq_epi16_mask(Load(p + 32), zero)) !=
+         0;
+}
+TVX_OP std::uint64_t Is(const UTF16Char* p, short mask, short value) {
+  const __m512i m = _mm512_set1_epi16(mask), v = _mm512_set1_epi16(value);
+  return static_cast<std::uint64_t>(_mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p), m), v)) |
+         (static_cast<std::uint64_t>(_mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p + 32), m), v))
+          << 32);
+}
+TVX_OP std::size_t BlockBytes(const UTF16Char* p) {
+  const std::uint64_t nonAscii = Test(p, -0x80);
+  if (nonAscii == 0) return 64;
+  const short kHigh = static_cast<short>(0xD800), kLow = static_cast<short>(0xDC00);
+  const short kSurrogate = static_cast<short>(0xFC00);
+  const std::uint64_t pairs = Is(p, kSurrogate, kHigh) & Is(p + 1, kSurrogate, kLow);
+  return 64 + static_cast<std::size_t>(__builtin_popcountll(nonAscii)) +
+         static_cast<std::size_t>(__builtin_popcountll(Test(p, -0x800))) -
+         2 * static_cast<std::size_t>(__builtin_popcountll(pairs));
+}
+
+#include "utility/internal/UnicodeKernelsLoops.inc"
+#undef TVX_OP
+#undef TVX_KERNEL_TARGET
+}  // namespace avx512
 #endif  // TVX_UNICODE_X86
 
 struct Kernels {
@@ -237,6 +366,8 @@ struct Kernels {
 constexpr Kernels kPortable{portable::Decode, portable::Measure, portable::Encode};
 #if TVX_UNICODE_X86
 constexpr Kernels kSSE2{sse2::Decode, sse2::Measure, sse2::Encode};
+constexpr Kernels kAVX2{avx2::Decode, avx2::Measure, avx2::Encode};
+constexpr Kernels kAVX512{avx512::Decode, avx512::Measure, avx512::Encode};
 #endif
 
 bool Supported(UnicodeKernel kernel) {
@@ -247,6 +378,12 @@ bool Supported(UnicodeKernel kernel) {
 #if TVX_UNICODE_X86
     case UnicodeKernel::kSSE2:
       return true;
+    case UnicodeKernel::kAVX2:
+      return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+             __builtin_cpu_supports("popcnt");
+    case UnicodeKernel::kAVX512:
+      return Supported(UnicodeKernel::kAVX2) && __builtin_cpu_supports("avx512f") &&
+             __builtin_cpu_supports("avx512bw");
 #endif
     default:
       return false;
@@ -255,6 +392,8 @@ bool Supported(UnicodeKernel kernel) {
 
 UnicodeKernel BestKernel() {
 #if TVX_UNICODE_X86
+  if (Supported(UnicodeKernel::kAVX512)) return UnicodeKernel::kAVX512;
+  if (Supported(UnicodeKernel::kAVX2)) return UnicodeKernel::kAVX2;
   return UnicodeKernel::kSSE2;
 #else
   return UnicodeKernel::kPortable;
@@ -267,6 +406,10 @@ const Kernels* KernelsFor(UnicodeKernel kernel) {
 #if TVX_UNICODE_X86
     case UnicodeKernel::kSSE2:
       return &kSSE2;
+    case UnicodeKernel::kAVX2:
+      return &kAVX2;
+    case UnicodeKernel::kAVX512:
+      return &kAVX512;
 #endif
     default:
       return &kPortable;
