@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -89,20 +89,38 @@ TEST(MachineExceptions, FilterPassesBreakpointsOnAndHandlesTheRestWithoutADebugg
   }
 }
 
-void PrintReport(std::uint32_t code, const char* text) {
-  std::fprintf(stderr, "machine exception %08X: %s\n", code, text);
-  std::fflush(stderr);
+// Reporters run inside a signal handler: they answer through the exit status,
+// which is all an async-signal-safe reporter can portably do here.
+void ExitWithVerdict(std::uint32_t code, const char* text) {
+  const char kExpected[] = "EXCEPTION_ACCESS_VIOLATION (";
+  const bool right =
+      code == 0xC0000005u && std::strncmp(text, kExpected, sizeof kExpected - 1) == 0;
+  std::_Exit(right ? 42 : 43);
 }
+void ReturnQuietly(std::uint32_t, const char*) {}
 
-TEST(MachineExceptionsDeathTest, FaultSignalEndsTheProcessWithItsText) {
+TEST(MachineExceptionsDeathTest, FaultSignalReachesTheReporterWithItsCodeAndText) {
   if (tvxcore::debug::internal::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        InstallMachineExceptionReporter(&PrintReport);
+        InstallMachineExceptionReporter(&ExitWithVerdict);
         std::raise(SIGSEGV);
       },
-      ::testing::ExitedWithCode(255), "machine exception C0000005: EXCEPTION_ACCESS_VIOLATION");
+      ::testing::ExitedWithCode(42), "");
+  EXPECT_EXIT(
+      {
+        InstallMachineExceptionReporter(&ReturnQuietly);
+        std::raise(SIGSEGV);
+      },
+      ::testing::ExitedWithCode(255), "");
+  EXPECT_EXIT(
+      {
+        InstallMachineExceptionReporter(&ReturnQuietly);
+        InstallMachineExceptionReporter(nullptr);
+        std::raise(SIGSEGV);
+      },
+      ::testing::KilledBySignal(SIGSEGV), "");
 }
 
 }  // namespace
