@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -9,7 +10,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "platform/HostInfo.h"
@@ -47,18 +47,25 @@ std::uint32_t CurrentThreadIdentifier() noexcept {
   return static_cast<std::uint32_t>(syscall(SYS_gettid));
 }
 
+// Async-signal-safe: the fault-signal path asks this too, so no allocation
+// and no stdio, only open/read/close on a stack buffer.
 bool TracerAttached() noexcept {
-  try {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-      if (line.compare(0, 10, "TracerPid:") == 0) {
-        return std::strtol(line.c_str() + 10, nullptr, 10) != 0;
-      }
-    }
-  } catch (...) {
+  int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char buffer[4096];
+  std::size_t length = 0;
+  while (length < sizeof(buffer) - 1) {
+    ssize_t got = read(fd, buffer + length, sizeof(buffer) - 1 - length);
+    if (got <= 0) break;
+    length += static_cast<std::size_t>(got);
   }
-  return false;
+  close(fd);
+  buffer[length] = '\0';
+  const char* field = std::strstr(buffer, "TracerPid:");
+  if (!field) return false;
+  field += 10;
+  while (*field == ' ' || *field == '\t') ++field;
+  return *field >= '1' && *field <= '9';
 }
 
 void TrapIntoDebugger() noexcept { raise(SIGTRAP); }

@@ -89,7 +89,8 @@ class TVXCORE_EXPORT DeferredErrorReporter : public utility::RefCountedObject {
   // Copies every field, counters included; the copy is not registered.
   DeferredErrorReporter(const DeferredErrorReporter& inOther);
   DeferredErrorReporter& operator=(const DeferredErrorReporter&) = delete;
-  // Deregisters, then drops the kept error without reporting it.
+  // Deregisters, then drops the kept error without reporting it. With no
+  // manager installed any more there is nothing to leave, and it just goes.
   ~DeferredErrorReporter() override;
 
   // Counts the call; when report-when-finished is set and errors were recorded
