@@ -1,8 +1,8 @@
 #include "tvxcore/config/Errors.h"
 
 #include <boost/thread/lock_guard.hpp>
+#include <charconv>
 #include <new>
-#include <sstream>
 #include <stdexcept>
 
 #include "platform/HostInfo.h"
@@ -239,26 +239,27 @@ namespace {
 
 UTF16String ValueText(const ReplacementValue& inValue) {
   if (inValue.GetKind() == ReplacementValue::kKind_String) return inValue.GetString();
-  // Default stream formatting in the classic locale: decimal integers, six
-  // significant digits for a double. The digits are ASCII, so they widen
+  // What a default-formatted stream writes in the classic locale: decimal
+  // integers, and a double with six significant digits in the shorter of fixed
+  // and scientific form (printf's "%g"). The digits are ASCII, so they widen
   // unit by unit.
-  std::ostringstream stream;
-  stream.imbue(std::locale::classic());
+  char buffer[64];
+  std::to_chars_result result{buffer, std::errc()};
   switch (inValue.GetKind()) {
     case ReplacementValue::kKind_Signed:
-      stream << inValue.GetSignedValue();
+      result = std::to_chars(buffer, buffer + sizeof buffer, inValue.GetSignedValue());
       break;
     case ReplacementValue::kKind_Unsigned:
-      stream << inValue.GetUnsignedValue();
+      result = std::to_chars(buffer, buffer + sizeof buffer, inValue.GetUnsignedValue());
       break;
     case ReplacementValue::kKind_Double:
-      stream << inValue.GetDoubleValue();
+      result = std::to_chars(buffer, buffer + sizeof buffer, inValue.GetDoubleValue(),
+                             std::chars_format::general, 6);
       break;
     default:
       break;
   }
-  const std::string narrow = stream.str();
-  return UTF16String(narrow.begin(), narrow.end());
+  return UTF16String(buffer, result.ptr);
 }
 
 }  // namespace
