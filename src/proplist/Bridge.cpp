@@ -1,9 +1,8 @@
 #include "proplist/internal/Bridge.h"
 
 #include <stdexcept>
-#include <string>
 
-#include "xml/internal/Utf.h"
+#include "tvxcore/utility/UnicodeConversion.h"
 
 namespace tvxcore::proplist::internal {
 
@@ -12,14 +11,6 @@ void ReportError(const char* key, long /*errorNumber*/) {
   throw std::runtime_error(key);
 }
 
-UTF8String ToUTF8(const UTF16String& text) {
-  // A text of four units or more ends at its first zero unit; a shorter one
-  // keeps all of its units.
-  std::size_t size = text.size();
-  if (size >= 4) size = std::char_traits<UTF16Char>::length(text.c_str());
-  UTF8String out;
-  xml::internal::AppendUTF16AsUTF8(text.data(), size, out);
-  return out;
-}
+UTF8String ToUTF8(const UTF16String& text) { return utility::UTF16to8(text); }
 
 }  // namespace tvxcore::proplist::internal
