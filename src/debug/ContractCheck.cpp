@@ -2,6 +2,9 @@
 
 #include <atomic>
 
+#include "debug/internal/DebuggerSeams.h"
+#include "tvxcore/config/Errors.h"
+
 namespace tvxcore::debug::internal {
 namespace {
 std::atomic<ContractObserver> g_observer{nullptr};
@@ -13,7 +16,15 @@ ContractObserver SetContractObserverForTesting(ContractObserver observer) {
 
 void ContractViolation(const char* expression, const char* file, long line) {
   if (auto observer = g_observer.load(std::memory_order_acquire)) observer(expression, file, line);
-  // The error road (assertion dialog, then the host's error manager) continues here.
+  if (BreakAfterContractDialog(expression, file, line) && IsDebuggerAttached()) {
+    BreakIntoDebugger();
+  }
+  config::ThrowError(
+      config::kErrorLevel_Fatal,
+      "$$$/tvxcore/utility/Error/Contract/InputContractViolation=An input contract violation has "
+      "occurred!",
+      105, 25, true, config::ReplacementValue(), config::ReplacementValue(),
+      config::ReplacementValue(), config::ReplacementValue());
 }
 
 }  // namespace tvxcore::debug::internal

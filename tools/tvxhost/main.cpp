@@ -4,6 +4,7 @@
 #include <map>
 
 #include "Host.h"
+#include "HostServices.h"
 #include "tvxcore/tvxcore.h"
 
 namespace tvxhost {
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
     }
   }
   try {
+    StartHostServices();
     if (args.empty()) return Report();
     if (args[0] == "help" || args[0] == "--help" || args[0] == "-h") {
       PrintHelp(std::cout);

@@ -7,7 +7,10 @@
 namespace tvxcore::debug::internal {
 
 // Reports a violated contract: `expression` failed in `file` at `line`.
-// Returns when the host's error road returns.
+// The violation goes to the contract dialog (and the debugger, when asked),
+// then to config::ThrowError at the fatal level, module 105, error 25, which
+// throws std::logic_error when no error manager is installed. Returns when the
+// host's error road returns.
 TVXCORE_EXPORT void ContractViolation(const char* expression, const char* file, long line);
 
 // Lets a test observe contract violations: the observer runs first, on the

@@ -1,0 +1,54 @@
+// Facts about the host and the running process, and the few debugger and
+// fault-signal services the error road needs. Linux implementation in
+// HostInfo_linux.cpp; nothing here throws.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tvxcore::platform {
+
+// Processors this process may run on (affinity mask); the online processor
+// count when the mask cannot be read; never below 1.
+std::uint32_t ProcessorCount() noexcept;
+
+// Physical memory of the machine in bytes; 0 when unknown.
+std::uint64_t PhysicalMemoryBytes() noexcept;
+
+// The kernel's identifier of the calling thread.
+std::uint32_t CurrentThreadIdentifier() noexcept;
+
+// True when a tracer (debugger) is attached to this process.
+bool TracerAttached() noexcept;
+
+// Stops in the attached debugger (SIGTRAP). Call only when one is attached.
+void TrapIntoDebugger() noexcept;
+
+// The name of the user's locale from the environment (LC_ALL, LC_NUMERIC,
+// LANG, first non-empty), or "C".
+std::string NativeLocaleName();
+
+// Folder of the loaded object (shared library or executable) that contains
+// `address`, without a trailing "/"; empty when unknown.
+std::string ModuleDirectoryOf(const void* address);
+
+// Folder of the main executable, without a trailing "/"; empty when unknown.
+std::string ExecutableDirectory();
+
+// True when `path` names an existing directory.
+bool IsDirectory(const std::string& path) noexcept;
+
+// The Windows machine-exception code that matches a fault signal and its
+// si_code (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP); 0 for anything else.
+std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept;
+
+// Called from a fault-signal handler with the translated exception code.
+// Returning true ends the process (exit status 255) after the call; false
+// gives the signal its default action (core dump, or the debugger).
+using FaultSignalCallback = bool (*)(std::uint32_t exceptionCode);
+
+// Installs (or, with null, removes) handlers for SIGSEGV, SIGBUS, SIGFPE and
+// SIGILL that call `callback` on an alternate signal stack.
+void SetFaultSignalCallback(FaultSignalCallback callback);
+
+}  // namespace tvxcore::platform

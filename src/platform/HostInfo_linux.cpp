@@ -1,0 +1,194 @@
+#include <dlfcn.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "platform/HostInfo.h"
+
+namespace tvxcore::platform {
+namespace {
+
+std::string DirectoryPart(const std::string& path) {
+  auto slash = path.rfind('/');
+  if (slash == std::string::npos) return std::string();
+  return slash == 0 ? std::string("/") : path.substr(0, slash);
+}
+
+}  // namespace
+
+std::uint32_t ProcessorCount() noexcept {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof(set), &set) == 0) {
+    int count = CPU_COUNT(&set);
+    if (count > 0) return static_cast<std::uint32_t>(count);
+  }
+  long online = sysconf(_SC_NPROCESSORS_ONLN);
+  return online > 0 ? static_cast<std::uint32_t>(online) : 1u;
+}
+
+std::uint64_t PhysicalMemoryBytes() noexcept {
+  long pages = sysconf(_SC_PHYS_PAGES);
+  long pageSize = sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return 0;
+  return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
+}
+
+std::uint32_t CurrentThreadIdentifier() noexcept {
+  return static_cast<std::uint32_t>(syscall(SYS_gettid));
+}
+
+bool TracerAttached() noexcept {
+  try {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+      if (line.compare(0, 10, "TracerPid:") == 0) {
+        return std::strtol(line.c_str() + 10, nullptr, 10) != 0;
+      }
+    }
+  } catch (...) {
+  }
+  return false;
+}
+
+void TrapIntoDebugger() noexcept { raise(SIGTRAP); }
+
+std::string NativeLocaleName() {
+  for (const char* variable : {"LC_ALL", "LC_NUMERIC", "LANG"}) {
+    const char* value = std::getenv(variable);
+    if (value && *value) return value;
+  }
+  return "C";
+}
+
+std::string ModuleDirectoryOf(const void* address) {
+  Dl_info info{};
+  if (dladdr(address, &info) == 0 || !info.dli_fname || !*info.dli_fname) return std::string();
+  std::string path = info.dli_fname;
+  char resolved[PATH_MAX];
+  if (realpath(path.c_str(), resolved)) path = resolved;
+  return DirectoryPart(path);
+}
+
+std::string ExecutableDirectory() {
+  char buffer[PATH_MAX];
+  ssize_t length = readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+  if (length <= 0) return std::string();
+  return DirectoryPart(std::string(buffer, static_cast<std::size_t>(length)));
+}
+
+bool IsDirectory(const std::string& path) noexcept {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept {
+  switch (signalNumber) {
+    case SIGSEGV:
+      return 0xC0000005u;  // access violation, whatever the cause
+    case SIGBUS:
+      return signalCode == BUS_ADRALN ? 0x80000002u : 0xC0000005u;
+    case SIGFPE:
+      switch (signalCode) {
+        case FPE_INTDIV:
+          return 0xC0000094u;
+        case FPE_INTOVF:
+          return 0xC0000095u;
+        case FPE_FLTDIV:
+          return 0xC000008Eu;
+        case FPE_FLTOVF:
+          return 0xC0000091u;
+        case FPE_FLTUND:
+          return 0xC0000093u;
+        case FPE_FLTRES:
+          return 0xC000008Fu;
+        case FPE_FLTINV:
+          return 0xC0000090u;
+        case FPE_FLTSUB:
+          return 0xC000008Cu;
+        default:
+          return 0;
+      }
+    case SIGILL:
+      switch (signalCode) {
+        case ILL_PRVOPC:
+        case ILL_PRVREG:
+          return 0xC0000096u;
+        case ILL_ILLOPC:
+        case ILL_ILLOPN:
+        case ILL_ILLADR:
+        case ILL_ILLTRP:
+        case ILL_COPROC:
+        case ILL_BADSTK:
+          return 0xC000001Du;  // illegal instruction
+        default:
+          return 0;
+      }
+    case SIGTRAP:
+      switch (signalCode) {
+        case TRAP_BRKPT:
+          return 0x80000003u;
+        case TRAP_TRACE:
+          return 0x80000004u;
+        default:
+          return 0;
+      }
+    default:
+      return 0;
+  }
+}
+
+namespace {
+
+constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+std::atomic<FaultSignalCallback> g_faultCallback{nullptr};
+
+void OnFaultSignal(int signalNumber, siginfo_t* info, void*) {
+  FaultSignalCallback callback = g_faultCallback.load();
+  if (callback && callback(ExceptionCodeForSignal(signalNumber, info ? info->si_code : 0))) {
+    _exit(255);
+  }
+  // Default action: re-raise so that a core dump or the debugger sees it.
+  signal(signalNumber, SIG_DFL);
+  raise(signalNumber);
+}
+
+}  // namespace
+
+void SetFaultSignalCallback(FaultSignalCallback callback) {
+  g_faultCallback.store(callback);
+  if (!callback) {
+    for (int signalNumber : kFaultSignals) signal(signalNumber, SIG_DFL);
+    return;
+  }
+  // A stack overflow leaves no stack to run the handler on: give the
+  // installing thread an alternate one, allocated once for the process.
+  static char* alternateStack = nullptr;
+  if (!alternateStack) {
+    std::size_t size = 64 * 1024;
+    alternateStack = static_cast<char*>(std::malloc(size));
+    if (alternateStack) {
+      stack_t stack{};
+      stack.ss_sp = alternateStack;
+      stack.ss_size = size;
+      sigaltstack(&stack, nullptr);
+    }
+  }
+  struct sigaction action {};
+  action.sa_sigaction = OnFaultSignal;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | SA_RESETHAND;
+  sigemptyset(&action.sa_mask);
+  for (int signalNumber : kFaultSignals) sigaction(signalNumber, &action, nullptr);
+}
+
+}  // namespace tvxcore::platform

@@ -1,0 +1,81 @@
+#include "tvxcore/Locale.h"
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "platform/HostInfo.h"
+#include "tvxcore/config/Localizer.h"
+#include "tvxcore/utility/UnicodeConversion.h"
+
+namespace tvxcore {
+namespace {
+
+UTF16String& StoredLanguage() {
+  static UTF16String* language = new UTF16String();
+  return *language;
+}
+
+struct Reading {
+  bool understood = false;
+  double value = 0;
+  std::size_t used = 0;
+};
+
+Reading ReadNumber(const std::string& inText, const std::locale* inLocale) {
+  std::istringstream stream(inText);
+  if (inLocale) stream.imbue(*inLocale);
+  Reading reading;
+  stream >> reading.value;
+  if (stream.fail()) return Reading();
+  reading.understood = true;
+  reading.used = stream.eof() ? inText.size() : static_cast<std::size_t>(stream.tellg());
+  return reading;
+}
+
+}  // namespace
+
+void Locale::Initialize(const UTF16String& inLanguage) {
+  std::locale::global(Default());
+  StoredLanguage() = inLanguage;
+  config::Localizer::LoadTVXDictionaries();
+}
+
+bool Locale::IsInitialized() { return !StoredLanguage().empty(); }
+
+UTF16String Locale::ApplicationLangauge() {
+  const UTF16String& language = StoredLanguage();
+  return language.empty() ? UTF16String(u"en_US") : language;
+}
+
+const std::locale& Locale::Default() {
+  static const std::locale* locale = new std::locale(std::locale::classic());
+  return *locale;
+}
+
+const std::locale& Locale::Native() {
+  static const std::locale* locale = [] {
+    try {
+      return new std::locale(platform::NativeLocaleName());
+    } catch (const std::runtime_error&) {
+      throw std::runtime_error("bad locale name");
+    }
+  }();
+  return *locale;
+}
+
+double Locale::GetValueFromDisplayString(const UTF16String& inText) {
+  if (inText.empty()) return 0;
+  const UTF8String text8 = utility::UTF16to8(inText);
+  const std::string text(text8.begin(), text8.end());
+  const Reading native = ReadNumber(text, &Native());
+  const Reading classic = ReadNumber(text, &std::locale::classic());
+  if (!native.understood) return classic.understood ? classic.value : 0;
+  if (!classic.understood) return native.value;
+  if ((native.value < 0 && classic.value > 0) || (native.value > 0 && classic.value < 0)) {
+    return classic.value;
+  }
+  return classic.used > native.used ? classic.value : native.value;
+}
+
+}  // namespace tvxcore
