@@ -8,6 +8,7 @@
 #include <string>
 
 #include "TestText.h"
+#include "config/ErrorTestSupport.h"
 #include "tvxcore/proplist/PropList.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/xml/ExpatParser.h"
@@ -41,14 +42,28 @@ std::string Fragment(const PropList& list) {
   return Str(text);
 }
 
-// Runs `f` and returns the text of the failure it reported, or "" for none.
-std::string ReportedError(const std::function<void()>& f) {
+// Runs `f` under an error manager that throws, and returns the key of the
+// failure it reported ("" for none) after checking level and module.
+std::string ReportedError(const std::function<void()>& f, std::int32_t number) {
+  tvxtest::RecordingErrorManager manager;
+  manager.throwWhenNotDeferred = true;
+  config::ErrorManager::Set(&manager);
+  std::string key;
   try {
     f();
-  } catch (const std::exception& e) {
-    return e.what();
+  } catch (const tvxtest::RecordedFailure& failure) {
+    key = failure.key;
   }
-  return "";
+  config::ErrorManager::Set(nullptr);
+  auto reports = manager.Reports();
+  EXPECT_LE(reports.size(), 1u);
+  for (const auto& report : reports) {
+    EXPECT_EQ(report.level, config::kErrorLevel_NonFatal);
+    EXPECT_EQ(report.module, 104u);
+    EXPECT_EQ(report.number, number);
+    EXPECT_TRUE(report.recordable);
+  }
+  return key;
 }
 
 std::string Pair(const std::string& key, const std::string& node) {
@@ -342,15 +357,28 @@ TEST_F(PropListXML, OlderVersionsAreKeptAndNewerOnesRefused) {
   for (const char* version : {"5", "65535", "70000", "-1"}) {
     SCOPED_TRACE(version);
     PropList list;
-    std::string error = ReportedError([&] {
-      utils::ReadPropList(
-          U8(std::string("<prop.map version='") + version + "'>" + body + "</prop.map>"), list);
-    });
+    std::string error = ReportedError(
+        [&] {
+          utils::ReadPropList(
+              U8(std::string("<prop.map version='") + version + "'>" + body + "</prop.map>"), list);
+        },
+        20);
     EXPECT_NE(error.find("$$$/tvxcore/proplist/Error/PropListXMLHandler/VersionGreaterThan="
                          "Cannot read PropList data; version greater than expected."),
               std::string::npos)
         << error;
     EXPECT_TRUE(list.IsEmpty());
+  }
+  // A manager that lets the report return: the parse goes on, the version stays.
+  {
+    tvxtest::RecordingErrorManager manager;
+    config::ErrorManager::Set(&manager);
+    PropList list;
+    utils::ReadPropList(U8("<prop.map version='9'>" + body + "</prop.map>"), list);
+    config::ErrorManager::Set(nullptr);
+    EXPECT_EQ(manager.Reports().size(), 1u);
+    EXPECT_EQ(list.GetVersion(), 4);
+    EXPECT_EQ(list.GetPropertyType(U8("k")), kPropListType_Bool);
   }
   // Unreadable version text counts as 0; no attribute leaves the version alone.
   PropList unreadable;
@@ -417,7 +445,7 @@ TEST_F(PropListXML, BadTextIsReportedAndKeepsWhatWasReadBefore) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     PropList list;
-    std::string error = ReportedError([&] { utils::ReadPropList(U8(c.text), list); });
+    std::string error = ReportedError([&] { utils::ReadPropList(U8(c.text), list); }, 22);
     EXPECT_NE(error.find("$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListRead="
                          "Error parsing properties list from memory."),
               std::string::npos)
@@ -429,7 +457,7 @@ TEST_F(PropListXML, BadTextIsReportedAndKeepsWhatWasReadBefore) {
 TEST(PropListReader, NeedsAParserFactory) {
   xml::ResetParserFactory();
   PropList list;
-  std::string error = ReportedError([&] { utils::ReadPropList(U8(Document("")), list); });
+  std::string error = ReportedError([&] { utils::ReadPropList(U8(Document("")), list); }, 21);
   EXPECT_NE(error.find("$$$/tvxcore/proplist/Error/PropListUtils/MissingParserFactoryRead="
                        "Missing XML Parser Factory in ReadPropList."),
             std::string::npos)
