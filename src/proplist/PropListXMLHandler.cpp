@@ -41,25 +41,92 @@ enum Kind : int {
 
 bool Is(const UTF16String& text, Name literal) { return Name(text) == literal; }
 
+// The element names of the format. Names compare exactly, in 16-bit text.
+enum Element : int {
+  kOther,
+  kPropMap,
+  kPropList,
+  kKey,
+  kArray,
+  kArrayType,
+  kUStringElement,
+  kStringElement,
+  kTrueElement,
+  kBoolElement,
+  kFalseElement,
+  kFloatElement,
+  kDoubleElement,
+  kIntElement,
+};
+
+Element Identify(const UTF16String& name) {
+  // Dispatch on length first: every event passes here.
+  switch (name.size()) {
+    case 3:
+      if (Is(name, u"key")) return kKey;
+      if (Is(name, u"int")) return kIntElement;
+      break;
+    case 4:
+      if (Is(name, u"true")) return kTrueElement;
+      if (Is(name, u"bool")) return kBoolElement;
+      break;
+    case 5:
+      if (Is(name, u"array")) return kArray;
+      if (Is(name, u"false")) return kFalseElement;
+      if (Is(name, u"float")) return kFloatElement;
+      break;
+    case 6:
+      if (Is(name, u"string")) return kStringElement;
+      if (Is(name, u"double")) return kDoubleElement;
+      break;
+    case 7:
+      if (Is(name, u"ustring")) return kUStringElement;
+      break;
+    case 8:
+      if (Is(name, u"prop.map")) return kPropMap;
+      break;
+    case 9:
+      if (Is(name, u"prop.list")) return kPropList;
+      break;
+    case 10:
+      if (Is(name, u"array.type")) return kArrayType;
+      break;
+    default:
+      break;
+  }
+  return kOther;
+}
+
 // Classifies a value element; kNone for anything the format doesn't know.
 template <typename FindAttribute>
-int Classify(const UTF16String& name, const FindAttribute& find) {
-  if (Is(name, u"ustring")) return kUString;
-  if (Is(name, u"string")) return kString;
-  if (Is(name, u"true") || Is(name, u"bool")) return kTrue;
-  if (Is(name, u"false")) return kFalse;
-  if (Is(name, u"float")) return kFloat;
-  if (Is(name, u"double")) return kDouble;
-  if (Is(name, u"int")) {
-    const UTF16String* type = find(u"type");
-    const UTF16String* size = find(u"size");
-    if (!type || !size) return kNone;
-    bool isSigned = Is(*type, u"signed");
-    if (Is(*size, u"16")) return kUInt16;
-    if (Is(*size, u"32")) return isSigned ? kInt32 : kUInt32;
-    if (Is(*size, u"64")) return isSigned ? kInt64 : kUInt64;
+int Classify(Element element, const FindAttribute& find) {
+  switch (element) {
+    case kUStringElement:
+      return kUString;
+    case kStringElement:
+      return kString;
+    case kTrueElement:
+    case kBoolElement:
+      return kTrue;
+    case kFalseElement:
+      return kFalse;
+    case kFloatElement:
+      return kFloat;
+    case kDoubleElement:
+      return kDouble;
+    case kIntElement: {
+      const UTF16String* type = find(u"type");
+      const UTF16String* size = find(u"size");
+      if (!type || !size) return kNone;
+      bool isSigned = Is(*type, u"signed");
+      if (Is(*size, u"16")) return kUInt16;
+      if (Is(*size, u"32")) return isSigned ? kInt32 : kUInt32;
+      if (Is(*size, u"64")) return isSigned ? kInt64 : kUInt64;
+      return kNone;
+    }
+    default:
+      return kNone;
   }
-  return kNone;
 }
 
 template <typename T>
@@ -101,7 +168,8 @@ void PropListXMLHandler::StartElementWithNamespace(const UTF16String& qualifiedN
 
 template <typename FindAttribute>
 void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& find) {
-  if (Is(name, u"prop.map")) {
+  Element element = Identify(name);
+  if (element == kPropMap) {
     if (const UTF16String* version = find(u"version")) {
       auto number = Number<std::uint16_t>(Narrow(*version));
       if (number > PropList::GetCurrentVersion()) {
@@ -111,7 +179,7 @@ void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& fin
         root_->version_ = number;
       }
     }
-  } else if (Is(name, u"prop.list")) {
+  } else if (element == kPropList) {
     if (stack_.empty()) {
       current_ = root_;
     } else {
@@ -120,14 +188,14 @@ void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& fin
       state_ = 0;
     }
     stack_.push_back(current_);
-  } else if (Is(name, u"key")) {
+  } else if (element == kKey) {
     state_ = 1;
-  } else if (Is(name, u"array")) {
+  } else if (element == kArray) {
     inArray_ = true;
-  } else if (Is(name, u"array.type")) {
+  } else if (element == kArrayType) {
     inArrayType_ = true;
   } else {
-    int kind = Classify(name, find);
+    int kind = Classify(element, find);
     if (inArrayType_) {
       arrayTypeKind_ = kind;
       arrayTypeKnown_ = kind != kNone;
@@ -147,18 +215,19 @@ void PropListXMLHandler::Characters(const UTF16String& text) {
 }
 
 void PropListXMLHandler::EndElement(const UTF16String& name) {
-  if (Is(name, u"prop.list")) {
+  Element element = Identify(name);
+  if (element == kPropList) {
     if (!stack_.empty()) stack_.pop_back();
     current_ = stack_.empty() ? nullptr : stack_.back();
-  } else if (Is(name, u"key")) {
+  } else if (element == kKey) {
     state_ = 0;
-  } else if (Is(name, u"array")) {
+  } else if (element == kArray) {
     StoreArray();
     inArray_ = false;
     arrayTypeKind_ = 0;
     arrayTypeKnown_ = false;
     state_ = 0;
-  } else if (Is(name, u"array.type")) {
+  } else if (element == kArrayType) {
     inArrayType_ = false;
   } else if (state_ == 2) {
     if (!inArray_) {

@@ -48,7 +48,9 @@ using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDelet
 // exception the handler threw, and buffers reused from event to event.
 class Session {
  public:
-  explicit Session(AbstractParseHandler& handler) : handler_(handler) {}
+  explicit Session(AbstractParseHandler& handler) : handler_(handler) {
+    names_.reserve(kNameCacheSize);  // entries never move
+  }
 
   bool Create() {
     parser_.reset(XML_ParserCreateNS(nullptr, kNamespaceSeparator));
@@ -131,55 +133,82 @@ class Session {
     if (text) internal::AppendUTF8AsUTF16(text, std::char_traits<char>::length(text), out);
   }
 
+  // One name as the handler sees it.
+  struct SplitNameEntry {
+    std::string text;  // as expat reports it
+    UTF16String qualified, uri, local;
+  };
+
   // Splits "uri<sep>local<sep>prefix", "uri<sep>local" or "local" and builds
   // the qualified name "prefix:local" or "local".
-  static void SplitName(const char* name, UTF16String& qualified, UTF16String& uri,
-                        UTF16String& local) {
-    qualified.clear();
-    uri.clear();
-    local.clear();
-    std::string_view all(name);
+  static void SplitName(std::string_view all, SplitNameEntry& entry) {
+    entry.text.assign(all);
+    entry.qualified.clear();
+    entry.uri.clear();
+    entry.local.clear();
     std::size_t first = all.find(kNamespaceSeparator);
     if (first == std::string_view::npos) {
-      internal::AppendUTF8AsUTF16(all.data(), all.size(), local);
-      qualified = local;
+      internal::AppendUTF8AsUTF16(all.data(), all.size(), entry.local);
+      entry.qualified = entry.local;
       return;
     }
-    internal::AppendUTF8AsUTF16(all.data(), first, uri);
+    internal::AppendUTF8AsUTF16(all.data(), first, entry.uri);
     std::string_view rest = all.substr(first + 1);
     std::size_t second = rest.find(kNamespaceSeparator);
     std::string_view localText = rest.substr(0, second);
-    internal::AppendUTF8AsUTF16(localText.data(), localText.size(), local);
+    internal::AppendUTF8AsUTF16(localText.data(), localText.size(), entry.local);
     if (second != std::string_view::npos) {
       std::string_view prefix = rest.substr(second + 1);
-      internal::AppendUTF8AsUTF16(prefix.data(), prefix.size(), qualified);
-      qualified.push_back(u':');
+      internal::AppendUTF8AsUTF16(prefix.data(), prefix.size(), entry.qualified);
+      entry.qualified.push_back(u':');
     }
-    qualified += local;
+    entry.qualified += entry.local;
+  }
+
+  // Documents use few distinct names, so each is converted once per parse and
+  // kept; a document with many names converts the rest as they come.
+  const SplitNameEntry& Name(const char* name) {
+    std::string_view text(name);
+    for (const SplitNameEntry& entry : names_) {
+      if (entry.text.size() == text.size() && std::string_view(entry.text) == text) return entry;
+    }
+    if (names_.size() < kNameCacheSize) {
+      names_.emplace_back();
+      SplitName(text, names_.back());
+      return names_.back();
+    }
+    SplitName(text, scratch_);
+    return scratch_;
   }
 
   static void XMLCALL OnStartElement(void* userData, const XML_Char* name,
                                      const XML_Char** attributes) {
     Session& s = Of(userData);
     s.Guard([&] {
-      SplitName(name, s.qualified_, s.uri_, s.local_);
+      const SplitNameEntry& element = s.Name(name);
       std::size_t count = 0;
       while (attributes[2 * count]) ++count;
       s.attributes_.resize(count);
       for (std::size_t i = 0; i < count; ++i) {
         Attribute& a = s.attributes_[i];
-        SplitName(attributes[2 * i], a.qualifiedName, a.namespaceURI, a.localName);
+        const SplitNameEntry& attribute = s.Name(attributes[2 * i]);
+        a.qualifiedName = attribute.qualified;
+        a.namespaceURI = attribute.uri;
+        a.localName = attribute.local;
         Assign(attributes[2 * i + 1], a.value);
       }
-      s.handler_.StartElementWithNamespace(s.qualified_, s.uri_, s.local_, s.attributes_);
+      // An element name outside the cache shares the scratch entry with
+      // attribute names, so it is split again.
+      const SplitNameEntry& e = count ? s.Name(name) : element;
+      s.handler_.StartElementWithNamespace(e.qualified, e.uri, e.local, s.attributes_);
     });
   }
 
   static void XMLCALL OnEndElement(void* userData, const XML_Char* name) {
     Session& s = Of(userData);
     s.Guard([&] {
-      SplitName(name, s.qualified_, s.uri_, s.local_);
-      s.handler_.EndElementWithNamespace(s.qualified_, s.uri_, s.local_);
+      const SplitNameEntry& e = s.Name(name);
+      s.handler_.EndElementWithNamespace(e.qualified, e.uri, e.local);
     });
   }
 
@@ -232,7 +261,10 @@ class Session {
   ParserPtr parser_;
   std::exception_ptr error_;
   bool started_ = false;
-  UTF16String qualified_, uri_, local_, text_;
+  static constexpr std::size_t kNameCacheSize = 32;
+  std::vector<SplitNameEntry> names_;
+  SplitNameEntry scratch_;
+  UTF16String uri_, local_, text_;
   std::vector<Attribute> attributes_;
 };
 
