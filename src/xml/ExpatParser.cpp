@@ -1,0 +1,326 @@
+// The expat-backed parser. Expat is a C library: no exception may cross its
+// frames. Each callback catches whatever the client handler throws, stops the
+// parser and keeps the exception, which is thrown again once XML_Parse has
+// returned and the parser has been freed.
+#include "tvxcore/xml/ExpatParser.h"
+
+// The library is built with DTD support; its entity-expansion limits are
+// declared only under XML_DTD.
+#ifndef XML_DTD
+#define XML_DTD 1
+#endif
+#include <expat.h>
+
+#include <exception>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "xml/internal/Utf.h"
+
+#if XML_MAJOR_VERSION < 2 || (XML_MAJOR_VERSION == 2 && XML_MINOR_VERSION < 4)
+#error "expat 2.4 or later is needed for its protection against entity expansion"
+#endif
+
+namespace tvxcore::xml {
+namespace {
+
+// Separates namespace URI, local name and prefix in the names expat reports.
+// U+0001 cannot occur in an XML 1.0 document, not even as a reference.
+constexpr char kNamespaceSeparator = '\x01';
+
+// Entity expansion may produce at most this many bytes of output per byte of
+// input once the output has passed the activation threshold.
+constexpr float kMaximumAmplification = 100.0f;
+constexpr unsigned long long kAmplificationThreshold = 4ull << 20;
+
+constexpr std::size_t kFileChunk = 64 * 1024;
+
+struct ParserDeleter {
+  void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
+};
+using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDeleter>;
+
+// The state of one parse: the expat parser, the client handler, the first
+// exception the handler threw, and buffers reused from event to event.
+class Session {
+ public:
+  explicit Session(AbstractParseHandler& handler) : handler_(handler) {
+    names_.reserve(kNameCacheSize);  // entries never move
+  }
+
+  bool Create() {
+    parser_.reset(XML_ParserCreateNS(nullptr, kNamespaceSeparator));
+    if (!parser_) return false;
+    XML_Parser p = parser_.get();
+    XML_SetUserData(p, this);
+    XML_SetReturnNSTriplet(p, 1);
+    // Nothing outside the document is ever read: no parameter entities, no
+    // external DTD subset, and no handler that would load an external entity.
+    if (!XML_SetParamEntityParsing(p, XML_PARAM_ENTITY_PARSING_NEVER)) return false;
+    if (!XML_SetBillionLaughsAttackProtectionMaximumAmplification(p, kMaximumAmplification) ||
+        !XML_SetBillionLaughsAttackProtectionActivationThreshold(p, kAmplificationThreshold)) {
+      return false;
+    }
+    XML_SetElementHandler(p, &Session::OnStartElement, &Session::OnEndElement);
+    XML_SetCharacterDataHandler(p, &Session::OnCharacters);
+    XML_SetCdataSectionHandler(p, &Session::OnStartCDATA, &Session::OnEndCDATA);
+    XML_SetCommentHandler(p, &Session::OnComment);
+    XML_SetNamespaceDeclHandler(p, &Session::OnStartNamespace, &Session::OnEndNamespace);
+    return true;
+  }
+
+  // Feeds one piece; false on a parse error or a stop by a handler exception.
+  bool Feed(const char* data, std::size_t size, bool last) {
+    if (!started_) {
+      started_ = true;
+      handler_.StartDocument();
+    }
+    // Feed in pieces that fit expat's int length.
+    constexpr std::size_t kMaxPiece = 1u << 30;
+    do {
+      std::size_t piece = size < kMaxPiece ? size : kMaxPiece;
+      bool final = last && piece == size;
+      if (XML_Parse(parser_.get(), data, static_cast<int>(piece), final) != XML_STATUS_OK) {
+        return false;
+      }
+      data += piece;
+      size -= piece;
+    } while (size > 0);
+    return true;
+  }
+
+  bool FeedBuffer(std::size_t size, bool last) {
+    return XML_ParseBuffer(parser_.get(), static_cast<int>(size), last) == XML_STATUS_OK;
+  }
+  void* GetBuffer(std::size_t size) { return XML_GetBuffer(parser_.get(), static_cast<int>(size)); }
+  void Start() {
+    if (!started_) {
+      started_ = true;
+      handler_.StartDocument();
+    }
+  }
+
+  // Ends the parse: frees expat, then throws the handler's exception if there
+  // was one, else gives the status.
+  XMLParseStatus Finish(bool ok) {
+    parser_.reset();
+    if (error_) std::rethrow_exception(error_);
+    if (!ok) return kXMLParseStatus_Failure;
+    handler_.EndDocument();
+    return kXMLParseStatus_Success;
+  }
+
+ private:
+  static Session& Of(void* userData) { return *static_cast<Session*>(userData); }
+
+  template <typename F>
+  void Guard(F&& f) {
+    if (error_) return;
+    try {
+      f();
+    } catch (...) {
+      error_ = std::current_exception();
+      XML_StopParser(parser_.get(), XML_FALSE);
+    }
+  }
+
+  static void Assign(const char* text, UTF16String& out) {
+    out.clear();
+    if (text) internal::AppendUTF8AsUTF16(text, std::char_traits<char>::length(text), out);
+  }
+
+  // One name as the handler sees it.
+  struct SplitNameEntry {
+    std::string text;  // as expat reports it
+    UTF16String qualified, uri, local;
+  };
+
+  // Splits "uri<sep>local<sep>prefix", "uri<sep>local" or "local" and builds
+  // the qualified name "prefix:local" or "local".
+  static void SplitName(std::string_view all, SplitNameEntry& entry) {
+    entry.text.assign(all);
+    entry.qualified.clear();
+    entry.uri.clear();
+    entry.local.clear();
+    std::size_t first = all.find(kNamespaceSeparator);
+    if (first == std::string_view::npos) {
+      internal::AppendUTF8AsUTF16(all.data(), all.size(), entry.local);
+      entry.qualified = entry.local;
+      return;
+    }
+    internal::AppendUTF8AsUTF16(all.data(), first, entry.uri);
+    std::string_view rest = all.substr(first + 1);
+    std::size_t second = rest.find(kNamespaceSeparator);
+    std::string_view localText = rest.substr(0, second);
+    internal::AppendUTF8AsUTF16(localText.data(), localText.size(), entry.local);
+    if (second != std::string_view::npos) {
+      std::string_view prefix = rest.substr(second + 1);
+      internal::AppendUTF8AsUTF16(prefix.data(), prefix.size(), entry.qualified);
+      entry.qualified.push_back(u':');
+    }
+    entry.qualified += entry.local;
+  }
+
+  // Documents use few distinct names, so each is converted once per parse and
+  // kept; a document with many names converts the rest as they come.
+  const SplitNameEntry& Name(const char* name) {
+    std::string_view text(name);
+    for (const SplitNameEntry& entry : names_) {
+      if (entry.text.size() == text.size() && std::string_view(entry.text) == text) return entry;
+    }
+    if (names_.size() < kNameCacheSize) {
+      names_.emplace_back();
+      SplitName(text, names_.back());
+      return names_.back();
+    }
+    SplitName(text, scratch_);
+    return scratch_;
+  }
+
+  static void XMLCALL OnStartElement(void* userData, const XML_Char* name,
+                                     const XML_Char** attributes) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      const SplitNameEntry& element = s.Name(name);
+      std::size_t count = 0;
+      while (attributes[2 * count]) ++count;
+      s.attributes_.resize(count);
+      for (std::size_t i = 0; i < count; ++i) {
+        Attribute& a = s.attributes_[i];
+        const SplitNameEntry& attribute = s.Name(attributes[2 * i]);
+        a.qualifiedName = attribute.qualified;
+        a.namespaceURI = attribute.uri;
+        a.localName = attribute.local;
+        Assign(attributes[2 * i + 1], a.value);
+      }
+      // An element name outside the cache shares the scratch entry with
+      // attribute names, so it is split again.
+      const SplitNameEntry& e = count ? s.Name(name) : element;
+      s.handler_.StartElementWithNamespace(e.qualified, e.uri, e.local, s.attributes_);
+    });
+  }
+
+  static void XMLCALL OnEndElement(void* userData, const XML_Char* name) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      const SplitNameEntry& e = s.Name(name);
+      s.handler_.EndElementWithNamespace(e.qualified, e.uri, e.local);
+    });
+  }
+
+  static void XMLCALL OnCharacters(void* userData, const XML_Char* text, int length) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      s.text_.clear();
+      internal::AppendUTF8AsUTF16(text, static_cast<std::size_t>(length), s.text_);
+      s.handler_.Characters(s.text_);
+    });
+  }
+
+  static void XMLCALL OnStartCDATA(void* userData) {
+    Session& s = Of(userData);
+    s.Guard([&] { s.handler_.StartCDATA(); });
+  }
+
+  static void XMLCALL OnEndCDATA(void* userData) {
+    Session& s = Of(userData);
+    s.Guard([&] { s.handler_.EndCDATA(); });
+  }
+
+  static void XMLCALL OnComment(void* userData, const XML_Char* text) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      Assign(text, s.text_);
+      s.handler_.Comment(s.text_);
+    });
+  }
+
+  static void XMLCALL OnStartNamespace(void* userData, const XML_Char* prefix,
+                                       const XML_Char* uri) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      Assign(prefix, s.local_);
+      Assign(uri, s.uri_);
+      s.handler_.StartPrefixMapping(s.local_, s.uri_);
+    });
+  }
+
+  static void XMLCALL OnEndNamespace(void* userData, const XML_Char* prefix) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      Assign(prefix, s.local_);
+      s.handler_.EndPrefixMapping(s.local_);
+    });
+  }
+
+  AbstractParseHandler& handler_;
+  ParserPtr parser_;
+  std::exception_ptr error_;
+  bool started_ = false;
+  static constexpr std::size_t kNameCacheSize = 32;
+  std::vector<SplitNameEntry> names_;
+  SplitNameEntry scratch_;
+  UTF16String uri_, local_, text_;
+  std::vector<Attribute> attributes_;
+};
+
+class ExpatDocParser final : public AbstractDocParser {
+ public:
+  explicit ExpatDocParser(std::unique_ptr<AbstractParseHandler>& handler)
+      : AbstractDocParser(handler) {}
+
+  bool HasNamespaceSupport() const override { return true; }
+
+  XMLParseStatus ParseDocument(const UTF16String& path) override {
+    std::string narrow;
+    {
+      UTF8String bytes;
+      internal::AppendUTF16AsUTF8(path.data(), path.size(), bytes);
+      narrow.assign(bytes.begin(), bytes.end());
+    }
+    std::ifstream file(narrow, std::ios::binary);
+    if (!file) return kXMLParseStatus_Failure;
+    Session session(Handler());
+    if (!session.Create()) return kXMLParseStatus_Failure;
+    session.Start();
+    bool ok = true;
+    while (ok) {
+      void* buffer = session.GetBuffer(kFileChunk);
+      if (!buffer) {
+        ok = false;
+        break;
+      }
+      file.read(static_cast<char*>(buffer), kFileChunk);
+      std::streamsize got = file.gcount();
+      if (file.bad()) {
+        ok = false;
+        break;
+      }
+      bool last = file.eof();
+      ok = session.FeedBuffer(static_cast<std::size_t>(got), last);
+      if (last) break;
+    }
+    return session.Finish(ok);
+  }
+
+  XMLParseStatus ParseBuffer(const UTF8String& text) override {
+    Session session(Handler());
+    if (!session.Create()) return kXMLParseStatus_Failure;
+    bool ok = session.Feed(reinterpret_cast<const char*>(text.data()), text.size(), true);
+    return session.Finish(ok);
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AbstractDocParser> ExpatParserFactory::GetParser(
+    std::unique_ptr<AbstractParseHandler>& handler) {
+  if (!handler) return nullptr;
+  return std::make_unique<ExpatDocParser>(handler);
+}
+
+}  // namespace tvxcore::xml

@@ -1,0 +1,401 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tvxcore/utility/UnicodeConversion.h"
+#include "tvxcore/xml/ExpatParser.h"
+#include "tvxcore/xml/XMLParser.h"
+
+using namespace tvxcore;
+using namespace tvxcore::xml;
+
+namespace {
+
+UTF8String U8(std::string_view text) {
+  return UTF8String(reinterpret_cast<const UTF8Char*>(text.data()), text.size());
+}
+std::string Narrow(const UTF16String& text) {
+  UTF8String bytes = utility::UTF16to8(text);
+  return std::string(bytes.begin(), bytes.end());
+}
+
+// Writes every event as one line.
+class RecordingHandler : public AbstractParseHandler {
+ public:
+  explicit RecordingHandler(std::vector<std::string>* log) : log_(log) {}
+  void StartDocument() override { log_->push_back("start-document"); }
+  void StartElementWithNamespace(const UTF16String& qualifiedName, const UTF16String& uri,
+                                 const UTF16String& local,
+                                 const std::vector<Attribute>& attributes) override {
+    std::string line = "start " + Narrow(qualifiedName) + " {" + Narrow(uri) + "} " + Narrow(local);
+    for (const Attribute& a : attributes) {
+      line += " [" + Narrow(a.qualifiedName) + " {" + Narrow(a.namespaceURI) + "} " +
+              Narrow(a.localName) + "=" + Narrow(a.value) + "]";
+    }
+    log_->push_back(line);
+  }
+  void EndElementWithNamespace(const UTF16String& qualifiedName, const UTF16String& uri,
+                               const UTF16String& local) override {
+    log_->push_back("end " + Narrow(qualifiedName) + " {" + Narrow(uri) + "} " + Narrow(local));
+  }
+  void Characters(const UTF16String& text) override {
+    // Pieces are joined: the parser may split text anywhere.
+    if (!log_->empty() && log_->back().rfind("text ", 0) == 0) {
+      log_->back() += Narrow(text);
+    } else {
+      log_->push_back("text " + Narrow(text));
+    }
+  }
+  void StartCDATA() override { log_->push_back("start-cdata"); }
+  void EndCDATA() override { log_->push_back("end-cdata"); }
+  void Comment(const UTF16String& text) override { log_->push_back("comment " + Narrow(text)); }
+  void EndDocument() override { log_->push_back("end-document"); }
+  void StartPrefixMapping(const UTF16String& prefix, const UTF16String& uri) override {
+    log_->push_back("map " + Narrow(prefix) + "=" + Narrow(uri));
+  }
+  void EndPrefixMapping(const UTF16String& prefix) override {
+    log_->push_back("unmap " + Narrow(prefix));
+  }
+
+ private:
+  std::vector<std::string>* log_;
+};
+
+// Keeps only the plain element events, through the default forwarding.
+class PlainHandler : public AbstractParseHandler {
+ public:
+  explicit PlainHandler(std::vector<std::string>* log) : log_(log) {}
+  void StartElement(const UTF16String& name,
+                    const std::map<UTF16String, UTF16String>& attributes) override {
+    std::string line = "start " + Narrow(name);
+    for (const auto& [key, value] : attributes) line += " " + Narrow(key) + "=" + Narrow(value);
+    log_->push_back(line);
+  }
+  void EndElement(const UTF16String& name) override { log_->push_back("end " + Narrow(name)); }
+
+ private:
+  std::vector<std::string>* log_;
+};
+
+struct Result {
+  XMLParseStatus status;
+  std::vector<std::string> log;
+};
+
+template <typename Handler = RecordingHandler>
+Result Parse(std::string_view text) {
+  Result result{kXMLParseStatus_Failure, {}};
+  std::unique_ptr<AbstractParseHandler> handler = std::make_unique<Handler>(&result.log);
+  ExpatParserFactory factory;
+  auto parser = factory.GetParser(handler);
+  EXPECT_EQ(handler, nullptr);
+  result.status = parser->ParseBuffer(U8(text));
+  return result;
+}
+
+class CountingFactory : public DocParserFactory {
+ public:
+  explicit CountingFactory(int* destroyed) : destroyed_(destroyed) {}
+  ~CountingFactory() override { ++*destroyed_; }
+  std::unique_ptr<AbstractDocParser> GetParser(
+      std::unique_ptr<AbstractParseHandler>& handler) override {
+    return ExpatParserFactory().GetParser(handler);
+  }
+
+ private:
+  int* destroyed_;
+};
+
+}  // namespace
+
+TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
+  const struct {
+    const char* in;
+    const char* out;
+  } encode[] = {
+      {"", ""},
+      {"plain text", "plain text"},
+      {"\"&'<>", "&quot;&amp;&apos;&lt;&gt;"},
+      {"a<b>c", "a&lt;b&gt;c"},
+      {"&amp;", "&amp;amp;"},
+      {"\xC3\xA9&", "\xC3\xA9&amp;"},
+  };
+  for (const auto& c : encode) {
+    SCOPED_TRACE(c.in);
+    UTF8String out8 = U8("stale");
+    utils::EncodeReservedCharacters(U8(c.in), out8);
+    EXPECT_EQ(out8, U8(c.out));
+    UTF16String out16 = u"stale";
+    utils::EncodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
+    EXPECT_EQ(out16, utility::UTF8to16(U8(c.out)));
+  }
+  const struct {
+    const char* in;
+    const char* out;
+  } decode[] = {
+      {"", ""},
+      {"&quot;&apos;&amp;&lt;&gt;", "\"'&<>"},
+      {"&amp;lt;", "&lt;"},    // one level only
+      {"&foo;", "&foo;"},      // unknown name
+      {"&quote;", "&quote;"},  // a fifth unit ends the name
+      {"&quo", "&quo"},        // cut by the end
+      {"&", "&"},
+      {"&&lt;", "&<"},  // a second "&" restarts the name
+      {"&a&b&gt;x", "&a&b>x"},
+      {"&LT;", "&LT;"},    // names are case-sensitive
+      {"&#60;", "&#60;"},  // character references are not decoded
+      {"a&lt;b&gt;c", "a<b>c"},
+      {"&;", "&;"},
+      {"\xC3\xA9&amp;\xC3\xA9", "\xC3\xA9&\xC3\xA9"},
+  };
+  for (const auto& c : decode) {
+    SCOPED_TRACE(c.in);
+    UTF8String out8 = U8("stale");
+    utils::DecodeReservedCharacters(U8(c.in), out8);
+    EXPECT_EQ(out8, U8(c.out));
+    UTF16String out16 = u"stale";
+    utils::DecodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
+    EXPECT_EQ(out16, utility::UTF8to16(U8(c.out)));
+  }
+}
+
+TEST(XMLParserFactory, OwnershipPassesOnlyWhenAFactoryIsInstalled) {
+  ResetParserFactory();
+  EXPECT_FALSE(Initialized());
+  std::vector<std::string> log;
+  std::unique_ptr<AbstractParseHandler> handler = std::make_unique<RecordingHandler>(&log);
+  AbstractParseHandler* raw = handler.get();
+  EXPECT_EQ(GetParser(handler), nullptr);
+  EXPECT_EQ(handler.get(), raw);  // still the caller's
+
+  int destroyed = 0;
+  std::unique_ptr<DocParserFactory> factory = std::make_unique<CountingFactory>(&destroyed);
+  DocParserFactory* installed = factory.get();
+  SetParserFactory(factory);
+  EXPECT_EQ(factory, nullptr);
+  EXPECT_TRUE(Initialized());
+
+  // The installed factory handed in again stays installed and alive.
+  std::unique_ptr<DocParserFactory> again(installed);
+  SetParserFactory(again);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_TRUE(Initialized());
+
+  auto parser = GetParser(handler);
+  ASSERT_NE(parser, nullptr);
+  EXPECT_EQ(handler, nullptr);
+  EXPECT_TRUE(parser->HasNamespaceSupport());
+  EXPECT_EQ(parser->ParseBuffer(U8("<a/>")), kXMLParseStatus_Success);
+  EXPECT_EQ(log, (std::vector<std::string>{"start-document", "start a {} a", "end a {} a",
+                                           "end-document"}));
+
+  // A different factory replaces and deletes the first.
+  int destroyedSecond = 0;
+  std::unique_ptr<DocParserFactory> second = std::make_unique<CountingFactory>(&destroyedSecond);
+  SetParserFactory(second);
+  EXPECT_EQ(destroyed, 1);
+  ResetParserFactory();
+  EXPECT_EQ(destroyedSecond, 1);
+  EXPECT_FALSE(Initialized());
+}
+
+TEST(ExpatParser, DeliversEventsWithQualifiedNamesFirst) {
+  auto r = Parse(
+      "<?xml version='1.0'?>\n"
+      "<!-- head -->"
+      "<r xmlns='urn:d' xmlns:p='urn:p' p:x='1' y='&lt;2&gt;'>"
+      "<p:e>a&amp;b&#233;</p:e>"
+      "<![CDATA[<raw>]]>"
+      "</r>");
+  EXPECT_EQ(r.status, kXMLParseStatus_Success);
+  EXPECT_EQ(r.log, (std::vector<std::string>{
+                       "start-document",
+                       "comment  head ",
+                       "map =urn:d",
+                       "map p=urn:p",
+                       "start r {urn:d} r [p:x {urn:p} x=1] [y {} y=<2>]",
+                       "start p:e {urn:p} e",
+                       "text a&b\xC3\xA9",
+                       "end p:e {urn:p} e",
+                       "start-cdata",
+                       "text <raw>",
+                       "end-cdata",
+                       "end r {urn:d} r",
+                       "unmap p",
+                       "unmap ",
+                       "end-document",
+                   }));
+}
+
+TEST(ExpatParser, DefaultForwardingGivesPlainElementEvents) {
+  auto r = Parse<PlainHandler>("<p:a xmlns:p='urn:p' p:k='v' b='w'><c/></p:a>");
+  EXPECT_EQ(r.status, kXMLParseStatus_Success);
+  EXPECT_EQ(r.log,
+            (std::vector<std::string>{"start p:a b=w p:k=v", "start c", "end c", "end p:a"}));
+}
+
+TEST(ExpatParser, DetectsTheEncodingFromTheBytes) {
+  // "<a>é</a>" in UTF-16 little endian with a byte order mark, then Latin-1.
+  std::string utf16("\xFF\xFE", 2);
+  for (char16_t c : std::u16string(u"<a>\u00e9</a>")) {
+    utf16.push_back(static_cast<char>(c & 0xFF));
+    utf16.push_back(static_cast<char>(c >> 8));
+  }
+  for (const std::string& text :
+       {utf16, std::string("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xE9</a>")}) {
+    auto r = Parse(text);
+    EXPECT_EQ(r.status, kXMLParseStatus_Success);
+    EXPECT_EQ(r.log[2], "text \xC3\xA9");
+  }
+}
+
+TEST(ExpatParser, BadInputGivesStatusTen) {
+  const std::string hugeName(1 << 16, 'n');
+  const std::string cases[] = {
+      "",
+      "<a>",
+      "<a></b>",
+      "<a x='1' x='2'/>",
+      "<a>&undefined;</a>",
+      "<a>\xC3\x28</a>",      // invalid UTF-8
+      "<a>\xED\xA0\x80</a>",  // an encoded surrogate
+      "<a>\xF8\x88\x80\x80\x80</a>",
+      "<a>&#0;</a>",
+      "<a/><b/>",
+      "<p:a/>",  // undeclared prefix
+      "<" + hugeName + "></" + hugeName + "x>",
+      std::string("<a>\0</a>", 8),
+  };
+  for (const std::string& text : cases) {
+    SCOPED_TRACE(text.substr(0, 40));
+    auto r = Parse(text);
+    EXPECT_EQ(r.status, kXMLParseStatus_Failure);
+    EXPECT_TRUE(r.log.empty() || r.log.back() != "end-document");
+  }
+}
+
+TEST(ExpatParser, HugeAttributeValueParsesWhole) {
+  std::string value(8 << 20, 'v');
+  std::vector<std::string> log;
+  auto r = Parse("<a k='" + value + "'/>");
+  EXPECT_EQ(r.status, kXMLParseStatus_Success);
+  ASSERT_EQ(r.log.size(), 4u);
+  EXPECT_EQ(r.log[1].size(), std::string("start a {} a [k {} k=]").size() + value.size());
+}
+
+TEST(ExpatParser, EntityExpansionBombIsRefused) {
+  std::string doc = "<?xml version='1.0'?>\n<!DOCTYPE lolz [\n<!ENTITY lol0 'lollollollollol'>\n";
+  for (int i = 1; i <= 9; ++i) {
+    doc += "<!ENTITY lol" + std::to_string(i) + " '";
+    for (int j = 0; j < 10; ++j) doc += "&lol" + std::to_string(i - 1) + ";";
+    doc += "'>\n";
+  }
+  doc += "]>\n<lolz>&lol9;</lolz>";
+
+  // A handler that keeps the text, as the property list reader does.
+  struct Keeping : AbstractParseHandler {
+    explicit Keeping(std::vector<std::string>*) {}
+    void Characters(const UTF16String& text) override { total += text.size(); }
+    std::size_t total = 0;
+  };
+  auto r = Parse<Keeping>(doc);
+  EXPECT_EQ(r.status, kXMLParseStatus_Failure);
+
+  // A small, legitimate internal entity still expands.
+  auto ok = Parse("<!DOCTYPE d [<!ENTITY e 'expanded'>]><d>&e;</d>");
+  EXPECT_EQ(ok.status, kXMLParseStatus_Success);
+  EXPECT_EQ(ok.log[2], "text expanded");
+}
+
+class ExpatFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = std::filesystem::temp_directory_path() /
+           ("tvxcore-xml-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+            "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(dir_);
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+  std::filesystem::path Write(const std::string& name, const std::string& text) {
+    auto path = dir_ / name;
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+  static UTF16String Path(const std::filesystem::path& path) {
+    return utility::UTF8to16(U8(path.string()));
+  }
+  Result ParseFile(const std::filesystem::path& path) {
+    Result result{kXMLParseStatus_Failure, {}};
+    std::unique_ptr<AbstractParseHandler> handler = std::make_unique<RecordingHandler>(&result.log);
+    auto parser = ExpatParserFactory().GetParser(handler);
+    result.status = parser->ParseDocument(Path(path));
+    return result;
+  }
+  std::filesystem::path dir_;
+};
+
+TEST_F(ExpatFileTest, ParsesFilesAcrossChunksAndRefusesMissingOnes) {
+  std::string big = "<r>";
+  for (int i = 0; i < 20000; ++i) big += "<i n='" + std::to_string(i) + "'>t</i>";
+  big += "</r>";
+  auto r = ParseFile(Write("big.xml", big));
+  EXPECT_EQ(r.status, kXMLParseStatus_Success);
+  EXPECT_EQ(r.log.size(), 2u + 2u + 3u * 20000u);
+  EXPECT_EQ(r.log.back(), "end-document");
+
+  EXPECT_EQ(ParseFile(dir_ / "missing.xml").status, kXMLParseStatus_Failure);
+  EXPECT_EQ(ParseFile(Write("bad.xml", "<r><i></r>")).status, kXMLParseStatus_Failure);
+}
+
+TEST_F(ExpatFileTest, NeverLoadsExternalEntitiesOrDTDs) {
+  auto secret = Write("secret.txt", "SECRET");
+  auto dtd = Write("ext.dtd", "<!ENTITY leak 'SECRET'>");
+  const std::string docs[] = {
+      "<!DOCTYPE r [<!ENTITY x SYSTEM 'file://" + secret.string() + "'>]><r>&x;</r>",
+      "<!DOCTYPE r SYSTEM 'file://" + dtd.string() + "'><r>&leak;</r>",
+      "<!DOCTYPE r [<!ENTITY % p SYSTEM 'file://" + dtd.string() + "'> %p;]><r>&leak;</r>",
+  };
+  for (const std::string& doc : docs) {
+    SCOPED_TRACE(doc);
+    auto r = ParseFile(Write("doc.xml", doc));
+    for (const std::string& line : r.log) EXPECT_EQ(line.find("SECRET"), std::string::npos);
+  }
+}
+
+TEST(ExpatParser, HandlerExceptionPassesThroughAndStopsTheParse) {
+  struct Throwing : AbstractParseHandler {
+    explicit Throwing(int* seen) : seen_(seen) {}
+    void StartElement(const UTF16String& name, const std::map<UTF16String, UTF16String>&) override {
+      ++*seen_;
+      if (name == u"stop") throw std::runtime_error("handler says stop");
+    }
+    int* seen_;
+  };
+  const struct {
+    const char* doc;
+    int elementsSeen;  // the throwing one included, nothing after it
+  } cases[] = {
+      {"<r><a/><stop/><b/><c/></r>", 3},
+      {"<stop>", 1},               // the document is not even complete
+      {"<r><stop/>&bad;</r>", 2},  // the exception wins over the later parse error
+  };
+  for (const auto& [doc, elementsSeen] : cases) {
+    SCOPED_TRACE(doc);
+    int seen = 0;
+    std::unique_ptr<AbstractParseHandler> handler = std::make_unique<Throwing>(&seen);
+    auto parser = ExpatParserFactory().GetParser(handler);
+    try {
+      parser->ParseBuffer(U8(doc));
+      ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& e) {
+      EXPECT_STREQ(e.what(), "handler says stop");
+    }
+    EXPECT_EQ(seen, elementsSeen);
+    // The parser is reusable after the exception.
+    EXPECT_EQ(parser->ParseBuffer(U8("<fine/>")), kXMLParseStatus_Success);
+  }
+}
