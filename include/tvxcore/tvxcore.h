@@ -14,6 +14,16 @@
 #include "tvxcore/utility/TextStreams.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 
+// Errors, localised text, client identity, host facts
+#include "tvxcore/Locale.h"
+#include "tvxcore/ZString.h"
+#include "tvxcore/config/ClientIdentity.h"
+#include "tvxcore/config/Errors.h"
+#include "tvxcore/config/Localizer.h"
+#include "tvxcore/utility/HostInfo.h"
+#include "tvxcore/utility/MachineExceptions.h"
+#include "tvxcore/utility/RefCountedObject.h"
+
 // Threads and execution
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
@@ -26,6 +36,15 @@
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
+
+// Structured data
+#include "tvxcore/geom/Geometry.h"
+#include "tvxcore/proplist/PropList.h"
+#include "tvxcore/proplist/PropListUtils.h"
+#include "tvxcore/proplist/PropListXMLHandler.h"
+#include "tvxcore/proplist/PropNodes.h"
+#include "tvxcore/xml/ExpatParser.h"
+#include "tvxcore/xml/XMLParser.h"
 
 namespace tvxcore {
 

@@ -7,6 +7,7 @@
 #include "platform/HostInfo.h"
 #include "tvxcore/config/Localizer.h"
 #include "tvxcore/utility/UnicodeConversion.h"
+#include "utility/internal/TextFacets.h"
 
 namespace tvxcore {
 namespace {
@@ -49,7 +50,10 @@ UTF16String Locale::ApplicationLangauge() {
 }
 
 const std::locale& Locale::Default() {
-  static const std::locale* locale = new std::locale(std::locale::classic());
+  // The classic locale, plus the character classes and number facets that the
+  // standard library lacks for the library's UTF-8 and UTF-16 unit types.
+  static const std::locale* locale =
+      new std::locale(utility::internal::WithTextFacets(std::locale::classic()));
   return *locale;
 }
 

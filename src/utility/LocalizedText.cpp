@@ -2,12 +2,14 @@
 
 #include <cstring>
 
+#include "tvxcore/config/Localizer.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 
 namespace tvxcore::utility::internal {
 
 UTF16String LocalizedText(const char* key) {
   if (key == nullptr) return UTF16String();
+  if (config::Localizer::Initialized()) return config::Localizer::Get()->Translate(key);
   const char* equals = std::strchr(key, '=');
   const char* text = equals != nullptr ? equals + 1 : key;
   return UTF8to16(UTF8String(AsciiToUTF8Impl(text)));

@@ -1,5 +1,7 @@
 #include "utility/internal/TextFacets.h"
 
+#include "tvxcore/Locale.h"
+
 #include "tvxcore/utility/StringTypes.h"
 
 // The standard library declares its ctype and numpunct facets for any
@@ -133,9 +135,6 @@ std::locale WithTextFacets(const std::locale& base) {
   return AddFacets<UTF8Char>(AddFacets<UTF16Char>(base));
 }
 
-const std::locale& DefaultStreamLocale() {
-  static const std::locale locale = WithTextFacets(std::locale::classic());
-  return locale;
-}
+const std::locale& DefaultStreamLocale() { return Locale::Default(); }
 
 }  // namespace tvxcore::utility::internal

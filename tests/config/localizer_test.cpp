@@ -3,6 +3,10 @@
 #include "config/ErrorTestSupport.h"
 #include "tvxcore/Locale.h"
 #include "tvxcore/config/Localizer.h"
+#include "tvxcore/utility/NumberText.h"
+#include "tvxcore/utility/TextStreams.h"
+
+#include <limits>
 
 namespace {
 
@@ -54,3 +58,21 @@ TEST_F(LocalizerTest, DictionaryLoadsFollowTheLanguage) {
 }
 
 }  // namespace
+
+TEST_F(LocalizerTest, LibraryTextsFollowTheInstalledLocalizer) {
+  using tvxcore::utility::NumberToString;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_EQ(NumberToString(nan, 0, 2, 0, 32), U("nan")) << "default text before a localizer";
+  localizer.entries["$$$/tvxui/controls/UI_NumberEdit/NANDisplayString"] = "keine Zahl";
+  Localizer::Set(&localizer);
+  const auto translated = NumberToString(nan, 0, 2, 0, 32);
+  Localizer::Set(nullptr);
+  EXPECT_EQ(translated, U("keine Zahl"));
+}
+
+TEST_F(LocalizerTest, TextStreamsUseTheDefaultLocale) {
+  tvxcore::utility::oUTF16StringStream out;
+  EXPECT_TRUE(out.getloc() == tvxcore::Locale::Default());
+  out << 1234.5 << u' ' << -7;
+  EXPECT_EQ(out.str(), U("1234.5 -7"));
+}

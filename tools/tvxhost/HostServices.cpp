@@ -1,5 +1,9 @@
 #include "HostServices.h"
 
+#include <memory>
+
+#include "tvxcore/xml/ExpatParser.h"
+
 #include <fstream>
 #include <iostream>
 
@@ -104,6 +108,10 @@ void StartHostServices() {
   tvxcore::config::ErrorManager::Set(&Manager());
   tvxcore::Locale::Initialize(FromUtf8(GetOptions().language));
   tvxcore::config::Localizer::Set(&GetHostLocalizer());
+  // Property lists and every other XML text are read through expat.
+  std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
+      std::make_unique<tvxcore::xml::ExpatParserFactory>();
+  tvxcore::xml::SetParserFactory(factory);
 }
 
 }  // namespace tvxhost

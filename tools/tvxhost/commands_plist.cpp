@@ -28,14 +28,6 @@ namespace pl = tvxcore::proplist;
 UTF8String U8(const std::string& text) { return UTF8String(text.begin(), text.end()); }
 std::string Str(const UTF8String& text) { return std::string(text.begin(), text.end()); }
 
-void EnsureParserFactory() {
-  if (!tvxcore::xml::Initialized()) {
-    std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
-        std::make_unique<tvxcore::xml::ExpatParserFactory>();
-    tvxcore::xml::SetParserFactory(factory);
-  }
-}
-
 // Reads `path` into `list`; false (with a message) when the file can't be read.
 // Parse failures arrive as the host's error.
 bool Load(const std::string& path, PropList& list) {
@@ -46,7 +38,6 @@ bool Load(const std::string& path, PropList& list) {
   }
   std::ostringstream bytes;
   bytes << file.rdbuf();
-  EnsureParserFactory();
   pl::utils::ReadPropList(U8(bytes.str()), list);
   return true;
 }
@@ -342,9 +333,9 @@ Registrar plistCommands(CommandGroup{
     "plist",
     {"show <file>            the list as an indented tree",
      "get <file> <key/path>  one value (a sub-list as JSON)",
-     "set <file> <key/path> <type> <value>  store a value, making sub-lists; types: string,",
-     "    ustring, bool, u16, u32, i32, i64, u64, float, double, or any of them with []",
-     "    for an array of comma-separated values",
+     "set <file> <key/path> <type> <value>  store a value, making sub-lists",
+     "set ... <type>: string ustring bool u16 u32 i32 i64 u64 float double; "
+     "type[] takes comma-separated values",
      "tojson <file>          the list as JSON-like text",
      "validate <file>        read the file and report the exact error"},
     Run});

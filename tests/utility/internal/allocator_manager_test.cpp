@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/ErrorTestSupport.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "utility/internal/SizeClasses.h"
 
@@ -127,12 +128,23 @@ void RecordViolation(const char* expression, const char* file, long line) {
 
 TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerIntact) {
   auto& manager = internal::ManagerForBlockSize<32>();
+  // A host whose error manager returns: the allocator must carry on intact.
+  tvxtest::RecordingErrorManager errors;
+  tvxcore::config::ErrorManager::Set(&errors);
   g_violations.clear();
   auto previous = tvxcore::debug::internal::SetContractObserverForTesting(&RecordViolation);
   void* p = manager.Allocate(33);
   const bool owned = manager.Deallocate(p, 5000);
   tvxcore::debug::internal::SetContractObserverForTesting(previous);
+  tvxcore::config::ErrorManager::Set(nullptr);
 
+  const auto reports = errors.Reports();
+  ASSERT_EQ(reports.size(), 2u);
+  for (const auto& report : reports) {
+    EXPECT_EQ(report.level, tvxcore::config::kErrorLevel_Fatal);
+    EXPECT_EQ(report.module, 105u);
+    EXPECT_EQ(report.number, 25);
+  }
   ASSERT_EQ(g_violations.size(), 2u);
   for (const auto& v : g_violations) {
     EXPECT_EQ(v.expression, "inSize <= kBlockSize");
