@@ -338,7 +338,8 @@ int CompareFileNames(const UTF16String& a, const UTF16String& b) {
 
 UTF16String NormalizeWindowsPath(const UTF16String& input, bool isDir) {
   UTF16String path = input;
-  if (isDir && !path.empty() && (path.back() == u'\\' || path.back() == u'/')) path.pop_back();
+  // Only a backslash goes, and before the runs are cut: "C:\\dir\\\\" keeps one.
+  if (isDir && !path.empty() && path.back() == u'\\') path.pop_back();
   if (path.empty()) return path;
   for (auto& unit : path)
     if (unit == u'/') unit = u'\\';

@@ -18,7 +18,8 @@
 namespace tvxcore::platform {
 namespace {
 
-std::string ParentOf(const std::string& path) {
+std::string ParentOf(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
   auto slash = path.find_last_of('/');
   if (slash == std::string::npos) return ".";
   if (slash == 0) return "/";
