@@ -224,15 +224,17 @@ RecursiveFileIterator::RecursiveFileIterator(const Dir& root, bool resolveAliase
   if (!part.empty()) components.push_back(std::move(part));
   for (std::size_t level = 0; level + 1 < components.size(); ++level) {
     auto& [dirs, dirsEnd] = stack_.back();
-    while (dirs != dirsEnd && CompareFileNames((*dirs).GetName(), components[level]) != 0) ++dirs;
-    if (dirs == dirsEnd) {
+    Dir::DirIterator found = dirs;
+    while (found != dirsEnd && CompareFileNames((*found).GetName(), components[level]) != 0)
+      ++found;
+    if (found == dirsEnd) {
       // The directory is gone: go on behind this level's files.
       files_ = filesEnd_;
       Step();
       return;
     }
-    current_ = *dirs;
-    ++dirs;
+    current_ = *found;
+    dirs = ++found;
     files_ = ListFiles(current_);
     stack_.emplace_back(ListDirs(current_), Dir::EndSubdirs());
   }
