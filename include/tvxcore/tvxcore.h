@@ -5,6 +5,7 @@
 #include "tvxcore/Version.h"
 
 // Memory and strings
+#include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/Flags.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"

@@ -1,0 +1,304 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tvxcore/utility/CaseMapping.h"
+
+namespace {
+
+using tvxcore::UTF16Char;
+using tvxcore::UTF16String;
+namespace u = tvxcore::utility;
+
+// Code units as hex, so a failure shows exactly which units differ.
+std::string Hex(const UTF16String& inText) {
+  std::string out;
+  char buffer[8];
+  for (UTF16Char c : inText) {
+    std::snprintf(buffer, sizeof buffer, "%s%04X", out.empty() ? "" : " ", unsigned(c));
+    out += buffer;
+  }
+  return "[" + out + "]";
+}
+
+UTF16String S(std::initializer_list<UTF16Char> inUnits) { return UTF16String(inUnits); }
+
+using CopyingForm = UTF16String (*)(const UTF16String&);
+using InPlaceForm = void (*)(UTF16String&);
+
+struct NamedForms {
+  const char* name;
+  CopyingForm copying;
+  InPlaceForm inPlace;
+};
+const NamedForms kAllForms[] = {
+    {"lower", u::LowerCase, u::ToLowerCase},
+    {"upper", u::UpperCase, u::ToUpperCase},
+    {"fold", u::FoldCase, u::ToFoldCase},
+    {"title", u::TitleCase, u::ToTitleCase},
+};
+
+// One unit each: its lower, upper and folded forms.
+struct Row {
+  UTF16Char unit;
+  UTF16String lower, upper, fold;
+};
+
+TEST(CaseMapping, UnitsTakeTheirFullFormsIncludingLongerOnes) {
+  const Row rows[] = {
+      {u'A', u"a", u"A", u"a"},
+      {u'z', u"z", u"Z", u"z"},
+      {0x00DF, u"\u00DF", u"SS", u"ss"},                      // sharp s
+      {0x1E9E, u"\u00DF", u"\u1E9E", u"ss"},                  // capital sharp s
+      {0xFB00, u"\uFB00", u"FF", u"ff"},                      // ff ligature
+      {0xFB03, u"\uFB03", u"FFI", u"ffi"},                    // ffi ligature
+      {0xFB05, u"\uFB05", u"ST", u"st"},                      // long s t ligature
+      {0xFB13, u"\uFB13", u"\u0544\u0546", u"\u0574\u0576"},  // Armenian men now
+      {0x0130, u"i\u0307", u"\u0130", u"i\u0307"},            // dotted capital I
+      {0x0131, u"\u0131", u"I", u"\u0131"},                   // dotless i
+      {0x0149, u"\u0149", u"\u02BCN", u"\u02BCn"},            // n preceded by apostrophe
+      {0x0390, u"\u0390", u"\u0399\u0308\u0301", u"\u03B9\u0308\u0301"},
+      {0x0345, u"\u0345", u"\u0399", u"\u03B9"},  // ypogegrammeni
+      {0x1F80, u"\u1F80", u"\u1F08\u0399", u"\u1F00\u03B9"},
+      {0x1F88, u"\u1F80", u"\u1F08\u0399", u"\u1F00\u03B9"},
+      {0x03A3, u"\u03C3", u"\u03A3", u"\u03C3"},  // sigma, never final here
+      {0x03C2, u"\u03C2", u"\u03A3", u"\u03C3"},  // final sigma
+      {0x01C5, u"\u01C6", u"\u01C4", u"\u01C6"},  // title-case digraph
+      {0x2160, u"\u2170", u"\u2160", u"\u2170"},  // Roman numeral one
+      {0x216F, u"\u217F", u"\u216F", u"\u217F"},  // Roman numeral thousand
+      {0x217F, u"\u217F", u"\u216F", u"\u217F"},
+      {0x24B6, u"\u24D0", u"\u24B6", u"\u24D0"},  // circled A
+      {0x13A0, u"\uAB70", u"\u13A0", u"\u13A0"},  // Cherokee folds to capital
+      {0xAB70, u"\uAB70", u"\u13A0", u"\u13A0"},
+      {0xFF21, u"\uFF41", u"\uFF21", u"\uFF41"},  // fullwidth A
+      {0x00B5, u"\u00B5", u"\u039C", u"\u03BC"},  // micro sign
+      {0x212A, u"k", u"\u212A", u"k"},            // Kelvin sign
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(Hex(S({row.unit})));
+    const UTF16String in(1, row.unit);
+    EXPECT_EQ(Hex(u::LowerCase(in)), Hex(row.lower));
+    EXPECT_EQ(Hex(u::UpperCase(in)), Hex(row.upper));
+    EXPECT_EQ(Hex(u::FoldCase(in)), Hex(row.fold));
+  }
+}
+
+TEST(CaseMapping, LongerFormsLengthenTheTextWhereverTheyStand) {
+  struct Case {
+    CopyingForm form;
+    UTF16String in, expected;
+  };
+  const Case cases[] = {
+      {u::UpperCase, u"stra\u00DFe", u"STRASSE"},
+      {u::FoldCase, u"Stra\u00DFe", u"strasse"},
+      {u::UpperCase, u"\u00DF\u00DF\u00DF", u"SSSSSS"},
+      {u::UpperCase, u"\uFB03x\uFB05", u"FFIXST"},
+      {u::LowerCase, u"\u0130STANBUL", u"i\u0307stanbul"},
+      // Past the eight-unit blocks, and an expansion at the very end.
+      {u::UpperCase, u"abcdefghijklmnop\u00DF", u"ABCDEFGHIJKLMNOPSS"},
+      {u::FoldCase, u"ABCDEFGH\uFB00IJKLMNOPQ\u0390", u"abcdefghffijklmnopq\u03B9\u0308\u0301"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Hex(c.in));
+    EXPECT_EQ(Hex(c.form(c.in)), Hex(c.expected));
+  }
+}
+
+TEST(CaseMapping, FoldOfSharpSEqualsFoldOfItsCapitalSpelling) {
+  EXPECT_EQ(Hex(u::FoldCase(u"\u00DF")), Hex(u::FoldCase(u"SS")));
+  EXPECT_EQ(Hex(u::FoldCase(u"Stra\u00DFe")), Hex(u::FoldCase(u"STRASSE")));
+  EXPECT_EQ(Hex(u::FoldCase(u"\uFB05")), Hex(u::FoldCase(u"sT")));
+}
+
+TEST(CaseMapping, UnitsWithoutCaseAreCopiedByEveryForm) {
+  const UTF16String samples[] = {
+      u"0123456789",         u" !\"#$%&()*+,-./:;<=>?@[\\]^_`{|}~",
+      u"\u00AA\u00BA\u0138", u"\u4E2D\u6587",
+      u"\u05D0\u05D1\u0627", u"\uFFFD\uFFFF\uFEFF",
+      S({0, 0, 0x7F}),
+  };
+  for (const UTF16String& sample : samples) {
+    SCOPED_TRACE(Hex(sample));
+    for (const NamedForms& f : kAllForms) {
+      SCOPED_TRACE(f.name);
+      EXPECT_EQ(Hex(f.copying(sample)), Hex(sample));
+    }
+  }
+}
+
+TEST(CaseMapping, NoRuleLooksAtContextOrLanguage) {
+  // A sigma at a word end stays the medial form; I and i map as everywhere.
+  EXPECT_EQ(Hex(u::LowerCase(u"\u039F\u0394\u039F\u03A3 \u03A3")),
+            Hex(u"\u03BF\u03B4\u03BF\u03C3 \u03C3"));
+  EXPECT_EQ(Hex(u::LowerCase(u"I\u0130")), Hex(u"ii\u0307"));
+  EXPECT_EQ(Hex(u::UpperCase(u"i\u0131")), Hex(u"II"));
+  // A combining mark after a letter is mapped on its own.
+  EXPECT_EQ(Hex(u::UpperCase(u"\u03B1\u0345")), Hex(u"\u0391\u0399"));
+}
+
+TEST(CaseMapping, SurrogatePairsPassUnchangedEvenWhereUnicodeHasCase) {
+  const UTF16String samples[] = {
+      u"\U00010400",                      // Deseret capital long i
+      u"\U00010428",                      // Deseret small long i
+      u"\U00010400\U00010428\U000104B0",  // Deseret, Osage
+      u"\U0001E900\U0001E922",            // Adlam capital and small alif
+      u"\U0001F600",                      // an emoji
+      u"\U0001D400",                      // mathematical bold capital A
+  };
+  for (const UTF16String& sample : samples) {
+    SCOPED_TRACE(Hex(sample));
+    for (const NamedForms& f : kAllForms) {
+      SCOPED_TRACE(f.name);
+      EXPECT_EQ(Hex(f.copying(sample)), Hex(sample));
+      UTF16String inPlace = sample;
+      f.inPlace(inPlace);
+      EXPECT_EQ(Hex(inPlace), Hex(sample));
+    }
+  }
+  // Letters around the pairs still change; the pairs do not.
+  EXPECT_EQ(Hex(u::UpperCase(u"a\U00010428b\u00DF\U00010428")), Hex(u"A\U00010428BSS\U00010428"));
+  EXPECT_EQ(Hex(u::FoldCase(u"ABCDEFGHIJ\U00010400KLMNOPQRS")),
+            Hex(u"abcdefghij\U00010400klmnopqrs"));
+  EXPECT_EQ(Hex(u::TitleCase(u"\U00010428ab \U00010400CD")), Hex(u"\U00010428Ab \U00010400Cd"));
+}
+
+TEST(CaseMapping, LoneSurrogatesAndEmptyStringsPassUnchanged) {
+  const UTF16String samples[] = {
+      UTF16String(),       S({0xD800}),       S({0xDFFF}),
+      S({0xDC00, 0xD800}), S({0xDBFF, 0x41}), S({0x61, 0xDC00, 0x62}),
+  };
+  const UTF16String lowered[] = {
+      UTF16String(),       S({0xD800}),       S({0xDFFF}),
+      S({0xDC00, 0xD800}), S({0xDBFF, 0x61}), S({0x61, 0xDC00, 0x62}),
+  };
+  for (std::size_t i = 0; i < std::size(samples); ++i) {
+    SCOPED_TRACE(Hex(samples[i]));
+    EXPECT_EQ(Hex(u::LowerCase(samples[i])), Hex(lowered[i]));
+    EXPECT_EQ(Hex(u::FoldCase(samples[i])), Hex(lowered[i]));
+    UTF16String upper = u::UpperCase(samples[i]);
+    ASSERT_EQ(upper.size(), samples[i].size());
+    for (std::size_t k = 0; k < upper.size(); ++k) {
+      if ((samples[i][k] & 0xF800) == 0xD800) {
+        EXPECT_EQ(upper[k], samples[i][k]);
+      }
+    }
+  }
+  for (const NamedForms& f : kAllForms) {
+    SCOPED_TRACE(f.name);
+    EXPECT_TRUE(f.copying(UTF16String()).empty());
+    UTF16String empty;
+    f.inPlace(empty);
+    EXPECT_TRUE(empty.empty());
+  }
+}
+
+TEST(TitleCase, CapitalisesEachWordAndLowersTheRest) {
+  struct Case {
+    UTF16String in, expected;
+  };
+  const Case cases[] = {
+      {u"hello world", u"Hello World"},
+      {u"HELLO wORLD", u"Hello World"},
+      {u"don't", u"Don't"},
+      {u"'tis", u"'Tis"},
+      {u"o'neil's", u"O'neil's"},
+      {u"it is 'tis", u"It Is 'Tis"},
+      {u"1'a", u"1'A"},  // apostrophe behind a digit opens a word
+      {u"''a", u"''A"},  // so does one behind another apostrophe
+      {u"two1words", u"Two1Words"},
+      {u"abc9DEF0ghi", u"Abc9Def0Ghi"},
+      {u"tab\tnew\nline", u"Tab\tNew\nLine"},
+      {u"a-b_c.d", u"A-B_C.D"},
+      {u"a\u00AAb", u"A\u00AAB"},  // a letter without case ends a word
+      {u"\u0386\u039B\u03A6\u0391 \u03B2\u03AE\u03C4\u03B1",
+       u"\u0386\u03BB\u03C6\u03B1 \u0392\u03AE\u03C4\u03B1"},
+      {u"\u043C\u0418\u0420", u"\u041C\u0438\u0440"},
+      {u"\u01C6a", u"\u01C4a"},  // the upper form, not the title form
+      {u"\u0345x", u"\u0399x"},
+      {u"''", u"''"},
+      {u"'", u"'"},
+      {u"   ", u"   "},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Hex(c.in));
+    EXPECT_EQ(Hex(u::TitleCase(c.in)), Hex(c.expected));
+  }
+}
+
+TEST(TitleCase, LongerFormsShiftTheTextAndLeaveItsEndUnvisited) {
+  struct Case {
+    UTF16String in, expected;
+  };
+  const Case cases[] = {
+      // "SS" replaces the first unit; its second S is visited as inside the
+      // word; the last unit is beyond the length read at the start.
+      {u"\u00DFAB", u"SsaB"},
+      {u"\u00DF", u"SS"},
+      {u"\uFB03X", u"FfIX"},
+      {u"\uFB03", u"FFI"},
+      {u"x \u00DFYZ", u"X SsyZ"},
+      {u"\u0130ST", u"\u0130st"},     // upper form is one unit
+      {u"A\u0130BC", u"Ai\u0307BC"},  // lower form of two units: B is the
+                                      // visited unit after the mark, C not
+      {u"\u0149a", u"\u02BCna"},      // the inserted N is visited, a is not
+      {u"\u1F80\u1F80", u"\u1F08\u03B9\u1F80"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Hex(c.in));
+    EXPECT_EQ(Hex(u::TitleCase(c.in)), Hex(c.expected));
+  }
+}
+
+// Strings that reach every path of the mapping loop: ASCII blocks, table
+// lookups, longer forms, surrogates, at every position of a block.
+std::vector<UTF16String> MixedSamples() {
+  const UTF16Char pool[] = {u'a',   u'Z',   u' ',   u'\'',  u'7',   0x00C9, 0x00DF,
+                            0x0130, 0x0149, 0x03A3, 0x03C2, 0x0390, 0x0416, 0x0436,
+                            0x1F80, 0xFB03, 0xD801, 0xDC00, 0x2160, 0x4E2D, 0xFF41};
+  std::mt19937 random(20240611);
+  std::vector<UTF16String> samples;
+  for (int n = 0; n < 400; ++n) {
+    UTF16String s;
+    const std::size_t length = random() % 40;
+    const bool asciiHeavy = n % 2 == 0;
+    for (std::size_t i = 0; i < length; ++i) {
+      if (asciiHeavy && random() % 8 != 0)
+        s.push_back(static_cast<UTF16Char>(0x20 + random() % 0x5F));
+      else
+        s.push_back(pool[random() % std::size(pool)]);
+    }
+    samples.push_back(std::move(s));
+  }
+  return samples;
+}
+
+TEST(CaseMapping, InPlaceFormsEqualCopyingForms) {
+  for (const UTF16String& sample : MixedSamples()) {
+    SCOPED_TRACE(Hex(sample));
+    for (const NamedForms& f : kAllForms) {
+      SCOPED_TRACE(f.name);
+      UTF16String inPlace = sample;
+      f.inPlace(inPlace);
+      EXPECT_EQ(Hex(inPlace), Hex(f.copying(sample)));
+    }
+  }
+}
+
+TEST(CaseMapping, TextMapsAsTheConcatenationOfItsUnits) {
+  const std::function<UTF16String(const UTF16String&)> forms[] = {u::LowerCase, u::UpperCase,
+                                                                  u::FoldCase};
+  for (const UTF16String& sample : MixedSamples()) {
+    SCOPED_TRACE(Hex(sample));
+    for (const auto& form : forms) {
+      UTF16String expected;
+      for (UTF16Char c : sample) expected += form(UTF16String(1, c));
+      EXPECT_EQ(Hex(form(sample)), Hex(expected));
+    }
+  }
+}
+
+}  // namespace
