@@ -5,9 +5,9 @@
 
 namespace tvxcore::filesupport::internal {
 
-// Canonical composition (NFC); the input unchanged if ICU refuses it.
+// Canonical composition (NFC).
 UTF16String ComposeNfc(const UTF16String& text);
-// Full case folding; the input unchanged if ICU refuses it.
+// Full case folding.
 UTF16String FoldCase(const UTF16String& text);
 // Case fold, then full-width forms to their plain ones and katakana to
 // hiragana. False when the text can't be folded.
