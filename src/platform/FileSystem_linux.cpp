@@ -237,7 +237,8 @@ int GetFileTimes(const std::string& path, FileTime& outCreated, FileTime& outMod
   if (::statx(AT_FDCWD, path.c_str(), 0, STATX_MTIME | STATX_BTIME, &sx) != 0)
     return LastError(path);
   outModified = {sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec};
-  if (sx.stx_mask & STATX_BTIME)
+  // Some file systems set the mask yet report a zero birth time.
+  if ((sx.stx_mask & STATX_BTIME) && (sx.stx_btime.tv_sec != 0 || sx.stx_btime.tv_nsec != 0))
     outCreated = {sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec};
   else
     outCreated = outModified;
