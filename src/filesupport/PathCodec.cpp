@@ -66,9 +66,9 @@ UTF16String FromNative(std::string_view bytes) {
           (bytes[i + 3] & 0x3F);
       if (c >= 0x10000 && c <= 0x10FFFF) len = 4;
     }
-    // A decoded unit that would itself read back as an escaped byte can't be
-    // told apart: keep such sequences as bytes too.
-    if (len == 3 && c >= 0xDC80 && c <= 0xDCFF) len = 0;
+    // Encoded surrogates aren't UTF-8: they stay bytes, or a lone high
+    // surrogate could pair with an escaped byte and not read back the same.
+    if (len == 3 && c >= 0xD800 && c <= 0xDFFF) len = 0;
     if (len == 0) {
       out.push_back(static_cast<UTF16Char>(0xDC00 + b));
       ++i;

@@ -3,7 +3,8 @@
 // Linux names are byte strings, usually UTF-8. A name that isn't valid UTF-8
 // must still round-trip, so each byte of a bad sequence decodes to the lone
 // surrogate U+DC80..U+DCFF and encodes back to that byte. Other lone
-// surrogates travel in their three-byte form.
+// surrogates go to the kernel in their three-byte form, which reads back as
+// three escaped bytes: bytes on disk always round-trip.
 #pragma once
 
 #include <string>
