@@ -35,16 +35,31 @@ void IteratorHelper::Read(const UTF16String& path, boost::function<bool()>* abor
                           bool resolvedFilesOnly) {
   entries_ = boost::make_shared<Entries>();
   index_ = 0;
+  ReadInto(path, resolveAliases_, skipLinkedDirs_, abortCheck, resolvedFilesOnly,
+           wantDirs_ ? nullptr : entries_.get(), wantDirs_ ? entries_.get() : nullptr);
+  Finish();
+}
+
+void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool skipLinkedDirs,
+                              boost::function<bool()>* abortCheck, bool resolvedFilesOnly,
+                              Entries* files, Entries* dirs) {
   std::string native;
-  if (internal::ToNative(path, native)) {
-    const bool checkAbort = abortCheck != nullptr && !abortCheck->empty();
-    UTF16String prefix = path;
-    if (prefix.empty() || prefix.back() != u'/') prefix.push_back(u'/');
-    platform::ListDirectory(native, [&](const platform::DirEntry& entry) {
-      bool isDir = entry.isDirectory;
-      bool keep = !(isDir && entry.isSymlink && skipLinkedDirs_);
-      UTF16String full = prefix + internal::FromNative(entry.name);
-      if (keep && resolveAliases_ && !isDir && EndsWithLnk(entry.name)) {
+  if (!internal::ToNative(path, native)) return;
+  const bool checkAbort = abortCheck != nullptr && !abortCheck->empty();
+  UTF16String prefix = path;
+  if (prefix.empty() || prefix.back() != u'/') prefix.push_back(u'/');
+  platform::ListDirectory(native, [&](const platform::DirEntry& entry) {
+    bool isDir = entry.isDirectory;
+    Entries* into = isDir ? dirs : files;
+    const bool alias = resolveAliases && !isDir && EndsWithLnk(entry.name);
+    if (isDir && entry.isSymlink && skipLinkedDirs) into = nullptr;
+    if (into != nullptr || alias) {
+      UTF16String full;
+      full.reserve(prefix.size() + entry.name.size());
+      full = prefix;
+      internal::AppendFromNative(entry.name, full);
+      bool keep = true;
+      if (alias) {
         UTF16String target = full;
         bool targetIsDir = false;
         const long result = utility::FileUtils::ResolveIT(target, targetIsDir);
@@ -56,12 +71,12 @@ void IteratorHelper::Read(const UTF16String& path, boost::function<bool()>* abor
           full = DirHelper(target).Path();
           isDir = targetIsDir;
         }
+        into = isDir ? dirs : files;
       }
-      if (keep && isDir == wantDirs_) entries_->push_back(std::move(full));
-      return !(checkAbort && (*abortCheck)());
-    });
-  }
-  Finish();
+      if (keep && into != nullptr) into->push_back(std::move(full));
+    }
+    return !(checkAbort && (*abortCheck)());
+  });
 }
 
 void IteratorHelper::Finish() {
@@ -166,7 +181,10 @@ Dir::DirIterator Dir::DirIterator::operator++(int) {
   ++*this;
   return before;
 }
-Dir Dir::DirIterator::operator*() const { return helper_ ? Dir(helper_->Current()) : Dir(); }
+// Entries are in normal form already.
+Dir Dir::DirIterator::operator*() const {
+  return helper_ ? Dir(DirHelper(helper_->Current(), FileHelper::NormalPath())) : Dir();
+}
 
 Dir::FileIterator::FileIterator() = default;
 Dir::FileIterator::FileIterator(IteratorHelper* helper) : helper_(helper) {}
@@ -189,7 +207,9 @@ Dir::FileIterator Dir::FileIterator::operator++(int) {
   ++*this;
   return before;
 }
-File Dir::FileIterator::operator*() const { return helper_ ? File(helper_->Current()) : File(); }
+File Dir::FileIterator::operator*() const {
+  return helper_ ? File(FileHelper(helper_->Current(), FileHelper::NormalPath())) : File();
+}
 
 // --- RecursiveFileIterator ---
 
@@ -203,9 +223,8 @@ RecursiveFileIterator::RecursiveFileIterator(const Dir& root, bool resolveAliase
       current_(root),
       abortCheck_(std::move(abortCheck)),
       compare_(std::move(compare)) {
-  files_ = ListFiles(root);
   filesEnd_ = Dir::EndFiles();
-  stack_.emplace_back(ListDirs(root), Dir::EndSubdirs());
+  Enter(root);
   if (startPath.empty()) {
     if (files_ == filesEnd_) Step();
     return;
@@ -235,26 +254,30 @@ RecursiveFileIterator::RecursiveFileIterator(const Dir& root, bool resolveAliase
     }
     current_ = *found;
     dirs = ++found;
-    files_ = ListFiles(current_);
-    stack_.emplace_back(ListDirs(current_), Dir::EndSubdirs());
+    Enter(current_);
   }
   const UTF16String& name = components.empty() ? UTF16String() : components.back();
   while (files_ != filesEnd_ && CompareFileNames((*files_).GetName(), name) != 0) ++files_;
   if (files_ == filesEnd_) Step();
 }
 
-Dir::FileIterator RecursiveFileIterator::ListFiles(const Dir& dir) {
-  return dir.BeginFiles(resolveAliases_, &abortCheck_, false, compare_);
-}
-
-Dir::DirIterator RecursiveFileIterator::ListDirs(const Dir& dir) {
-  auto* helper = new IteratorHelper();
-  helper->wantDirs_ = true;
-  helper->resolveAliases_ = resolveAliases_;
-  helper->skipLinkedDirs_ = true;
-  helper->compare_ = compare_;
-  helper->Read(dir.FullPath(), &abortCheck_, false);
-  return Dir::DirIterator(helper);
+void RecursiveFileIterator::Enter(const Dir& dir) {
+  auto* files = new IteratorHelper();
+  Dir::FileIterator filesIt(files);  // owns it from here on
+  auto* dirs = new IteratorHelper();
+  Dir::DirIterator dirsIt(dirs);
+  files->resolveAliases_ = dirs->resolveAliases_ = resolveAliases_;
+  dirs->wantDirs_ = true;
+  files->compare_ = dirs->compare_ = compare_;
+  files->entries_ = boost::make_shared<IteratorHelper::Entries>();
+  dirs->entries_ = boost::make_shared<IteratorHelper::Entries>();
+  // Links to directories are left out, so a cycle of links can't trap the walk.
+  IteratorHelper::ReadInto(dir.FullPath(), resolveAliases_, true, &abortCheck_, false,
+                           files->entries_.get(), dirs->entries_.get());
+  files->Finish();
+  dirs->Finish();
+  files_ = filesIt;
+  stack_.emplace_back(dirsIt, Dir::EndSubdirs());
 }
 
 void RecursiveFileIterator::Step() {
@@ -269,8 +292,7 @@ void RecursiveFileIterator::Step() {
       auto& dirs = stack_.back().first;
       current_ = *dirs;
       ++dirs;
-      files_ = ListFiles(current_);
-      stack_.emplace_back(ListDirs(current_), Dir::EndSubdirs());
+      Enter(current_);
       found = files_ != filesEnd_;  // a new directory stands on its first file
     } else {
       stack_.pop_back();

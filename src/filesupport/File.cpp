@@ -19,6 +19,13 @@ using internal::ToNative;
 
 // Repeated "/" collapse to one.
 UTF16String NativeNormalForm(const UTF16String& path, bool isDir) {
+  // Most paths are normal already: one search instead of a rebuild.
+  const UTF16Char* units = path.data();
+  const std::size_t size = path.size();
+  bool doubled = false;
+  for (std::size_t i = 1; i < size && !doubled; ++i)
+    doubled = units[i] == u'/' && units[i - 1] == u'/';
+  if (!doubled && !(isDir && size > 1 && units[size - 1] == u'/')) return path;
   UTF16String out;
   out.reserve(path.size());
   for (UTF16Char unit : path) {
@@ -83,6 +90,7 @@ DirHelper::DirHelper(const std::string& path)
 
 File::File() : helper_(std::make_unique<FileHelper>()) {}
 File::File(const FileHelper& helper) : helper_(std::make_unique<FileHelper>(helper)) {}
+File::File(FileHelper&& helper) : helper_(std::make_unique<FileHelper>(std::move(helper))) {}
 File::File(const File& other) : helper_(std::make_unique<FileHelper>(*other.helper_)) {}
 File::File(File&& other) noexcept : helper_(std::move(other.helper_)) {}
 File::File(const UTF16String& path) : helper_(std::make_unique<FileHelper>(path)) {}
@@ -211,6 +219,7 @@ bool File::operator==(const File& other) const {
 
 Dir::Dir() : helper_(std::make_unique<DirHelper>()) {}
 Dir::Dir(const DirHelper& helper) : helper_(std::make_unique<DirHelper>(helper)) {}
+Dir::Dir(DirHelper&& helper) : helper_(std::make_unique<DirHelper>(std::move(helper))) {}
 Dir::Dir(const Dir& other) : helper_(std::make_unique<DirHelper>(other.Helper())) {}
 Dir::Dir(Dir&& other) noexcept : helper_(std::move(other.helper_)) {}
 Dir::Dir(const UTF16String& path) : helper_(std::make_unique<DirHelper>(path)) {}

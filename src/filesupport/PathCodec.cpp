@@ -43,13 +43,27 @@ std::string ToNative(const UTF16String& path) {
 
 UTF16String FromNative(std::string_view bytes) {
   UTF16String out;
-  out.reserve(bytes.size());
+  AppendFromNative(bytes, out);
+  return out;
+}
+
+void AppendFromNative(std::string_view bytes, UTF16String& out) {
+  out.reserve(out.size() + bytes.size());
   const std::size_t n = bytes.size();
   auto cont = [&](std::size_t i) {
     return i < n && (static_cast<unsigned char>(bytes[i]) & 0xC0) == 0x80;
   };
   for (std::size_t i = 0; i < n;) {
     const unsigned char b = static_cast<unsigned char>(bytes[i]);
+    if (b < 0x80) {  // the common case: widen a run of ASCII at once
+      std::size_t end = i + 1;
+      while (end < n && static_cast<unsigned char>(bytes[end]) < 0x80) ++end;
+      const std::size_t at = out.size();
+      out.resize(at + (end - i));
+      UTF16Char* to = out.data() + at;
+      for (; i < end; ++i) *to++ = static_cast<unsigned char>(bytes[i]);
+      continue;
+    }
     std::uint32_t c = 0;
     std::size_t len = 0;
     if (b < 0x80) {
@@ -83,7 +97,6 @@ UTF16String FromNative(std::string_view bytes) {
     }
     i += len;
   }
-  return out;
 }
 
 }  // namespace tvxcore::filesupport::internal

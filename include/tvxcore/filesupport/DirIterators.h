@@ -24,7 +24,8 @@ namespace tvxcore::filesupport {
 
 // One position on a listing. Owned by its iterator; copies share the vector,
 // read-only, and move independently.
-class TVXCORE_EXPORT IteratorHelper {
+class TVXCORE_EXPORT IteratorHelper
+    : public utility::SmallBlockAllocator::Allocated<IteratorHelper> {
  public:
   using Entries = std::vector<UTF16String>;
 
@@ -44,6 +45,10 @@ class TVXCORE_EXPORT IteratorHelper {
 
  private:
   void Read(const UTF16String& path, boost::function<bool()>* abortCheck, bool resolvedFilesOnly);
+  // One pass over the directory fills either or both vectors.
+  static void ReadInto(const UTF16String& path, bool resolveAliases, bool skipLinkedDirs,
+                       boost::function<bool()>* abortCheck, bool resolvedFilesOnly, Entries* files,
+                       Entries* dirs);
   void Finish();
 
   bool wantDirs_ = false;
@@ -80,8 +85,8 @@ class TVXCORE_EXPORT RecursiveFileIterator {
   RecursiveFileIterator operator++(int);
 
  private:
-  Dir::FileIterator ListFiles(const Dir& dir);
-  Dir::DirIterator ListDirs(const Dir& dir);
+  // Lists the files and the subdirectories of `dir` in one pass.
+  void Enter(const Dir& dir);
   void Step();
 
   bool finished_ = true;

@@ -37,10 +37,14 @@ using PathComparePtr = boost::shared_ptr<PathCompare>;
 
 // The path of a File in normal form: repeated "/" collapsed to one. Owned by
 // its File; a value.
-class TVXCORE_EXPORT FileHelper {
+class TVXCORE_EXPORT FileHelper : public utility::SmallBlockAllocator::Allocated<FileHelper> {
  public:
+  // Marks a path known to be in normal form already, such as a listing's.
+  struct NormalPath {};
+
   FileHelper() = default;
   explicit FileHelper(const UTF16String& path);
+  FileHelper(UTF16String path, NormalPath) : path_(std::move(path)) {}
   // From native bytes (UTF-8 on Linux).
   explicit FileHelper(const std::string& path);
 
@@ -56,10 +60,11 @@ class TVXCORE_EXPORT FileHelper {
 
 // The path of a Dir in normal form: like a file's, and one trailing "/"
 // removed, except from the root "/".
-class TVXCORE_EXPORT DirHelper {
+class TVXCORE_EXPORT DirHelper : public utility::SmallBlockAllocator::Allocated<DirHelper> {
  public:
   DirHelper() = default;
   explicit DirHelper(const UTF16String& path);
+  DirHelper(UTF16String path, FileHelper::NormalPath) : path_(std::move(path)) {}
   explicit DirHelper(const std::string& path);
 
   const UTF16String& Path() const { return path_; }
@@ -75,6 +80,7 @@ class TVXCORE_EXPORT File {
  public:
   File();
   File(const FileHelper& helper);  // NOLINT: a helper is a File in waiting
+  File(FileHelper&& helper);       // NOLINT
   File(const File& other);
   File(File&& other) noexcept;
   explicit File(const UTF16String& path);
@@ -133,6 +139,7 @@ class TVXCORE_EXPORT Dir {
 
   Dir();
   Dir(const DirHelper& helper);  // NOLINT: a helper is a Dir in waiting
+  Dir(DirHelper&& helper);       // NOLINT
   Dir(const Dir& other);
   Dir(Dir&& other) noexcept;
   explicit Dir(const UTF16String& path);

@@ -19,5 +19,7 @@ bool ToNative(const UTF16String& path, std::string& out);
 // The native form, or an empty string when ToNative() fails.
 std::string ToNative(const UTF16String& path);
 UTF16String FromNative(std::string_view bytes);
+// FromNative(bytes) appended to `out`.
+void AppendFromNative(std::string_view bytes, UTF16String& out);
 
 }  // namespace tvxcore::filesupport::internal
