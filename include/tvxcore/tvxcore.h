@@ -35,7 +35,11 @@
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
+#include "tvxcore/filesupport/DirIterators.h"
+#include "tvxcore/filesupport/File.h"
+#include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
+#include "tvxcore/utility/FileUtils.h"
 
 // Structured data
 #include "tvxcore/geom/Geometry.h"
