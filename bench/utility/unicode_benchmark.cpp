@@ -1,0 +1,231 @@
+// UTF8to16 and UTF16to8 beside ICU (u_strFromUTF8/u_strToUTF8, into a
+// preallocated buffer and into a std::u16string/std::string) and glibc iconv,
+// on five kinds of text at three sizes. Texts come from a fixed seed.
+#include <benchmark/benchmark.h>
+#include <iconv.h>
+#include <unicode/ustring.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tvxcore/utility/UnicodeConversion.h"
+
+namespace {
+
+using tvxcore::UTF16String;
+using tvxcore::UTF8String;
+
+void Append(std::uint32_t cp, std::string& out) {
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+enum class Kind { kAscii, kLatin, kCJK, kEmoji, kMixed };
+const char* KindName(Kind k) {
+  switch (k) {
+    case Kind::kAscii:
+      return "ascii";
+    case Kind::kLatin:
+      return "latin";
+    case Kind::kCJK:
+      return "cjk";
+    case Kind::kEmoji:
+      return "emoji";
+    default:
+      return "mixed";
+  }
+}
+
+// Words of letters from the kind's repertoire separated by blanks; "mixed"
+// draws each word from a different script (mostly ASCII and Latin, some CJK,
+// an emoji now and then), as in user-visible text of an international app.
+std::uint32_t Letter(Kind k, std::mt19937& r) {
+  static const std::uint32_t latin[] = {0xE9, 0xE8, 0xE0, 0xFC, 0xF6,
+                                        0xE4, 0xDF, 0xE7, 0xF1, 0x107};
+  switch (k) {
+    case Kind::kAscii:
+      return 'a' + r() % 26;
+    case Kind::kLatin:
+      return r() % 5 == 0 ? latin[r() % 10] : 'a' + r() % 26;
+    case Kind::kCJK:
+      return 0x4E00 + r() % 0x5000;
+    case Kind::kEmoji:
+      return 0x1F300 + r() % 0x300;
+    default:
+      return 'a';
+  }
+}
+std::string MakeText(Kind kind, std::size_t bytes) {
+  std::mt19937 r(20240611);
+  std::string out;
+  while (out.size() < bytes + 8) {
+    Kind wordKind = kind;
+    if (kind == Kind::kMixed) {
+      const unsigned pick = r() % 20;
+      wordKind = pick < 9    ? Kind::kAscii
+                 : pick < 15 ? Kind::kLatin
+                 : pick < 19 ? Kind::kCJK
+                             : Kind::kEmoji;
+    }
+    const int letters = 2 + static_cast<int>(r() % 8);
+    for (int i = 0; i < letters; ++i) Append(Letter(wordKind, r), out);
+    if (wordKind != Kind::kCJK && wordKind != Kind::kEmoji) out += ' ';
+  }
+  // Cut back to a sequence boundary at or below the size.
+  std::size_t n = bytes;
+  while (n > 0 && (static_cast<unsigned char>(out[n]) & 0xC0) == 0x80) --n;
+  return out.substr(0, n);
+}
+
+void Tvx8to16(benchmark::State& state, const std::string& text) {
+  const UTF8String in(text.begin(), text.end());
+  for (auto _ : state) {
+    UTF16String out = tvxcore::utility::UTF8to16(in);
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void IcuBuffer8to16(benchmark::State& state, const std::string& text) {
+  std::vector<UChar> out(text.size() + 1);
+  for (auto _ : state) {
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), &length, text.data(),
+                  static_cast<int32_t>(text.size()), &status);
+    benchmark::DoNotOptimize(out.data());
+    benchmark::DoNotOptimize(length);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void IcuString8to16(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) {
+    std::u16string out;
+    out.resize(text.size());
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), &length, text.data(),
+                  static_cast<int32_t>(text.size()), &status);
+    out.resize(static_cast<std::size_t>(length));
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void Iconv8to16(benchmark::State& state, const std::string& text) {
+  iconv_t cd = iconv_open("UTF-16LE", "UTF-8");
+  std::vector<char> out(text.size() * 2 + 16);
+  for (auto _ : state) {
+    char* in = const_cast<char*>(text.data());
+    std::size_t inLeft = text.size();
+    char* o = out.data();
+    std::size_t outLeft = out.size();
+    iconv(cd, &in, &inLeft, &o, &outLeft);
+    benchmark::DoNotOptimize(out.data());
+  }
+  iconv_close(cd);
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+void Tvx16to8(benchmark::State& state, const std::string& text) {
+  const UTF16String in = tvxcore::utility::UTF8to16(UTF8String(text.begin(), text.end()));
+  for (auto _ : state) {
+    UTF8String out = tvxcore::utility::UTF16to8(in);
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+std::u16string Utf16Of(const std::string& text) {
+  const UTF16String s = tvxcore::utility::UTF8to16(UTF8String(text.begin(), text.end()));
+  return std::u16string(s.begin(), s.end());
+}
+void IcuBuffer16to8(benchmark::State& state, const std::string& text) {
+  const std::u16string in = Utf16Of(text);
+  std::vector<char> out(in.size() * 3 + 1);
+  for (auto _ : state) {
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strToUTF8(out.data(), static_cast<int32_t>(out.size()), &length, in.data(),
+                static_cast<int32_t>(in.size()), &status);
+    benchmark::DoNotOptimize(out.data());
+    benchmark::DoNotOptimize(length);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void IcuString16to8(benchmark::State& state, const std::string& text) {
+  const std::u16string in = Utf16Of(text);
+  for (auto _ : state) {
+    // Measure first, then convert into a string of the exact size.
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t length = 0;
+    u_strToUTF8(nullptr, 0, &length, in.data(), static_cast<int32_t>(in.size()), &status);
+    std::string out(static_cast<std::size_t>(length), '\0');
+    status = U_ZERO_ERROR;
+    u_strToUTF8(out.data(), length, &length, in.data(), static_cast<int32_t>(in.size()), &status);
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void Iconv16to8(benchmark::State& state, const std::string& text) {
+  const std::u16string in = Utf16Of(text);
+  iconv_t cd = iconv_open("UTF-8", "UTF-16LE");
+  std::vector<char> out(in.size() * 3 + 16);
+  for (auto _ : state) {
+    char* i = reinterpret_cast<char*>(const_cast<char16_t*>(in.data()));
+    std::size_t inLeft = in.size() * 2;
+    char* o = out.data();
+    std::size_t outLeft = out.size();
+    iconv(cd, &i, &inLeft, &o, &outLeft);
+    benchmark::DoNotOptimize(out.data());
+  }
+  iconv_close(cd);
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+int Register() {
+  using Fn = void (*)(benchmark::State&, const std::string&);
+  const struct {
+    const char* name;
+    Fn fn;
+  } impls[] = {
+      {"UTF8to16/tvxcore", Tvx8to16},
+      {"UTF8to16/icu_buffer", IcuBuffer8to16},
+      {"UTF8to16/icu_u16string", IcuString8to16},
+      {"UTF8to16/iconv", Iconv8to16},
+      {"UTF16to8/tvxcore", Tvx16to8},
+      {"UTF16to8/icu_buffer", IcuBuffer16to8},
+      {"UTF16to8/icu_string", IcuString16to8},
+      {"UTF16to8/iconv", Iconv16to8},
+  };
+  for (Kind kind : {Kind::kAscii, Kind::kLatin, Kind::kCJK, Kind::kEmoji, Kind::kMixed}) {
+    for (std::size_t size : {std::size_t{16}, std::size_t{1024}, std::size_t{1} << 20}) {
+      const std::string text = MakeText(kind, size);
+      for (const auto& impl : impls) {
+        const std::string name = std::string(impl.name) + "/" + KindName(kind) + "/" +
+                                 (size == 16     ? "16B"
+                                  : size == 1024 ? "1KiB"
+                                                 : "1MiB");
+        benchmark::RegisterBenchmark(name.c_str(), impl.fn, text);
+      }
+    }
+  }
+  return 0;
+}
+const int kRegistered = Register();
+
+}  // namespace
+
+BENCHMARK_MAIN();

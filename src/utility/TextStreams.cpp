@@ -1,0 +1,125 @@
+#include "tvxcore/utility/TextStreams.h"
+
+#include <cstdio>
+#include <iostream>
+
+#include "debug/internal/DebugTraceText.h"
+#include "tvxcore/utility/UnicodeConversion.h"
+#include "utility/internal/TextFacets.h"
+
+namespace tvxcore::debug {
+
+template <typename CharT>
+DebugStreamBuffer<CharT>::~DebugStreamBuffer() {
+  this->pubsync();
+}
+template <typename CharT>
+void DebugStreamBuffer<CharT>::Write(const CharT* text) {
+  internal::DebugTraceText(utility::UTF16to8(text));
+}
+
+template <typename CharT>
+UTF16StdOutStreamBuffer<CharT>::~UTF16StdOutStreamBuffer() {
+  this->pubsync();
+}
+template <typename CharT>
+void UTF16StdOutStreamBuffer<CharT>::Write(const CharT* text) {
+  std::puts(reinterpret_cast<const char*>(utility::UTF16to8(text).c_str()));
+}
+
+template class DebugStreamBuffer<UTF16Char>;
+template class UTF16StdOutStreamBuffer<UTF16Char>;
+
+}  // namespace tvxcore::debug
+
+namespace tvxcore::utility {
+namespace {
+
+// Reaches the protected basic_ios::init of any stream, which resets it to the
+// state of a newly constructed one.
+template <typename CharT>
+struct StreamInit : std::basic_ios<CharT> {
+  static void Reinit(std::basic_ios<CharT>& stream, std::basic_streambuf<CharT>* buffer) {
+    (stream.*(&StreamInit::init))(buffer);
+  }
+};
+
+template <typename Stream>
+void Imbue(Stream& stream) {
+  stream.imbue(internal::DefaultStreamLocale());
+}
+
+}  // namespace
+
+UTF16OutputStream::UTF16OutputStream(std::basic_streambuf<UTF16Char>* buffer)
+    : std::basic_ostream<UTF16Char>(buffer) {
+  Imbue(*this);
+}
+UTF8OutputStream::UTF8OutputStream(std::basic_streambuf<UTF8Char>* buffer)
+    : std::basic_ostream<UTF8Char>(buffer) {
+  Imbue(*this);
+}
+oUTF16StringStream::oUTF16StringStream() { Imbue(*this); }
+iUTF16StringStream::iUTF16StringStream(const UTF16String& text)
+    : std::basic_istringstream<UTF16Char, std::char_traits<UTF16Char>,
+                               SmallBlockAllocator::STLAllocator<UTF16Char>>(text) {
+  Imbue(*this);
+}
+UTF16StringStream::UTF16StringStream() { Imbue(*this); }
+UTF16StringStream::UTF16StringStream(const UTF16String& text)
+    : std::basic_stringstream<UTF16Char, std::char_traits<UTF16Char>,
+                              SmallBlockAllocator::STLAllocator<UTF16Char>>(text) {
+  Imbue(*this);
+}
+oUTF8StringStream::oUTF8StringStream() { Imbue(*this); }
+iUTF8StringStream::iUTF8StringStream(const UTF8String& text)
+    : std::basic_istringstream<UTF8Char, std::char_traits<UTF8Char>,
+                               SmallBlockAllocator::STLAllocator<UTF8Char>>(text) {
+  Imbue(*this);
+}
+UTF8StringStream::UTF8StringStream() { Imbue(*this); }
+UTF8StringStream::UTF8StringStream(const UTF8String& text)
+    : std::basic_stringstream<UTF8Char, std::char_traits<UTF8Char>,
+                              SmallBlockAllocator::STLAllocator<UTF8Char>>(text) {
+  Imbue(*this);
+}
+
+std::streambuf* SetStreamBuffer(std::ostream& stream, std::streambuf* buffer) {
+  std::streambuf* previous = stream.rdbuf();
+  StreamInit<char>::Reinit(stream, buffer);
+  return previous;
+}
+
+std::basic_streambuf<UTF16Char>* SetStreamBuffer(UTF16OutputStream& stream,
+                                                 std::basic_streambuf<UTF16Char>* buffer) {
+  std::basic_streambuf<UTF16Char>* previous = stream.rdbuf();
+  StreamInit<UTF16Char>::Reinit(stream, buffer);
+  Imbue(stream);
+  return previous;
+}
+
+namespace streams {
+namespace {
+
+UTF16OutputStream& MakeUTF16Out() {
+  static debug::UTF16StdOutStreamBuffer<UTF16Char> buffer;
+  static UTF16OutputStream stream(&buffer);
+  return stream;
+}
+UTF16OutputStream& MakeDebug() {
+  static debug::DebugStreamBuffer<UTF16Char> buffer;
+  static UTF16OutputStream stream(&buffer);
+  return stream;
+}
+
+}  // namespace
+
+std::ostream& Out = std::cout;
+std::ostream& Log = std::clog;
+std::ostream& Err = std::cerr;
+std::istream& In = std::cin;
+UTF16OutputStream& UTF16Out = MakeUTF16Out();
+UTF16OutputStream& Debug = MakeDebug();
+
+}  // namespace streams
+}  // namespace tvxcore::utility
