@@ -8,7 +8,18 @@
 #include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/Flags.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
+#include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/StringTypes.h"
+#include "tvxcore/utility/StringUtils.h"
+#include "tvxcore/utility/TextStreams.h"
+#include "tvxcore/utility/UnicodeConversion.h"
+
+// Threads and execution
+#include "tvxcore/threads/Gate.h"
+#include "tvxcore/threads/ReadWriteLock.h"
+#include "tvxcore/threads/RecursiveMutex.h"
+#include "tvxcore/threads/SyncPoint.h"
+#include "tvxcore/threads/Thread.h"
 
 // Streams and files
 #include "tvxcore/filesupport/AdapterByteStreams.h"

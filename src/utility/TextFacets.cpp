@@ -2,86 +2,102 @@
 
 #include "tvxcore/utility/StringTypes.h"
 
-// The standard library declares these members of its facet templates for any
-// character type but defines them only for char and wchar_t. The facets below
-// override every virtual function, so the generic data these members would set
-// up is never used.
-namespace std {
-template <>
-ctype<tvxcore::UTF16Char>::~ctype() {}
-template <>
-ctype<tvxcore::UTF8Char>::~ctype() {}
-_GLIBCXX_BEGIN_NAMESPACE_CXX11
-template <>
-void numpunct<tvxcore::UTF16Char>::_M_initialize_numpunct(__c_locale) {
-  _M_data = nullptr;
-}
-template <>
-numpunct<tvxcore::UTF16Char>::~numpunct() {}
-template <>
-void numpunct<tvxcore::UTF8Char>::_M_initialize_numpunct(__c_locale) {
-  _M_data = nullptr;
-}
-template <>
-numpunct<tvxcore::UTF8Char>::~numpunct() {}
-_GLIBCXX_END_NAMESPACE_CXX11
-}  // namespace std
-
+// The standard library declares its ctype and numpunct facets for any
+// character type but defines their members only for char and wchar_t. These
+// definitions complete them for UTF16Char and UTF8Char: characters outside
+// ASCII belong to no class and narrow to the default. numpunct's own data is
+// never used, because the facet installed below overrides every accessor.
 namespace tvxcore::utility::internal {
 namespace {
 
 const std::ctype<char>& NarrowCType() {
   return std::use_facet<std::ctype<char>>(std::locale::classic());
 }
-
 template <typename C>
-class TextCType final : public std::ctype<C> {
- public:
-  using typename std::ctype<C>::mask;
-  TextCType() : std::ctype<C>(std::size_t{0}) {}
+bool IsAscii(C c) {
+  return static_cast<unsigned>(c) < 0x80;
+}
 
- protected:
-  static bool Ascii(C c) { return static_cast<unsigned>(c) < 0x80; }
-  bool do_is(mask m, C c) const override {
-    return Ascii(c) && NarrowCType().is(m, static_cast<char>(c));
-  }
-  const C* do_is(const C* lo, const C* hi, mask* out) const override {
-    const mask* table = NarrowCType().table();
-    for (; lo < hi; ++lo, ++out)
-      *out = Ascii(*lo) ? table[static_cast<unsigned char>(*lo)] : mask();
-    return hi;
-  }
-  const C* do_scan_is(mask m, const C* lo, const C* hi) const override {
-    while (lo < hi && !do_is(m, *lo)) ++lo;
-    return lo;
-  }
-  const C* do_scan_not(mask m, const C* lo, const C* hi) const override {
-    while (lo < hi && do_is(m, *lo)) ++lo;
-    return lo;
-  }
-  C do_toupper(C c) const override { return (c >= 'a' && c <= 'z') ? static_cast<C>(c - 32) : c; }
-  const C* do_toupper(C* lo, const C* hi) const override {
-    for (; lo < hi; ++lo) *lo = do_toupper(*lo);
-    return hi;
-  }
-  C do_tolower(C c) const override { return (c >= 'A' && c <= 'Z') ? static_cast<C>(c + 32) : c; }
-  const C* do_tolower(C* lo, const C* hi) const override {
-    for (; lo < hi; ++lo) *lo = do_tolower(*lo);
-    return hi;
-  }
-  C do_widen(char c) const override { return static_cast<C>(static_cast<unsigned char>(c)); }
-  const char* do_widen(const char* lo, const char* hi, C* out) const override {
-    for (; lo < hi; ++lo, ++out) *out = do_widen(*lo);
-    return hi;
-  }
-  char do_narrow(C c, char fallback) const override {
-    return Ascii(c) ? static_cast<char>(c) : fallback;
-  }
-  const C* do_narrow(const C* lo, const C* hi, char fallback, char* out) const override {
-    for (; lo < hi; ++lo, ++out) *out = do_narrow(*lo, fallback);
-    return hi;
-  }
-};
+}  // namespace
+}  // namespace tvxcore::utility::internal
+
+#define TVX_DEFINE_CTYPE(C)                                                                    \
+  template <>                                                                                  \
+  ctype<C>::~ctype() {}                                                                        \
+  template <>                                                                                  \
+  bool ctype<C>::do_is(mask m, C c) const {                                                    \
+    return tvxcore::utility::internal::IsAscii(c) &&                                           \
+           tvxcore::utility::internal::NarrowCType().is(m, static_cast<char>(c));              \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_is(const C* lo, const C* hi, mask* out) const {                        \
+    const mask* table = tvxcore::utility::internal::NarrowCType().table();                     \
+    for (; lo < hi; ++lo, ++out)                                                               \
+      *out = tvxcore::utility::internal::IsAscii(*lo) ? table[static_cast<unsigned char>(*lo)] \
+                                                      : mask();                                \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_scan_is(mask m, const C* lo, const C* hi) const {                      \
+    while (lo < hi && !do_is(m, *lo)) ++lo;                                                    \
+    return lo;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_scan_not(mask m, const C* lo, const C* hi) const {                     \
+    while (lo < hi && do_is(m, *lo)) ++lo;                                                     \
+    return lo;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_toupper(C c) const {                                                          \
+    return (c >= 'a' && c <= 'z') ? static_cast<C>(c - 32) : c;                                \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_toupper(C* lo, const C* hi) const {                                    \
+    for (; lo < hi; ++lo) *lo = do_toupper(*lo);                                               \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_tolower(C c) const {                                                          \
+    return (c >= 'A' && c <= 'Z') ? static_cast<C>(c + 32) : c;                                \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_tolower(C* lo, const C* hi) const {                                    \
+    for (; lo < hi; ++lo) *lo = do_tolower(*lo);                                               \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  C ctype<C>::do_widen(char c) const {                                                         \
+    return static_cast<C>(static_cast<unsigned char>(c));                                      \
+  }                                                                                            \
+  template <>                                                                                  \
+  const char* ctype<C>::do_widen(const char* lo, const char* hi, C* out) const {               \
+    for (; lo < hi; ++lo, ++out) *out = do_widen(*lo);                                         \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  char ctype<C>::do_narrow(C c, char fallback) const {                                         \
+    return tvxcore::utility::internal::IsAscii(c) ? static_cast<char>(c) : fallback;           \
+  }                                                                                            \
+  template <>                                                                                  \
+  const C* ctype<C>::do_narrow(const C* lo, const C* hi, char fallback, char* out) const {     \
+    for (; lo < hi; ++lo, ++out) *out = do_narrow(*lo, fallback);                              \
+    return hi;                                                                                 \
+  }                                                                                            \
+  template <>                                                                                  \
+  void numpunct<C>::_M_initialize_numpunct(__c_locale) {                                       \
+    _M_data = nullptr;                                                                         \
+  }                                                                                            \
+  template <>                                                                                  \
+  numpunct<C>::~numpunct() {}
+
+namespace std {
+TVX_DEFINE_CTYPE(char16_t)
+TVX_DEFINE_CTYPE(unsigned char)
+}  // namespace std
+#undef TVX_DEFINE_CTYPE
+
+namespace tvxcore::utility::internal {
+namespace {
 
 template <typename C>
 std::basic_string<C> Widen(const char* text) {
@@ -105,7 +121,7 @@ class TextNumPunct final : public std::numpunct<C> {
 
 template <typename C>
 std::locale AddFacets(std::locale base) {
-  base = std::locale(base, new TextCType<C>);
+  base = std::locale(base, new std::ctype<C>);
   base = std::locale(base, new TextNumPunct<C>);
   base = std::locale(base, new std::num_put<C>);
   return std::locale(base, new std::num_get<C>);

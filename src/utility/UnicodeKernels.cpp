@@ -314,14 +314,21 @@ TVX_OP void WidenBlock(const UTF8Char* p, UTF16Char* d) {
   _mm512_storeu_si512(d, _mm512_cvtepu8_epi16(_mm256_loadu_si256(half)));
   _mm512_storeu_si512(d + 32, _mm512_cvtepu8_epi16(_mm256_loadu_si256(half + 1)));
 }
-TVX_OP std::uint64_t Test(const UTF16Char* p, short bits) {
-  const __m512i m = _mm512_set1_epi16(bits);
-  return static_cast<std::uint64_t>(_mm512_test_epi16_mask(Load(p), m)) |
-         (static_cast<std::uint64_t>(_mm512_test_epi16_mask(Load(p + 32), m)) << 32);
+// Masks of 32 units each. They are kept 32 bits wide: GCC 12 may spill a
+// mask register with a 32-bit store and reload it with a 64-bit load, so a
+// mask is never widened to 64 bits.
+TVX_OP unsigned Test(const UTF16Char* p, short bits) {
+  return _mm512_test_epi16_mask(Load(p), _mm512_set1_epi16(bits));
+}
+TVX_OP unsigned Is(const UTF16Char* p, short mask, short value) {
+  return _mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p), _mm512_set1_epi16(mask)),
+                                 _mm512_set1_epi16(value));
 }
 TVX_OP unsigned FirstNonAsciiUnit(const UTF16Char* p) {
-  const std::uint64_t m = Test(p, -0x80);
-  return m ? static_cast<unsigned>(__builtin_ctzll(m)) : 64;
+  const unsigned low = Test(p, -0x80);
+  if (low != 0) return static_cast<unsigned>(__builtin_ctz(low));
+  const unsigned high = Test(p + 32, -0x80);
+  return high != 0 ? 32 + static_cast<unsigned>(__builtin_ctz(high)) : 64;
 }
 TVX_OP void NarrowBlock(const UTF16Char* p, UTF8Char* d) {
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
@@ -334,22 +341,18 @@ TVX_OP bool BlockHasZero(const UTF16Char* p) {
   return (_mm512_cmpeq_epi16_mask(Load(p), zero) | _mm512_cmpeq_epi16_mask(Load(p + 32), zero)) !=
          0;
 }
-TVX_OP std::uint64_t Is(const UTF16Char* p, short mask, short value) {
-  const __m512i m = _mm512_set1_epi16(mask), v = _mm512_set1_epi16(value);
-  return static_cast<std::uint64_t>(_mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p), m), v)) |
-         (static_cast<std::uint64_t>(_mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p + 32), m), v))
-          << 32);
-}
-TVX_OP std::size_t BlockBytes(const UTF16Char* p) {
-  const std::uint64_t nonAscii = Test(p, -0x80);
-  if (nonAscii == 0) return 64;
+// UTF-8 bytes of 32 units, counting a pair as 4 at its high unit (p[32] is read).
+TVX_OP unsigned HalfBytes(const UTF16Char* p) {
+  const unsigned nonAscii = Test(p, -0x80);
+  if (nonAscii == 0) return 32;
   const short kHigh = static_cast<short>(0xD800), kLow = static_cast<short>(0xDC00);
   const short kSurrogate = static_cast<short>(0xFC00);
-  const std::uint64_t pairs = Is(p, kSurrogate, kHigh) & Is(p + 1, kSurrogate, kLow);
-  return 64 + static_cast<std::size_t>(__builtin_popcountll(nonAscii)) +
-         static_cast<std::size_t>(__builtin_popcountll(Test(p, -0x800))) -
-         2 * static_cast<std::size_t>(__builtin_popcountll(pairs));
+  const unsigned pairs = Is(p, kSurrogate, kHigh) & Is(p + 1, kSurrogate, kLow);
+  return 32 + static_cast<unsigned>(__builtin_popcount(nonAscii)) +
+         static_cast<unsigned>(__builtin_popcount(Test(p, -0x800))) -
+         2 * static_cast<unsigned>(__builtin_popcount(pairs));
 }
+TVX_OP std::size_t BlockBytes(const UTF16Char* p) { return HalfBytes(p) + HalfBytes(p + 32); }
 
 #include "utility/internal/UnicodeKernelsLoops.inc"
 #undef TVX_OP

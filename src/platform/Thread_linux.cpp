@@ -1,0 +1,55 @@
+#include "platform/Thread.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tvxcore::platform {
+namespace {
+
+thread_local std::uint32_t t_cachedThreadId = 0;
+
+// A forked child starts with one thread whose identifier differs from the
+// parent's, so the cache of the forking thread must be forgotten there.
+void ForgetCachedThreadId() { t_cachedThreadId = 0; }
+
+struct ForkHandlerRegistration {
+  ForkHandlerRegistration() { pthread_atfork(nullptr, nullptr, &ForgetCachedThreadId); }
+};
+ForkHandlerRegistration g_forkHandler;
+
+}  // namespace
+
+std::uint32_t CurrentThreadId() noexcept {
+  std::uint32_t id = t_cachedThreadId;
+  if (id == 0) {
+    id = static_cast<std::uint32_t>(::syscall(SYS_gettid));
+    t_cachedThreadId = id;
+  }
+  return id;
+}
+
+std::uint32_t CurrentProcessId() noexcept { return static_cast<std::uint32_t>(::getpid()); }
+
+bool SetCurrentThreadNice(int nice) noexcept {
+  // On Linux the nice value is a property of each thread, addressed by its id.
+  return ::setpriority(PRIO_PROCESS, static_cast<id_t>(CurrentThreadId()), nice) == 0;
+}
+
+int GetCurrentThreadNice() noexcept {
+  errno = 0;
+  return ::getpriority(PRIO_PROCESS, static_cast<id_t>(CurrentThreadId()));
+}
+
+void SleepMilliseconds(int milliseconds) noexcept {
+  if (milliseconds < 0) milliseconds = 0;
+  timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000L};
+  while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace tvxcore::platform

@@ -1,0 +1,337 @@
+// The size-classed block managers behind SmallBlockAllocator.
+//
+// A manager hands out blocks of one size from chunks. A chunk is a 64-byte
+// header followed by whole blocks, and is itself one block of the next bigger
+// class (4160, 66624) or, at the top (932800 bytes), pages from the system.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <set>
+#include <vector>
+
+#include "debug/internal/ContractCheck.h"
+#include "threads/internal/FutexPrimitives.h"
+#include "threads/internal/LockFreeStack.h"
+#include "tvxcore/threads/ReadWriteLock.h"
+#include "tvxcore/utility/SmallBlockAllocator.h"
+
+namespace tvxcore::utility {
+
+// One size class. The managers live for the whole process and are never
+// destroyed, so the interface has no public destructor.
+class AllocatorInterface {
+ public:
+  // A block of GetBlockSize() bytes, or null.
+  virtual void* Allocate(std::size_t inSize) = 0;
+  // Takes back a block; false if the block doesn't belong to this manager.
+  virtual bool Deallocate(void* inPointer, std::size_t inSize) = 0;
+  virtual std::size_t GetBlockSize() const = 0;
+
+ protected:
+  AllocatorInterface() = default;
+  ~AllocatorInterface() = default;
+};
+
+// Once a manager holds this many bytes of chunks, its new chunks have this size.
+inline constexpr std::size_t kLargestChunkSize = 932800;
+inline constexpr std::size_t kChunkHeaderSize = 64;
+// The largest request that the size-class table serves.
+inline constexpr std::size_t kLargestTableSize = 8192;
+
+namespace internal {
+
+// Where a size above a manager's block size is reported.
+inline constexpr const char* kContractFile = "..\\..\\utility\\src\\SmallBlockAllocator";
+inline constexpr long kContractLine = 530;
+
+// The header at the start of each chunk's own memory; the blocks follow it.
+struct alignas(16) Chunk {
+  Chunk* self;
+  std::uint64_t chunkSize;
+  std::uint64_t blockSize;
+  std::uint32_t blockCount;
+  std::atomic<std::uint64_t> used;
+  threads::internal::LockFreeStack freeBlocks;  // a free block's first bytes hold its link
+};
+static_assert(sizeof(Chunk) == kChunkHeaderSize, "chunk header is 64 bytes");
+
+// Storage for an object that is built on first use and never destroyed, so
+// that blocks it handed out stay valid through static destruction.
+template <typename T>
+class NoDestructor {
+ public:
+  NoDestructor() { new (storage_) T(); }
+  T& get() noexcept { return *std::launder(reinterpret_cast<T*>(storage_)); }
+
+ private:
+  alignas(T) unsigned char storage_[sizeof(T)];
+};
+
+}  // namespace internal
+
+// A manager of blocks of kBlockSize bytes. New chunks are kFirstChunkSize
+// bytes while it holds less than kSecondChunkSize bytes of chunks, then
+// kSecondChunkSize, and kLargestChunkSize once it holds that much. When every
+// block is free it gives back all chunks, or all but one if kKeepLastChunk.
+//
+// Allocate and Deallocate are thread-safe. Their fast path holds the view lock
+// shared for a few instructions; chunks are added, sorted and given back under
+// the growth lock with the view closed, so no fast path sees them change.
+template <std::size_t kBlockSize, std::size_t kFirstChunkSize, std::size_t kSecondChunkSize,
+          int kKeepLastChunk>
+class alignas(64) AllocatorManager final : public AllocatorInterface {
+  static_assert(kBlockSize % 16 == 0, "blocks must keep 16-byte alignment");
+  static_assert(kFirstChunkSize - kChunkHeaderSize >= kBlockSize, "a chunk holds a block");
+
+ public:
+  // What a manager holds, for tests and reports.
+  struct Census {
+    std::size_t chunks;
+    std::uint64_t heldBytes;
+    std::int64_t freeBlocks;
+    std::uint64_t usedBlocks;
+  };
+
+  AllocatorManager() {
+    view_.chunks.reserve(256);
+    published_.store(&view_, std::memory_order_release);
+  }
+  AllocatorManager(const AllocatorManager&) = delete;
+  AllocatorManager& operator=(const AllocatorManager&) = delete;
+
+  void* Allocate(std::size_t inSize) override {
+    TVX_CONTRACT(inSize <= kBlockSize, internal::kContractFile, internal::kContractLine);
+    if (void* block = TryPopFast()) return block;
+    return AllocateSlow();
+  }
+
+  bool Deallocate(void* inPointer, std::size_t inSize) override {
+    TVX_CONTRACT(inSize <= kBlockSize, internal::kContractFile, internal::kContractLine);
+    Outcome outcome = TryReturnFast(inPointer, false);
+    if (outcome == Outcome::kNotTried) {
+      // Under the growth lock nobody else can hold the view closed or be
+      // announced as its writer, so the shared lock comes at once.
+      GrowthLockHolder hold(growthLock_);
+      outcome = TryReturnFast(inPointer, true);
+    }
+    if (outcome == Outcome::kReturnedChunkEmpty) {
+      GrowthLockHolder hold(growthLock_);
+      CloseView();
+      ViewReopener reopen(*this);
+      Shrink();
+    }
+    return outcome != Outcome::kForeign;
+  }
+
+  std::size_t GetBlockSize() const override { return kBlockSize; }
+
+  Census TakeCensus() {
+    GrowthLockHolder hold(growthLock_);
+    Census census{view_.chunks.size(), held_, view_.freeCount.load(std::memory_order_relaxed), 0};
+    for (const internal::Chunk* chunk : view_.chunks)
+      census.usedBlocks += chunk->used.load(std::memory_order_relaxed);
+    return census;
+  }
+
+ private:
+  enum class Outcome { kNotTried, kReturned, kReturnedChunkEmpty, kForeign };
+
+  // Items 2 to 5 of the manager's state, reached through published_ while the
+  // fast path is allowed.
+  struct View {
+    internal::Chunk* current = nullptr;
+    std::atomic<std::int64_t> freeCount{0};
+    std::vector<internal::Chunk*> chunks;
+    std::set<internal::Chunk*> chunkSet;  // ordered by address
+  };
+
+  class GrowthLockHolder {
+   public:
+    explicit GrowthLockHolder(threads::internal::FutexRecursiveMutex& lock) : lock_(lock) {
+      lock_.Lock();
+    }
+    ~GrowthLockHolder() { lock_.Unlock(); }
+    GrowthLockHolder(const GrowthLockHolder&) = delete;
+    GrowthLockHolder& operator=(const GrowthLockHolder&) = delete;
+
+   private:
+    threads::internal::FutexRecursiveMutex& lock_;
+  };
+
+  // Publishes the view again when the structure change ends, also by an exception.
+  class ViewReopener {
+   public:
+    explicit ViewReopener(AllocatorManager& manager) : manager_(manager) {}
+    ~ViewReopener() { manager_.published_.store(&manager_.view_, std::memory_order_release); }
+    ViewReopener(const ViewReopener&) = delete;
+    ViewReopener& operator=(const ViewReopener&) = delete;
+
+   private:
+    AllocatorManager& manager_;
+  };
+
+  void* TryPopFast() {
+    if (!viewLock_.TryLockShared()) return nullptr;
+    void* block = nullptr;
+    if (View* view = published_.load(std::memory_order_acquire)) {
+      if (internal::Chunk* chunk = view->current) {
+        block = chunk->freeBlocks.Pop();
+        if (block != nullptr) {
+          chunk->used.fetch_add(1, std::memory_order_relaxed);
+          view->freeCount.fetch_sub(1, std::memory_order_relaxed);
+        }
+      }
+    }
+    viewLock_.UnlockShared();
+    return block;
+  }
+
+  void* AllocateSlow() {
+    GrowthLockHolder hold(growthLock_);
+    // Another thread may have grown the manager while this one waited.
+    if (void* block = TryPopFast()) return block;
+    CloseView();
+    ViewReopener reopen(*this);
+    void* block = nullptr;
+    if (view_.freeCount.load(std::memory_order_relaxed) != 0 && !view_.chunks.empty()) {
+      // Refill from the emptiest chunk; full chunks drift to the front.
+      SortByUsedDescending();
+      view_.current = view_.chunks.back();
+      block = PopFromCurrent();
+    }
+    if (block == nullptr) {
+      Grow();
+      block = PopFromCurrent();
+    }
+    return block;
+  }
+
+  // With the view closed: nobody else touches the chunks.
+  void* PopFromCurrent() {
+    internal::Chunk* chunk = view_.current;
+    if (chunk == nullptr) return nullptr;
+    void* block = chunk->freeBlocks.Pop();
+    if (block != nullptr) {
+      chunk->used.fetch_add(1, std::memory_order_relaxed);
+      view_.freeCount.fetch_sub(1, std::memory_order_relaxed);
+    }
+    return block;
+  }
+
+  Outcome TryReturnFast(void* pointer, bool mayWait) {
+    if (mayWait) {
+      viewLock_.LockShared();
+    } else if (!viewLock_.TryLockShared()) {
+      return Outcome::kNotTried;
+    }
+    Outcome outcome = Outcome::kNotTried;
+    if (View* view = published_.load(std::memory_order_acquire)) {
+      internal::Chunk* chunk = FindChunk(*view, pointer);
+      if (chunk == nullptr) {
+        outcome = Outcome::kForeign;
+      } else {
+        // The free count goes up before the push, so it may briefly be high.
+        view->freeCount.fetch_add(1, std::memory_order_relaxed);
+        chunk->freeBlocks.Push(pointer);
+        const bool empty = chunk->used.fetch_sub(1, std::memory_order_relaxed) == 1;
+        const std::size_t keep = kKeepLastChunk ? 1 : 0;
+        outcome =
+            empty && view->chunks.size() > keep ? Outcome::kReturnedChunkEmpty : Outcome::kReturned;
+      }
+    }
+    viewLock_.UnlockShared();
+    return outcome;
+  }
+
+  static internal::Chunk* FindChunk(const View& view, void* pointer) {
+    const auto address = reinterpret_cast<std::uintptr_t>(pointer);
+    auto contains = [address](const internal::Chunk* chunk) {
+      const auto base = reinterpret_cast<std::uintptr_t>(chunk);
+      return address >= base && address < base + chunk->chunkSize;
+    };
+    if (view.current != nullptr && contains(view.current)) return view.current;
+    auto it = view.chunkSet.upper_bound(static_cast<internal::Chunk*>(pointer));
+    if (it == view.chunkSet.begin()) return nullptr;
+    --it;
+    return contains(*it) ? *it : nullptr;
+  }
+
+  // Waits out every fast-path user and leaves the view closed.
+  void CloseView() {
+    viewLock_.LockExclusive();
+    published_.store(nullptr, std::memory_order_relaxed);
+    viewLock_.UnlockExclusive();
+  }
+
+  void SortByUsedDescending() {
+    std::sort(view_.chunks.begin(), view_.chunks.end(),
+              [](const internal::Chunk* a, const internal::Chunk* b) {
+                return a->used.load(std::memory_order_relaxed) >
+                       b->used.load(std::memory_order_relaxed);
+              });
+  }
+
+  void Grow() {
+    const std::size_t size = held_ >= kLargestChunkSize  ? kLargestChunkSize
+                             : held_ >= kSecondChunkSize ? kSecondChunkSize
+                                                         : kFirstChunkSize;
+    // From the manager one level up, or the system at the top; throws when
+    // memory is exhausted.
+    void* memory = SmallBlockAllocator::Allocate(size);
+    auto* chunk = new (memory) internal::Chunk;
+    chunk->self = chunk;
+    chunk->chunkSize = size;
+    chunk->blockSize = kBlockSize;
+    chunk->blockCount = static_cast<std::uint32_t>((size - kChunkHeaderSize) / kBlockSize);
+    chunk->used.store(0, std::memory_order_relaxed);
+    // Blocks are handed out from the end of the chunk downward.
+    chunk->freeBlocks.BuildUnshared(static_cast<unsigned char*>(memory) + kChunkHeaderSize,
+                                    chunk->blockCount, kBlockSize);
+    try {
+      view_.chunks.push_back(chunk);
+      try {
+        view_.chunkSet.insert(chunk);
+      } catch (...) {
+        view_.chunks.pop_back();
+        throw;
+      }
+    } catch (...) {
+      SmallBlockAllocator::Dispose(memory, size);
+      throw;
+    }
+    held_ += size;
+    view_.freeCount.fetch_add(chunk->blockCount, std::memory_order_relaxed);
+    view_.current = chunk;
+  }
+
+  void Shrink() {
+    const std::size_t keep = kKeepLastChunk ? 1 : 0;
+    if (view_.chunks.size() <= keep) return;
+    SortByUsedDescending();
+    view_.current = view_.chunks.empty() ? nullptr : view_.chunks.back();
+    while (view_.chunks.size() > keep &&
+           view_.chunks.back()->used.load(std::memory_order_relaxed) == 0) {
+      internal::Chunk* chunk = view_.chunks.back();
+      view_.chunks.pop_back();
+      view_.chunkSet.erase(chunk);
+      view_.freeCount.fetch_sub(chunk->blockCount, std::memory_order_relaxed);
+      if (view_.current == chunk) view_.current = nullptr;
+      const std::size_t size = chunk->chunkSize;
+      held_ -= size;
+      // May in turn empty a chunk of the next level.
+      SmallBlockAllocator::Dispose(chunk->self, size);
+    }
+  }
+
+  threads::internal::FutexRecursiveMutex growthLock_;
+  View view_;
+  std::uint64_t held_ = 0;  // bytes in chunks; changed under the growth lock
+  std::atomic<View*> published_{nullptr};
+  threads::ReadWriteLock viewLock_;
+};
+
+}  // namespace tvxcore::utility

@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "platform/Thread.h"
+#include "threads/internal/LockFreeStack.h"
+#include "threads/internal/ThreadPriorityMap.h"
+
+namespace {
+
+using namespace tvxcore::threads;
+
+TEST(ThreadPriority, ScaleMapsToRelativePrioritiesAndNiceValues) {
+  struct Case {
+    int value, relative, nice;
+  } const cases[] = {{0, -15, 19}, {1, -2, 10}, {2, -1, 5}, {3, 0, 0},  {4, 1, -5},
+                     {5, 2, -10},  {6, 0, 0},   {7, 0, 0},  {-1, 0, 0}, {1000, 0, 0}};
+  for (const auto& c : cases) {
+    const int relative = internal::RelativePriorityOf(static_cast<ThreadPriority>(c.value));
+    EXPECT_EQ(relative, c.relative) << c.value;
+    EXPECT_EQ(internal::NiceValueOf(relative), c.nice) << c.value;
+  }
+}
+
+int NiceInsideThread(ThreadPriority priority) {
+  int nice = -100;
+  CreateNamedThread("probe", [&] { nice = tvxcore::platform::GetCurrentThreadNice(); }, priority,
+                    {}, {})
+      .join();
+  return nice;
+}
+
+TEST(ThreadPriority, ThreadsRunAtTheirOwnNiceValue) {
+  const int parent = tvxcore::platform::GetCurrentThreadNice();
+  EXPECT_EQ(NiceInsideThread(ThreadPriority_Idle), 19);
+  EXPECT_GE(NiceInsideThread(ThreadPriority_Lowest), 10);
+  // Out-of-scale values count as normal, whatever the system lets normal be.
+  EXPECT_EQ(NiceInsideThread(static_cast<ThreadPriority>(7)),
+            NiceInsideThread(ThreadPriority_Normal));
+  // Only the created thread changed.
+  EXPECT_EQ(tvxcore::platform::GetCurrentThreadNice(), parent);
+}
+
+struct alignas(16) Node {
+  void* link;
+  int owner;
+  int sequence;
+};
+
+TEST(LockFreeStack, ConcurrentPushAndPopLoseAndDuplicateNothing) {
+  constexpr int kNodes = 512, kThreads = 4, kIterations = 20000;
+  std::vector<Node> nodes(kNodes);
+  internal::LockFreeStack stack;
+  stack.BuildUnshared(nodes.data(), kNodes, sizeof(Node));
+  std::atomic<int> clashes{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kIterations; ++i) {
+        auto* node = static_cast<Node*>(stack.Pop());
+        if (node == nullptr) continue;
+        node->owner = t;
+        node->sequence = i;
+        std::this_thread::yield();
+        if (node->owner != t || node->sequence != i) ++clashes;
+        stack.Push(node);
+      }
+    });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(clashes.load(), 0);
+  std::vector<void*> drained;
+  while (void* p = stack.Pop()) drained.push_back(p);
+  EXPECT_TRUE(stack.IsEmpty());
+  ASSERT_EQ(drained.size(), static_cast<std::size_t>(kNodes));
+  std::sort(drained.begin(), drained.end());
+  EXPECT_EQ(std::adjacent_find(drained.begin(), drained.end()), drained.end());
+  EXPECT_EQ(drained.front(), static_cast<void*>(nodes.data()));
+}
+
+}  // namespace

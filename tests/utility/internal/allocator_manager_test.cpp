@@ -1,0 +1,203 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tvxcore/utility/SmallBlockAllocator.h"
+#include "utility/internal/SizeClasses.h"
+
+namespace {
+
+using tvxcore::utility::SmallBlockAllocator;
+namespace internal = tvxcore::utility::internal;
+
+std::vector<void*> AllocateMany(std::size_t size, std::size_t count) {
+  std::vector<void*> blocks;
+  for (std::size_t i = 0; i < count; ++i) blocks.push_back(SmallBlockAllocator::Allocate(size));
+  return blocks;
+}
+
+void DisposeShuffled(std::vector<void*> blocks, std::size_t size, unsigned seed) {
+  std::shuffle(blocks.begin(), blocks.end(), std::mt19937(seed));
+  for (void* p : blocks) SmallBlockAllocator::Dispose(p, size);
+}
+
+TEST(AllocatorManager, EmptiedClassesGiveBackChunksExceptTheKeptOne) {
+  SmallBlockAllocator::Allocate(16);  // builds the managers (the block is left on purpose)
+  auto& keepsNone = internal::ManagerForBlockSize<144>();
+  auto& keepsOne = internal::ManagerForBlockSize<128>();
+  // Class 144 holds 28 blocks in a 4160-byte chunk and 462 in a 66624-byte one.
+  // Chunks are 4160 bytes until the class holds 66624 bytes (17 chunks, 476
+  // blocks), so 1000 blocks need two 66624-byte chunks more.
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(keepsNone.TakeCensus().usedBlocks, 0u) << "another test left class 144 blocks live";
+    auto blocks144 = AllocateMany(144, 1000);
+    auto blocks128 = AllocateMany(120, 1000);
+    const auto full144 = keepsNone.TakeCensus();
+    EXPECT_EQ(full144.chunks, 19u);
+    EXPECT_EQ(full144.heldBytes, 17 * 4160u + 2 * 66624u);
+    EXPECT_EQ(full144.usedBlocks, 1000u);
+    EXPECT_GE(keepsOne.TakeCensus().chunks, 3u);
+
+    DisposeShuffled(blocks144, 144, 11 + round);
+    DisposeShuffled(blocks128, 128, 23 + round);
+    const auto empty144 = keepsNone.TakeCensus();
+    EXPECT_EQ(empty144.chunks, 0u);
+    EXPECT_EQ(empty144.heldBytes, 0u);
+    EXPECT_EQ(empty144.freeBlocks, 0);
+    const auto empty128 = keepsOne.TakeCensus();
+    EXPECT_EQ(empty128.chunks, 1u);
+    EXPECT_EQ(empty128.usedBlocks, 0u);
+    EXPECT_EQ(empty128.freeBlocks, static_cast<std::int64_t>(empty128.heldBytes - 64) / 128);
+  }
+}
+
+TEST(AllocatorManager, NewChunksServeFromTheEndAndTheEmptiestChunkRefillsFirst) {
+  auto& manager = internal::ManagerForBlockSize<256>();
+  ASSERT_EQ(manager.TakeCensus().chunks, 0u) << "another test left class 256 blocks live";
+  // First chunk: 4160 bytes, 16 blocks, handed out from the last one downward.
+  std::vector<void*> first;
+  for (int i = 0; i < 16; ++i) first.push_back(manager.Allocate(256));
+  for (int i = 1; i < 16; ++i)
+    EXPECT_EQ(static_cast<char*>(first[i - 1]) - static_cast<char*>(first[i]), 256) << i;
+  // Second chunk: again 4160 bytes, as the class holds less than 66624.
+  std::vector<void*> second;
+  for (int i = 0; i < 16; ++i) second.push_back(manager.Allocate(256));
+  EXPECT_EQ(manager.TakeCensus().chunks, 2u);
+  EXPECT_EQ(manager.TakeCensus().freeBlocks, 0);
+
+  // Free three from the first chunk and five from the (current) second one.
+  for (int i = 0; i < 3; ++i) manager.Deallocate(first[i], 256);
+  for (int i = 0; i < 5; ++i) manager.Deallocate(second[i], 256);
+  std::vector<void*> again;
+  for (int i = 0; i < 5; ++i) again.push_back(manager.Allocate(256));
+  EXPECT_TRUE(std::is_permutation(again.begin(), again.end(), second.begin(), second.begin() + 5));
+  // The current chunk is dry: the sort makes the emptier first chunk current.
+  void* refill = manager.Allocate(256);
+  EXPECT_EQ(refill, first[2]);
+  EXPECT_EQ(manager.TakeCensus().chunks, 2u);
+
+  for (int i = 3; i < 16; ++i) manager.Deallocate(first[i], 256);
+  manager.Deallocate(refill, 256);
+  for (int i = 5; i < 16; ++i) manager.Deallocate(second[i], 256);
+  for (void* p : again) manager.Deallocate(p, 256);
+  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+}
+
+TEST(AllocatorManager, BlocksMadeBeforeTheAllocatorWasReadyAreReleasedLater) {
+  SmallBlockAllocator::Allocate(16);
+  const std::size_t sizes[] = {0, 100, 4160, 8191, 8192, 20000, 66624, 932800};
+  const auto before4160 = internal::ManagerForBlockSize<4160>().TakeCensus();
+  const auto before112 = internal::ManagerForBlockSize<112>().TakeCensus();
+
+  // While the tables are being built, every request goes around the managers.
+  ASSERT_EQ(internal::ExchangeInitialisationStateForTesting(1), 2);
+  std::vector<void*> early;
+  for (std::size_t size : sizes) {
+    early.push_back(SmallBlockAllocator::Allocate(size));
+    std::memset(early.back(), 0x5a, size);
+    EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(size), size);
+  }
+  void* gone = SmallBlockAllocator::Allocate(40);
+  SmallBlockAllocator::Dispose(gone, 40);  // freed while still not ready
+  ASSERT_EQ(internal::ExchangeInitialisationStateForTesting(2), 1);
+
+  // The managers answer that they don't own these; the system takes them back.
+  EXPECT_FALSE(internal::ManagerForBlockSize<112>().Deallocate(early[1], 100));
+  for (std::size_t i = 0; i < early.size(); ++i) SmallBlockAllocator::Dispose(early[i], sizes[i]);
+  EXPECT_EQ(internal::ManagerForBlockSize<4160>().TakeCensus().usedBlocks, before4160.usedBlocks);
+  EXPECT_EQ(internal::ManagerForBlockSize<112>().TakeCensus().chunks, before112.chunks);
+  EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(100), 112u);
+}
+
+struct Violation {
+  std::string expression, file;
+  long line;
+};
+std::vector<Violation> g_violations;
+void RecordViolation(const char* expression, const char* file, long line) {
+  g_violations.push_back({expression, file, line});
+}
+
+TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerIntact) {
+  auto& manager = internal::ManagerForBlockSize<32>();
+  g_violations.clear();
+  auto previous = tvxcore::debug::internal::SetContractObserverForTesting(&RecordViolation);
+  void* p = manager.Allocate(33);
+  const bool owned = manager.Deallocate(p, 5000);
+  tvxcore::debug::internal::SetContractObserverForTesting(previous);
+
+  ASSERT_EQ(g_violations.size(), 2u);
+  for (const auto& v : g_violations) {
+    EXPECT_EQ(v.expression, "inSize <= kBlockSize");
+    EXPECT_EQ(v.file, R"(..\..\utility\src\SmallBlockAllocator)");
+    EXPECT_EQ(v.line, 530);
+  }
+  EXPECT_NE(p, nullptr);
+  EXPECT_TRUE(owned);
+  // The class and its neighbours still hand out distinct, intact blocks.
+  const auto census = manager.TakeCensus();
+  EXPECT_EQ(census.usedBlocks, 0u);
+  for (std::size_t size : {24, 32, 48}) {
+    auto blocks = AllocateMany(size, 500);
+    for (std::size_t i = 0; i < blocks.size(); ++i) std::memset(blocks[i], int(i), size);
+    for (std::size_t i = 0; i < blocks.size(); ++i)
+      ASSERT_EQ(static_cast<unsigned char*>(blocks[i])[size - 1], static_cast<unsigned char>(i));
+    std::sort(blocks.begin(), blocks.end());
+    EXPECT_EQ(std::adjacent_find(blocks.begin(), blocks.end()), blocks.end());
+    DisposeShuffled(blocks, size, 5);
+  }
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, 0u);
+  // A block of another class is refused and nothing is counted.
+  void* other = SmallBlockAllocator::Allocate(64);
+  const auto beforeForeign = manager.TakeCensus();
+  EXPECT_FALSE(manager.Deallocate(other, 32));
+  const auto afterForeign = manager.TakeCensus();
+  EXPECT_EQ(afterForeign.freeBlocks, beforeForeign.freeBlocks);
+  EXPECT_EQ(afterForeign.chunks, beforeForeign.chunks);
+  EXPECT_EQ(afterForeign.usedBlocks, 0u);
+  SmallBlockAllocator::Dispose(other, 64);
+}
+
+TEST(AllocatorManager, CrossThreadChurnBalancesTheCounts) {
+  auto& manager = internal::ManagerForBlockSize<176>();
+  ASSERT_EQ(manager.TakeCensus().chunks, 0u);
+  constexpr int kRounds = 40;
+  constexpr int kPerRound = 700;
+  std::vector<void*> handover[2];
+  std::atomic<int> damaged{0};
+  for (int round = 0; round < kRounds; ++round) {
+    std::thread maker([&, round] {
+      auto& out = handover[round % 2];
+      for (int i = 0; i < kPerRound; ++i) {
+        out.push_back(SmallBlockAllocator::Allocate(170));
+        std::memset(out.back(), round, 170);
+      }
+    });
+    std::thread freer([&, round] {
+      if (round == 0) return;
+      auto& in = handover[(round + 1) % 2];
+      for (void* p : in) {
+        if (static_cast<unsigned char*>(p)[169] != static_cast<unsigned char>(round - 1)) ++damaged;
+        SmallBlockAllocator::Dispose(p, 170);
+      }
+      in.clear();
+    });
+    maker.join();
+    freer.join();
+  }
+  for (void* p : handover[(kRounds + 1) % 2]) SmallBlockAllocator::Dispose(p, 170);
+  EXPECT_EQ(damaged.load(), 0);
+  const auto census = manager.TakeCensus();
+  EXPECT_EQ(census.usedBlocks, 0u);
+  EXPECT_EQ(census.chunks, 0u);
+  EXPECT_EQ(census.heldBytes, 0u);
+}
+
+}  // namespace
