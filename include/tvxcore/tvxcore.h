@@ -34,11 +34,13 @@
 // Streams and files
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
+#include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/File.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
+#include "tvxcore/filesupport/PlatformByteStreams.h"
 #include "tvxcore/utility/FileUtils.h"
 
 // Structured data
