@@ -113,6 +113,23 @@ void Tvx8to16Warm(benchmark::State& state, const std::string& text) {
   benchmark::DoNotOptimize(keeper.data());
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
 }
+// The floor set by the result type alone: a zero-filled string of the
+// result's size, made and dropped (allocator and fill, no conversion).
+void Floor8to16(benchmark::State& state, const std::string& text) {
+  const std::size_t units = tvxcore::utility::UTF8to16(UTF8String(text.begin(), text.end())).size();
+  for (auto _ : state) {
+    UTF16String out(units, 0);
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+void Floor16to8(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) {
+    UTF8String out(text.size(), 0);
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
 void IcuBuffer8to16(benchmark::State& state, const std::string& text) {
   std::vector<UChar> out(text.size() + 1);
   for (auto _ : state) {
@@ -224,11 +241,18 @@ int Register() {
     const char* name;
     Fn fn;
   } impls[] = {
-      {"UTF8to16/tvxcore", Tvx8to16},          {"UTF8to16/tvxcore_warm", Tvx8to16Warm},
-      {"UTF8to16/icu_buffer", IcuBuffer8to16}, {"UTF8to16/icu_u16string", IcuString8to16},
-      {"UTF8to16/iconv", Iconv8to16},          {"UTF16to8/tvxcore", Tvx16to8},
-      {"UTF16to8/tvxcore_warm", Tvx16to8Warm}, {"UTF16to8/icu_buffer", IcuBuffer16to8},
-      {"UTF16to8/icu_string", IcuString16to8}, {"UTF16to8/iconv", Iconv16to8},
+      {"UTF8to16/tvxcore", Tvx8to16},
+      {"UTF8to16/tvxcore_warm", Tvx8to16Warm},
+      {"UTF8to16/string_floor", Floor8to16},
+      {"UTF8to16/icu_buffer", IcuBuffer8to16},
+      {"UTF8to16/icu_u16string", IcuString8to16},
+      {"UTF8to16/iconv", Iconv8to16},
+      {"UTF16to8/tvxcore", Tvx16to8},
+      {"UTF16to8/tvxcore_warm", Tvx16to8Warm},
+      {"UTF16to8/string_floor", Floor16to8},
+      {"UTF16to8/icu_buffer", IcuBuffer16to8},
+      {"UTF16to8/icu_string", IcuString16to8},
+      {"UTF16to8/iconv", Iconv16to8},
   };
   for (Kind kind : {Kind::kAscii, Kind::kLatin, Kind::kCJK, Kind::kEmoji, Kind::kMixed}) {
     for (std::size_t size : {std::size_t{16}, std::size_t{1024}, std::size_t{1} << 20}) {

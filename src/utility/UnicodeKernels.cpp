@@ -501,6 +501,10 @@ TVX_OP void DecodeHalf(const UTF8Char* p, const WindowPlan& plan, unsigned shift
 }
 TVX_OP unsigned DecodeWindow(const UTF8Char* s, std::size_t avail, UTF16Char*& d) {
   if (avail < kDecodeReach) return 0;
+  // Runs of three-byte sequences go faster through the scalar loop, which
+  // takes two at a time.
+  const std::uint64_t head = LoadWord(s);
+  if ((head & 0xC0C0F0C0C0F0ull) == 0x8080E08080E0ull) return 0;
   const __m256i v = Load(s);
   WindowClasses c;
   c.nonAscii = Bits(v);
