@@ -378,10 +378,6 @@ constexpr unsigned kUnitsPerBlock = 32;
 
 TVX_OP __m256i Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 TVX_OP void Store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
-TVX_OP unsigned FirstNonAsciiByte(const UTF8Char* p) {
-  const unsigned m = static_cast<unsigned>(_mm256_movemask_epi8(Load(p)));
-  return m ? static_cast<unsigned>(__builtin_ctz(m)) : 32;
-}
 TVX_OP void WidenBlock(const UTF8Char* p, UTF16Char* d) {
   const __m256i v = Load(p);
   Store(d, _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
@@ -533,7 +529,6 @@ TVX_OP unsigned DecodeWindow(const UTF8Char* s, std::size_t avail, UTF16Char*& d
 // Eight units a time, packed through a shuffle table; the stores need 20
 // units of room (a shorter rest is encoded unit by unit). Surrogates take the
 // scalar path.
-constexpr unsigned kEncodeWindow = 8;
 TVX_OP unsigned EncodeWindow(const UTF16Char* s, std::size_t avail, UTF8Char*& d) {
   const UTF16Char* const end = s + avail;
   if (s[0] < 0x80 && avail >= 32) {
@@ -612,10 +607,6 @@ constexpr unsigned kBytesPerBlock = 64;
 constexpr unsigned kUnitsPerBlock = 64;
 
 TVX_OP __m512i Load(const void* p) { return _mm512_loadu_si512(p); }
-TVX_OP unsigned FirstNonAsciiByte(const UTF8Char* p) {
-  const std::uint64_t m = _mm512_movepi8_mask(Load(p));
-  return m ? static_cast<unsigned>(__builtin_ctzll(m)) : 64;
-}
 TVX_OP void WidenBlock(const UTF8Char* p, UTF16Char* d) {
   const __m256i* half = reinterpret_cast<const __m256i*>(p);
   _mm512_storeu_si512(d, _mm512_cvtepu8_epi16(_mm256_loadu_si256(half)));
@@ -630,18 +621,6 @@ TVX_OP unsigned Test(const UTF16Char* p, short bits) {
 TVX_OP unsigned Is(const UTF16Char* p, short mask, short value) {
   return _mm512_cmpeq_epi16_mask(_mm512_and_si512(Load(p), _mm512_set1_epi16(mask)),
                                  _mm512_set1_epi16(value));
-}
-TVX_OP unsigned FirstNonAsciiUnit(const UTF16Char* p) {
-  const unsigned low = Test(p, -0x80);
-  if (low != 0) return static_cast<unsigned>(__builtin_ctz(low));
-  const unsigned high = Test(p + 32, -0x80);
-  return high != 0 ? 32 + static_cast<unsigned>(__builtin_ctz(high)) : 64;
-}
-TVX_OP void NarrowBlock(const UTF16Char* p, UTF8Char* d) {
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
-                      _mm512_maskz_cvtepi16_epi8(~__mmask32{0}, Load(p)));
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + 32),
-                      _mm512_maskz_cvtepi16_epi8(~__mmask32{0}, Load(p + 32)));
 }
 TVX_OP unsigned BlockUnitBound(const UTF8Char* p) {
   const __m512i v = Load(p);
@@ -754,7 +733,6 @@ TVX_OP unsigned DecodeWindow(const UTF8Char* s, std::size_t avail, UTF16Char*& d
 // followed by a low one gives the four bytes of the pair in its lane and the
 // low one's lane gives none; any other surrogate gives its three bytes like
 // the units around it.
-constexpr unsigned kEncodeWindow = 32;
 TVX_OP __m512i Set32(int x) { return _mm512_set1_epi32(x); }
 TVX_OP __m512i Set64(std::uint64_t x) { return _mm512_set1_epi64(static_cast<long long>(x)); }
 // Each lane's bytes are cut from its code point by one multishift: the
