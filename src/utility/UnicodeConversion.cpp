@@ -4,6 +4,7 @@
 #include <unicode/unorm2.h>
 #include <unicode/utypes.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "utility/internal/UnicodeKernels.h"
@@ -99,12 +100,12 @@ UTF16String UTF8to16(const UTF8String& text, UnicodeErrorCode* error, std::size_
       result.assign(buffer, r.written);
     }
   } else {
-    // One unit per input byte is always enough; the unused tail is given back
-    // when it is more than half of the string.
-    result.resize(text.size());
+    // Sized once from a count of the units, with the room the vector stores
+    // may pass the last unit by; only that small slack is left unused.
+    const std::size_t units = internal::CountUTF16Units(text.data(), text.size());
+    result.resize(std::min(units + internal::kDecodeOverrun, text.size()));
     r = internal::DecodeUTF8(text.data(), text.size(), result.data());
     result.resize(r.written);
-    if (r.written < text.size() / 2) result.shrink_to_fit();
   }
   if (error != nullptr) *error = r.error;
   if (unitCount != nullptr) *unitCount = r.written;

@@ -26,9 +26,18 @@ struct UTF16Measure {
   bool ascii;         // every unit before `limit` is below 0x80
 };
 
+// Units that DecodeUTF8 may store beyond the last one it writes.
+constexpr std::size_t kDecodeOverrun = 64;
+
 // Decodes `count` bytes leniently, stopping at the first bad sequence.
-// `target` must have room for `count` units, which is always enough.
+// `target` must have room for `count` units, or for CountUTF16Units of the
+// same bytes plus kDecodeOverrun units; either is always enough.
 UTF8DecodeResult DecodeUTF8(const UTF8Char* source, std::size_t count, UTF16Char* target);
+
+// Bytes that are not trailing bytes (0x80..0xBF), plus those at or above
+// 0xF0: the units of well-formed text, and never fewer than DecodeUTF8
+// writes for any text.
+std::size_t CountUTF16Units(const UTF8Char* source, std::size_t count);
 
 // Measures `count` units up to the first zero unit.
 UTF16Measure MeasureUTF16(const UTF16Char* source, std::size_t count);

@@ -2,6 +2,7 @@
 // loops and each vector form must give byte-identical results.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -157,13 +158,15 @@ TEST_P(Kernels, EveryLoneSurrogateSurvivesTheTripThroughUTF8) {
             Bytes({0xED, 0xA0, 0xBD, 0xF0, 0x9F, 0x98, 0x80, 'a'}));
 }
 
-TEST_P(Kernels, BadUTF8StopsAtTheFirstBadSequenceAndKeepsThePrefix) {
-  struct Case {
-    UTF8String input;
-    UTF16String expected;
-    UnicodeErrorCode error;
-  };
-  const Case cases[] = {
+struct BadCase {
+  UTF8String input;
+  UTF16String expected;
+  UnicodeErrorCode error;
+};
+
+// Short inputs with the prefix each decodes to and the error it stops with.
+const std::vector<BadCase>& BadCases() {
+  static const std::vector<BadCase> cases = {
       {Bytes({'a', 'b', 'c', 0xE2}), u"abc", kUnicodeSourceExhausted},
       {Bytes({0xED, 0xA0, 0x80}), Units({0xD800}), kUnicodeNoError},
       {Bytes({0xED, 0xBF, 0xBF}), Units({0xDFFF}), kUnicodeNoError},
@@ -195,10 +198,25 @@ TEST_P(Kernels, BadUTF8StopsAtTheFirstBadSequenceAndKeepsThePrefix) {
       {Bytes({0xFC, 0x84, 0x80, 0x80, 0x80, 0x80}), u"", kUnicodeSourceIllegal},
       {Bytes({0xFE, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80}), u"", kUnicodeSourceIllegal},
       {Bytes({0xFF, 'a', 'b', 'c', 'd', 'e', 'f'}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xC3, 0xC3, 0xA9}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xC3, 0xA9, 0xA9}), u"\u00E9", kUnicodeSourceIllegal},
+      {Bytes({0xE2, 0x82, 0xE2, 0x82, 0xAC}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xE0, 0x80, 0x80}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xF0, 0x9F, 0x98, 'a'}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xF0, 0x80, 0x80, 0x80}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xF4, 0xBF, 0xBF, 0xBF}), u"", kUnicodeSourceIllegal},
+      {Bytes({0xED, 0xA0, 0x80, 0xED, 0xB0, 0x80}), Units({0xD800, 0xDC00}), kUnicodeNoError},
+      {Bytes({0xEF, 0xBF, 0xBF, 0xF5, 0x80, 0x80, 0x80}), Units({0xFFFF}), kUnicodeSourceIllegal},
+      {Bytes({0xEF, 0xBF, 0xBF, 0xF5}), Units({0xFFFF}), kUnicodeSourceExhausted},
+      {Bytes({0xF4, 0x8F, 0xBF, 0xBF, 0xBF}), Units({0xDBFF, 0xDFFF}), kUnicodeSourceIllegal},
       {Bytes({'a', 0, 'b'}), UTF16String(u"a\0b", 3), kUnicodeNoError},
       {Bytes({0, 0, 0, 0, 0}), UTF16String(5, 0), kUnicodeNoError},
   };
-  for (const auto& c : cases) {
+  return cases;
+}
+
+TEST_P(Kernels, BadUTF8StopsAtTheFirstBadSequenceAndKeepsThePrefix) {
+  for (const auto& c : BadCases()) {
     SCOPED_TRACE(::testing::PrintToString(std::vector<int>(c.input.begin(), c.input.end())));
     UnicodeErrorCode error = kUnicodeTargetExhausted;
     std::size_t count = 9999;
@@ -300,6 +318,171 @@ TEST_P(Kernels, RandomMixedTextsMatchTheReferenceEncoder) {
     }
     ASSERT_EQ(UTF8to16(text8), text16) << round;
     ASSERT_EQ(UTF16to8(text16), text8) << round;
+  }
+}
+
+struct Text {
+  UTF8String u8;
+  UTF16String u16;
+};
+
+// Valid text of exactly `bytes` bytes, of code points of random width (no
+// surrogates, no zero), boundary values among them.
+Text MixedText(std::size_t bytes, unsigned seed) {
+  static const std::uint32_t edges[] = {0x7F,   0x80,   0x7FF,   0x800,   0xD7FF,
+                                        0xE000, 0xFFFF, 0x10000, 0x10FFFF};
+  std::mt19937 random(seed);
+  Text t;
+  while (t.u8.size() < bytes) {
+    std::uint32_t cp;
+    switch (random() % 5) {
+      case 0:
+        cp = 0x80 + random() % 0x780;
+        break;
+      case 1:
+        cp = 0x800 + random() % (0xD800 - 0x800);
+        break;
+      case 2:
+        cp = 0x10000 + random() % 0x100000;
+        break;
+      case 3:
+        cp = edges[random() % 9];
+        break;
+      default:
+        cp = 1 + random() % 0x7F;
+        break;
+    }
+    UTF8String one;
+    AppendUTF8(cp, one);
+    if (one.size() > bytes - t.u8.size()) {
+      cp = 'a' + random() % 26;
+      one.assign(1, static_cast<UTF8Char>(cp));
+    }
+    t.u8 += one;
+    AppendUTF16(cp, t.u16);
+  }
+  return t;
+}
+
+TEST_P(Kernels, EveryBadSequenceIsFoundWhereverItFallsInAVectorWindow) {
+  // Behind mixed text of every length up to two windows and a half (and
+  // across the stack limit), the first bad sequence is found and the prefix
+  // kept, whatever the text around it.
+  std::vector<std::size_t> offsets;
+  for (std::size_t i = 0; i <= 160; ++i) offsets.push_back(i);
+  for (std::size_t i = 240; i <= 270; ++i) offsets.push_back(i);
+  for (std::size_t i = 380; i <= 400; ++i) offsets.push_back(i);
+  for (const auto& c : BadCases()) {
+    SCOPED_TRACE(::testing::PrintToString(std::vector<int>(c.input.begin(), c.input.end())));
+    for (std::size_t offset : offsets) {
+      const Text prefix = MixedText(offset, static_cast<unsigned>(offset));
+      const Text tail = MixedText(c.error == kUnicodeSourceExhausted ? 0 : 90, 99);
+      UnicodeErrorCode error = kUnicodeTargetExhausted;
+      std::size_t count = 9999;
+      const UTF16String expected =
+          prefix.u16 + c.expected + (c.error == kUnicodeNoError ? tail.u16 : UTF16String());
+      ASSERT_EQ(UTF8to16(prefix.u8 + c.input + tail.u8, &error, &count), expected) << offset;
+      ASSERT_EQ(error, c.error) << offset;
+      ASSERT_EQ(count, expected.size()) << offset;
+    }
+  }
+}
+
+TEST_P(Kernels, RunsOfEachWidthConvertAtEveryAlignment) {
+  // Each run starts at every offset from a window start, so that sequences
+  // straddle every window end; boundary code points and encoded surrogates
+  // (lone low ones, which stay lone in UTF-16) included.
+  const std::vector<std::vector<std::uint32_t>> runs = {
+      {0xE9, 0x3A9, 0x7FF, 0x80},
+      {0x4E2D, 0x6587, 0x800, 0xFFFF, 0xE000},
+      {0x1F600, 0x10000, 0x10FFFF, 0x2A6D6},
+      {0xDC00, 0xDFFF, 0xDE00},
+      {0x41, 0xE9, 0x4E2D, 0x1F600, 0x20, 0x3A9, 0xFFFD, 0x10348},
+  };
+  for (std::size_t r = 0; r < runs.size(); ++r) {
+    for (std::size_t align = 0; align < 130; ++align) {
+      UTF8String text8(align, 'x');
+      UTF16String text16(align, u'x');
+      for (std::size_t i = 0; i < 90; ++i) {
+        AppendUTF8(runs[r][(i + align) % runs[r].size()], text8);
+        AppendUTF16(runs[r][(i + align) % runs[r].size()], text16);
+      }
+      text8 += UTF8String(align % 7, 'y');
+      text16 += UTF16String(align % 7, u'y');
+      UnicodeErrorCode error = kUnicodeSourceIllegal;
+      std::size_t count = 0;
+      ASSERT_EQ(UTF8to16(text8, &error, &count), text16) << r << " " << align;
+      ASSERT_EQ(error, kUnicodeNoError);
+      ASSERT_EQ(count, text16.size());
+      ASSERT_EQ(UTF16to8(text16), text8) << r << " " << align;
+    }
+  }
+}
+
+// What the encoder must give: a high surrogate followed by a low one is one
+// four-byte sequence, any other surrogate three bytes of its own.
+UTF8String ReferenceEncode(const UTF16String& units) {
+  UTF8String out;
+  for (std::size_t i = 0; i < units.size(); ++i) {
+    const std::uint32_t u = units[i];
+    if (u >= 0xD800 && u < 0xDC00 && i + 1 < units.size() && units[i + 1] >= 0xDC00 &&
+        units[i + 1] < 0xE000) {
+      AppendUTF8(0x10000 + ((u - 0xD800) << 10) + (units[i + 1] - 0xDC00u), out);
+      ++i;
+    } else {
+      AppendUTF8(u, out);
+    }
+  }
+  return out;
+}
+
+TEST_P(Kernels, SurrogatesEncodeAlikeWhereverTheyFallInAVectorWindow) {
+  const std::vector<UTF16String> inserts = {
+      Units({0xD83D, 0xDE00}),         Units({0xD83D}),         Units({0xDE00}),
+      Units({0xD83D, 0xD83D, 0xDE00}), Units({0xDE00, 0xD83D}), Units({0xDBFF, 0xDFFF, 0xD800}),
+      Units({0xD800, 0x4E2D, 0xDC00}), Units({0xDC00, 0xDC00}),
+  };
+  const Text base = MixedText(400, 5);
+  UTF16String bmp;  // the base without its pairs
+  for (UTF16Char u : base.u16) bmp.push_back((u & 0xF800) == 0xD800 ? u'z' : u);
+  for (const auto& insert : inserts) {
+    for (std::size_t offset = 0; offset < 140; ++offset) {
+      for (std::size_t after : {std::size_t{0}, std::size_t{1}, std::size_t{40}}) {
+        const UTF16String text = bmp.substr(0, offset) + insert + bmp.substr(offset, after);
+        ASSERT_EQ(UTF16to8(text), ReferenceEncode(text)) << offset << " " << after;
+        ASSERT_EQ(UTF8to16(UTF16to8(text)), text) << offset << " " << after;
+      }
+    }
+  }
+}
+
+TEST_P(Kernels, BulkLoopsWriteOnlyTheRoomTheyAreGiven) {
+  // The decoder's target is sized to the counted units plus the documented
+  // overrun, the encoder's to the measured bytes, in vectors of exactly that
+  // size (so a sanitiser sees any store beyond). Random mixes of valid
+  // sequences and stray bytes.
+  std::mt19937 random(77);
+  for (int round = 0; round < 600; ++round) {
+    const Text valid = MixedText(random() % 500, static_cast<unsigned>(round));
+    UTF8String bytes = valid.u8;
+    if (round % 3 != 0 && !bytes.empty()) {
+      const std::size_t at = random() % bytes.size();
+      bytes[at] = static_cast<UTF8Char>(0x80 + random() % 0x80);
+    }
+    const std::size_t bound = internal::CountUTF16Units(bytes.data(), bytes.size());
+    std::vector<UTF16Char> target(std::min(bound + internal::kDecodeOverrun, bytes.size()));
+    const auto r = internal::DecodeUTF8(bytes.data(), bytes.size(), target.data());
+    ASSERT_LE(r.written, bound) << round;
+    if (round % 3 == 0) {
+      ASSERT_EQ(bound, valid.u16.size()) << round;
+      ASSERT_EQ(UTF16String(target.data(), r.written), valid.u16) << round;
+    }
+    if (valid.u16.empty()) continue;
+    const auto m = internal::MeasureUTF16(valid.u16.data(), valid.u16.size());
+    ASSERT_EQ(m.bytes, valid.u8.size()) << round;
+    std::vector<UTF8Char> encoded(m.bytes);
+    ASSERT_EQ(internal::EncodeUTF16(valid.u16.data(), m.limit, encoded.data()), m.bytes);
+    ASSERT_EQ(UTF8String(encoded.begin(), encoded.end()), valid.u8) << round;
   }
 }
 
