@@ -1,0 +1,96 @@
+// tvxcore/filesupport/DirIterators.h: listing directories.
+//
+// A listing reads a whole directory once, at construction, into a vector of
+// full paths shared by all copies of the iterator: a snapshot that later
+// changes to the directory don't touch. RecursiveFileIterator walks a tree
+// depth-first over such listings. Nothing is raised for a missing or
+// unreadable directory: it lists as empty.
+//
+// On Linux: names beginning with "." are hidden; a symbolic link to a
+// directory lists as a directory, and any other link (a broken one included)
+// as a file. With alias resolution, a link named "*.lnk" stands for its
+// target, and a broken one is dropped. The recursive walk never enters a
+// linked directory, so a link cycle can't make it loop.
+#pragma once
+
+#include <deque>
+#include <utility>
+#include <vector>
+
+#include "tvxcore/Export.h"
+#include "tvxcore/filesupport/File.h"
+
+namespace tvxcore::filesupport {
+
+// One position on a listing. Owned by its iterator; copies share the vector,
+// read-only, and move independently.
+class TVXCORE_EXPORT IteratorHelper {
+ public:
+  using Entries = std::vector<UTF16String>;
+
+  // An end position.
+  IteratorHelper();
+  // Lists `path`: directories when `wantDirs`, else files. See Dir::BeginFiles.
+  IteratorHelper(bool wantDirs, const UTF16String& path, bool resolveAliases,
+                 boost::function<bool()>* abortCheck, bool resolvedFilesOnly,
+                 PathComparePtr compare);
+  // The mounted volumes (Dir::BeginVolumes).
+  static IteratorHelper* Volumes(PathComparePtr compare);
+
+  bool AtEnd() const { return atEnd_; }
+  const UTF16String& Current() const;
+  void Advance();
+  bool operator==(const IteratorHelper& other) const;
+
+ private:
+  void Read(const UTF16String& path, boost::function<bool()>* abortCheck, bool resolvedFilesOnly);
+  void Finish();
+
+  bool wantDirs_ = false;
+  bool resolveAliases_ = false;
+  bool atEnd_ = true;
+  bool skipLinkedDirs_ = false;  // leave out links to directories
+  boost::shared_ptr<Entries> entries_;
+  int index_ = 0;
+  PathComparePtr compare_;
+  friend class RecursiveFileIterator;
+};
+
+// Every file of a tree, depth-first: a directory's own files before those of
+// its subdirectories, subdirectories in listing order. Not thread-safe; copies
+// share their listings.
+class TVXCORE_EXPORT RecursiveFileIterator {
+ public:
+  // An end iterator.
+  RecursiveFileIterator();
+  // Starts at the first file of `root`, or resumes at `startPath` (a path
+  // relative to `root`, its components matched with CompareFileNames): the
+  // walk goes on from that file.
+  RecursiveFileIterator(const Dir& root, bool resolveAliases,
+                        boost::function<bool()> abortCheck = boost::function<bool()>(),
+                        const UTF16String& startPath = UTF16String(),
+                        PathComparePtr compare = PathComparePtr());
+
+  File operator*() const;
+  // The directory that holds the current file.
+  Dir CurrentDir() const;
+  bool operator==(const RecursiveFileIterator& other) const;
+  bool operator!=(const RecursiveFileIterator& other) const { return !(*this == other); }
+  RecursiveFileIterator& operator++();
+  RecursiveFileIterator operator++(int);
+
+ private:
+  Dir::FileIterator ListFiles(const Dir& dir);
+  Dir::DirIterator ListDirs(const Dir& dir);
+  void Step();
+
+  bool finished_ = true;
+  bool resolveAliases_ = false;
+  Dir::FileIterator files_, filesEnd_;
+  std::deque<std::pair<Dir::DirIterator, Dir::DirIterator>> stack_;
+  Dir current_;
+  boost::function<bool()> abortCheck_;
+  PathComparePtr compare_;
+};
+
+}  // namespace tvxcore::filesupport

@@ -1,0 +1,247 @@
+// tvxcore/filesupport/File.h: files and directories as values.
+//
+// File and Dir name something in the file system by its path. They hold no
+// open file and keep nothing alive; every failure of an operation is one of
+// the exceptions of FileExceptions.h. Paths are native: on Linux the separator
+// is "/" and a backslash is an ordinary character of a name.
+#pragma once
+
+#include <boost/date_time/posix_time/ptime.hpp>
+#include <boost/function.hpp>
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <string>
+
+#include "tvxcore/Export.h"
+#include "tvxcore/utility/StringTypes.h"
+
+namespace tvxcore::filesupport {
+
+class Dir;
+class IteratorHelper;
+
+// Which size File::Size() reports. The first group all answer the size of the
+// file's data; the other values answer 0.
+enum FileSizeSelector : int {
+  kFileSize_Logical = 0,
+  kFileSize_ResourceFork = 1,
+  kFileSize_DataFork = 2,
+  kFileSize_Physical = 3,
+  kFileSize_ResourcePhysical = 4,
+  kFileSize_Total = 5,
+};
+
+// The sort order of a listing: a strict "comes before" on full paths.
+using PathCompare = boost::function<bool(const UTF16String&, const UTF16String&)>;
+using PathComparePtr = boost::shared_ptr<PathCompare>;
+
+// The path of a File in normal form: repeated "/" collapsed to one. Owned by
+// its File; a value.
+class TVXCORE_EXPORT FileHelper {
+ public:
+  FileHelper() = default;
+  explicit FileHelper(const UTF16String& path);
+  // From native bytes (UTF-8 on Linux).
+  explicit FileHelper(const std::string& path);
+
+  const UTF16String& Path() const { return path_; }
+  // What goes to the platform. On Linux it is the normal form itself: no
+  // prefix is needed for long paths.
+  UTF16String FullNativePath() const { return path_; }
+
+ private:
+  friend class File;
+  UTF16String path_;
+};
+
+// The path of a Dir in normal form: like a file's, and one trailing "/"
+// removed, except from the root "/".
+class TVXCORE_EXPORT DirHelper {
+ public:
+  DirHelper() = default;
+  explicit DirHelper(const UTF16String& path);
+  explicit DirHelper(const std::string& path);
+
+  const UTF16String& Path() const { return path_; }
+  UTF16String FullNativePath() const { return path_; }
+
+ private:
+  UTF16String path_;
+};
+
+// A file by path. A value: copies are independent. Not synchronised; two
+// threads may use two objects on the same path and the file system decides.
+class TVXCORE_EXPORT File {
+ public:
+  File();
+  File(const FileHelper& helper);  // NOLINT: a helper is a File in waiting
+  File(const File& other);
+  File(File&& other) noexcept;
+  explicit File(const UTF16String& path);
+  File(const Dir& dir, const UTF16String& name);
+  // With `resolveAlias`, a name that is an alias (a symbolic link named
+  // "*.lnk") to a file gives that file.
+  File(const Dir& dir, const UTF16String& name, bool resolveAlias);
+  ~File();
+  File& operator=(const File& other);
+  File& operator=(File&& other) noexcept;
+
+  // True for anything at the path, a directory included.
+  bool Exists() const;
+  // True when the file has no write permission bit at all.
+  bool IsReadOnly() const;
+  // Makes an empty file. Throws a create_exception child (see
+  // FileExceptions.h); Create(true) on an existing file is
+  // create_accessdenied_exception, Create(false) empties it.
+  void Create(bool failIfExists);
+  // Throws file_delete_exception.
+  void Delete();
+  // Renames within the parent directory; `newName` is a name, not a path.
+  // Throws rename_file. On success this object names the new file.
+  void Rename(const UTF16String& newName);
+  // Times in UTC. Created is the birth time where the file system keeps one,
+  // else the modification time. Throw file_not_found_exception or
+  // file_exception.
+  boost::posix_time::ptime Modified() const;
+  boost::posix_time::ptime Created() const;
+  // 0 on any failure, and for selectors outside the data group.
+  unsigned long long Size(FileSizeSelector selector = kFileSize_Logical) const;
+
+  UTF16String GetName() const;
+  UTF16String GetTitle() const;
+  UTF16String GetExtension(bool lowerCase = false) const;
+  UTF16String FullPath() const;
+  // The path as native bytes (UTF-8).
+  std::string FullPathMultiByte() const;
+  Dir Parent() const;
+  // CompareFileNames() of the two paths is 0: case, width and kana ignored.
+  bool operator==(const File& other) const;
+  bool operator!=(const File& other) const { return !(*this == other); }
+
+  FileHelper& Helper();
+  const FileHelper& Helper() const;
+
+ private:
+  std::unique_ptr<FileHelper> helper_;
+};
+
+// A directory by path. A value, like File.
+class TVXCORE_EXPORT Dir {
+ public:
+  class DirIterator;
+  class FileIterator;
+
+  Dir();
+  Dir(const DirHelper& helper);  // NOLINT: a helper is a Dir in waiting
+  Dir(const Dir& other);
+  Dir(Dir&& other) noexcept;
+  explicit Dir(const UTF16String& path);
+  Dir(const Dir& dir, const UTF16String& name);
+  Dir(const Dir& dir, const UTF16String& name, bool resolveAlias);
+  ~Dir();
+  Dir& operator=(const Dir& other);
+  Dir& operator=(Dir&& other) noexcept;
+
+  // True when a directory (or a link to one) is at the path.
+  bool Exists() const;
+  // Makes one level; an existing directory is no failure. Throws
+  // dir_create_exception.
+  void Create();
+  // Deletes the directory with everything in it. Symbolic links inside are
+  // removed, never followed. Throws file_delete_exception for a file inside,
+  // dir_delete_exception for a directory.
+  void Delete();
+  // Throws rename_dir_already_exists when the new name is taken, else
+  // rename_dir.
+  void Rename(const UTF16String& newName);
+  boost::posix_time::ptime Modified() const;
+  boost::posix_time::ptime Created() const;
+  UTF16String GetName() const;
+  UTF16String FullPath() const;
+  std::string FullPathMultiByte() const;
+  // True when the path has no parent ("/" or a relative single name).
+  bool IsTopLevelDir() const;
+  Dir Parent() const;
+  bool operator==(const Dir& other) const;
+  bool operator!=(const Dir& other) const { return !(*this == other); }
+  const DirHelper& Helper() const;
+
+  // Listings (DirIterators.h). Each reads the whole directory at once into
+  // a snapshot shared by copies of the iterator. `abortCheck`, when given and
+  // not empty, is asked after each entry and stops the listing on true; it
+  // must live as long as the call. `compare` sorts the snapshot when not null.
+  DirIterator BeginSubdirs(bool resolveAliases = false,
+                           boost::function<bool()>* abortCheck = nullptr,
+                           PathComparePtr compare = PathComparePtr()) const;
+  static DirIterator EndSubdirs();
+  FileIterator BeginFiles(bool resolveAliases = false,
+                          boost::function<bool()>* abortCheck = nullptr,
+                          bool resolvedFilesOnly = false,
+                          PathComparePtr compare = PathComparePtr()) const;
+  static FileIterator EndFiles();
+  // The mounted volumes that hold files: fixed, removable, remote and optical
+  // ones; memory and pseudo file systems are left out.
+  static DirIterator BeginVolumes(PathComparePtr compare = PathComparePtr());
+  static DirIterator EndVolumes();
+
+ private:
+  std::unique_ptr<DirHelper> helper_;
+};
+
+// Walks the directories of a listing. Copies share the snapshot and move
+// independently. An end iterator has no helper or one at its end.
+class TVXCORE_EXPORT Dir::DirIterator {
+ public:
+  DirIterator();
+  explicit DirIterator(IteratorHelper* helper);  // takes ownership
+  DirIterator(const DirIterator& other);
+  DirIterator& operator=(const DirIterator& other);
+  ~DirIterator();
+
+  bool operator==(const DirIterator& other) const;
+  bool operator!=(const DirIterator& other) const { return !(*this == other); }
+  DirIterator& operator++();
+  DirIterator operator++(int);
+  Dir operator*() const;
+
+ private:
+  std::unique_ptr<IteratorHelper> helper_;
+};
+
+// Walks the files of a listing; as DirIterator.
+class TVXCORE_EXPORT Dir::FileIterator {
+ public:
+  FileIterator();
+  explicit FileIterator(IteratorHelper* helper);  // takes ownership
+  FileIterator(const FileIterator& other);
+  FileIterator& operator=(const FileIterator& other);
+  ~FileIterator();
+
+  bool operator==(const FileIterator& other) const;
+  bool operator!=(const FileIterator& other) const { return !(*this == other); }
+  FileIterator& operator++();
+  FileIterator operator++(int);
+  File operator*() const;
+
+ private:
+  std::unique_ptr<IteratorHelper> helper_;
+};
+
+// True when the path is exactly two units and the second is ":".
+TVXCORE_EXPORT bool IsPathDriveLetter(const UTF16String& path);
+// -1, 0 or 1, ignoring case, width (full-width forms) and kana type
+// (katakana against hiragana); -2 when the strings can't be compared.
+TVXCORE_EXPORT int CompareFileNames(const UTF16String& a, const UTF16String& b);
+
+// Windows-form paths, for paths recorded on Windows. Pure string functions:
+// they touch no file system.
+//
+// The Windows normal form: "/" becomes "\", a "\\?\UNC\" prefix leaves the
+// "\\server" form and a "\\?\" prefix goes, runs of "\" after index 0 are cut
+// to one. With `isDir` one trailing "\" is removed first.
+TVXCORE_EXPORT UTF16String NormalizeWindowsPath(const UTF16String& path, bool isDir);
+// The long form of a Windows path: "\\?\UNC\server\..." for a UNC path with a
+// share, "\\?\" and the path for anything else.
+TVXCORE_EXPORT UTF16String PrepAsLongPathName(const UTF16String& path);
+
+}  // namespace tvxcore::filesupport

@@ -1,0 +1,367 @@
+#include "tvxcore/filesupport/File.h"
+
+#include <unicode/uchar.h>
+
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include "filesupport/internal/ErrorMapping.h"
+#include "filesupport/internal/PathCodec.h"
+#include "filesupport/internal/TextFold.h"
+#include "platform/FileSystem.h"
+#include "tvxcore/filesupport/FileExceptions.h"
+#include "tvxcore/utility/FileUtils.h"
+
+namespace tvxcore::filesupport {
+namespace {
+
+namespace fu = utility::FileUtils;
+using internal::ToNative;
+
+// Repeated "/" collapse to one.
+UTF16String NativeNormalForm(const UTF16String& path, bool isDir) {
+  UTF16String out;
+  out.reserve(path.size());
+  for (UTF16Char unit : path) {
+    if (unit == u'/' && !out.empty() && out.back() == u'/') continue;
+    out.push_back(unit);
+  }
+  if (isDir && out.size() > 1 && out.back() == u'/') out.pop_back();
+  return out;
+}
+
+boost::posix_time::ptime ToPtime(const platform::FileTime& time) {
+  static const boost::posix_time::ptime kEpoch(boost::gregorian::date(1970, 1, 1));
+  return kEpoch + boost::posix_time::seconds(time.seconds) +
+         boost::posix_time::microseconds(time.nanoseconds / 1000);
+}
+
+// 0 and the two times, or the Windows code of the failure.
+int ReadTimes(const UTF16String& path, platform::FileTime& created, platform::FileTime& modified) {
+  std::string native;
+  if (!ToNative(path, native)) return platform::kErrorInvalidName;
+  return platform::GetFileTimes(native, created, modified);
+}
+
+UTF16String JoinPath(const UTF16String& dir, const UTF16String& name) {
+  UTF16String joined = dir;
+  joined.push_back(u'/');
+  joined += name;
+  return joined;
+}
+
+// The target of an alias ("*.lnk" symbolic link) at `path`, when it is of the
+// kind wanted.
+bool ResolveAliasPath(const UTF16String& path, bool wantDir, UTF16String& out) {
+  File candidate{path};
+  if (candidate.GetExtension(true) != u".lnk" || !candidate.Exists()) return false;
+  UTF16String target = path;
+  bool isDir = false;
+  if (fu::ResolveIT(target, isDir) != 0 || isDir != wantDir) return false;
+  out = target;
+  return true;
+}
+
+UTF16String ToLower(UTF16String text) {
+  for (auto& unit : text) {
+    if (unit < 0xD800 || unit > 0xDFFF) unit = static_cast<UTF16Char>(u_tolower(unit));
+  }
+  return text;
+}
+
+}  // namespace
+
+// --- helpers ---
+
+FileHelper::FileHelper(const UTF16String& path) : path_(NativeNormalForm(path, false)) {}
+FileHelper::FileHelper(const std::string& path)
+    : path_(NativeNormalForm(internal::FromNative(path), false)) {}
+DirHelper::DirHelper(const UTF16String& path) : path_(NativeNormalForm(path, true)) {}
+DirHelper::DirHelper(const std::string& path)
+    : path_(NativeNormalForm(internal::FromNative(path), true)) {}
+
+// --- File ---
+
+File::File() : helper_(std::make_unique<FileHelper>()) {}
+File::File(const FileHelper& helper) : helper_(std::make_unique<FileHelper>(helper)) {}
+File::File(const File& other) : helper_(std::make_unique<FileHelper>(*other.helper_)) {}
+File::File(File&& other) noexcept : helper_(std::move(other.helper_)) {}
+File::File(const UTF16String& path) : helper_(std::make_unique<FileHelper>(path)) {}
+File::File(const Dir& dir, const UTF16String& name)
+    : helper_(std::make_unique<FileHelper>(JoinPath(dir.FullPath(), name))) {}
+File::File(const Dir& dir, const UTF16String& name, bool resolveAlias) : File(dir, name) {
+  UTF16String target;
+  if (resolveAlias && ResolveAliasPath(helper_->Path(), false, target))
+    *helper_ = FileHelper(target);
+}
+File::~File() = default;
+
+File& File::operator=(const File& other) {
+  if (this != &other) helper_ = std::make_unique<FileHelper>(other.Helper());
+  return *this;
+}
+File& File::operator=(File&& other) noexcept {
+  helper_.swap(other.helper_);
+  return *this;
+}
+
+// A moved-from File reads as the empty path.
+FileHelper& File::Helper() {
+  if (!helper_) helper_ = std::make_unique<FileHelper>();
+  return *helper_;
+}
+const FileHelper& File::Helper() const {
+  static const FileHelper kEmpty;
+  return helper_ ? *helper_ : kEmpty;
+}
+
+bool File::Exists() const { return fu::FileExists(Helper().Path()); }
+
+bool File::IsReadOnly() const {
+  std::string native;
+  platform::FileAttributes attributes;
+  return ToNative(Helper().Path(), native) &&
+         platform::GetAttributes(native, attributes) == platform::kErrorSuccess &&
+         attributes.isReadOnly;
+}
+
+void File::Create(bool failIfExists) {
+  std::string native;
+  const int error = ToNative(Helper().Path(), native)
+                        ? platform::CreateEmptyFile(native, failIfExists)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  internal::ThrowCreateError(error, *this);
+}
+
+void File::Delete() {
+  std::string native;
+  const int error = ToNative(Helper().Path(), native)
+                        ? platform::DeleteFile(native)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  if (error != 0) throw file_delete_exception(*this);
+}
+
+void File::Rename(const UTF16String& newName) {
+  UTF16String parent, target;
+  fu::GetParentPath(Helper().Path(), parent);
+  fu::BuildPathSpec(parent, newName, target);
+  std::string from, to;
+  const int error = ToNative(Helper().Path(), from) && ToNative(target, to)
+                        ? platform::MovePath(from, to)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  if (error != 0) throw rename_file(*this, newName);
+  *helper_ = FileHelper(target);
+}
+
+boost::posix_time::ptime File::Modified() const {
+  platform::FileTime created, modified;
+  const int error = ReadTimes(Helper().Path(), created, modified);
+  if (error == 2) throw file_not_found_exception(*this);
+  if (error != 0) throw file_exception(*this);
+  return ToPtime(modified);
+}
+
+boost::posix_time::ptime File::Created() const {
+  platform::FileTime created, modified;
+  const int error = ReadTimes(Helper().Path(), created, modified);
+  if (error == 2) throw file_not_found_exception(*this);
+  if (error != 0) throw file_exception(*this);
+  return ToPtime(created);
+}
+
+unsigned long long File::Size(FileSizeSelector selector) const {
+  if (selector != 0 && selector != 2 && selector != 3 && selector != 5) return 0;
+  std::string native;
+  std::uint64_t size = 0;
+  if (!ToNative(Helper().Path(), native) || platform::GetFileSize(native, size) != 0) return 0;
+  return size;
+}
+
+UTF16String File::GetName() const {
+  UTF16String title, extension;
+  fu::SplitLongPath(Helper().Path(), nullptr, &title, &extension);
+  return title + extension;
+}
+
+UTF16String File::GetTitle() const {
+  UTF16String title;
+  fu::SplitLongPath(Helper().Path(), nullptr, &title, nullptr);
+  return title;
+}
+
+UTF16String File::GetExtension(bool lowerCase) const {
+  UTF16String extension;
+  fu::SplitLongPath(Helper().Path(), nullptr, nullptr, &extension);
+  return lowerCase ? ToLower(extension) : extension;
+}
+
+UTF16String File::FullPath() const { return Helper().Path(); }
+std::string File::FullPathMultiByte() const { return ToNative(Helper().Path()); }
+
+Dir File::Parent() const {
+  UTF16String parent;
+  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
+  return Dir(parent);
+}
+
+bool File::operator==(const File& other) const {
+  return CompareFileNames(Helper().Path(), other.Helper().Path()) == 0;
+}
+
+// --- Dir ---
+
+Dir::Dir() : helper_(std::make_unique<DirHelper>()) {}
+Dir::Dir(const DirHelper& helper) : helper_(std::make_unique<DirHelper>(helper)) {}
+Dir::Dir(const Dir& other) : helper_(std::make_unique<DirHelper>(other.Helper())) {}
+Dir::Dir(Dir&& other) noexcept : helper_(std::move(other.helper_)) {}
+Dir::Dir(const UTF16String& path) : helper_(std::make_unique<DirHelper>(path)) {}
+Dir::Dir(const Dir& dir, const UTF16String& name)
+    : helper_(std::make_unique<DirHelper>(JoinPath(dir.FullPath(), name))) {}
+Dir::Dir(const Dir& dir, const UTF16String& name, bool resolveAlias) : Dir(dir, name) {
+  UTF16String target;
+  // The alias is a file: the name as given, before any trailing "/" went.
+  if (resolveAlias && ResolveAliasPath(JoinPath(dir.FullPath(), name), true, target))
+    *helper_ = DirHelper(target);
+}
+Dir::~Dir() = default;
+
+Dir& Dir::operator=(const Dir& other) {
+  if (this != &other) helper_ = std::make_unique<DirHelper>(other.Helper());
+  return *this;
+}
+Dir& Dir::operator=(Dir&& other) noexcept {
+  helper_.swap(other.helper_);
+  return *this;
+}
+
+const DirHelper& Dir::Helper() const {
+  static const DirHelper kEmpty;
+  return helper_ ? *helper_ : kEmpty;
+}
+
+bool Dir::Exists() const {
+  std::string native;
+  platform::FileAttributes attributes;
+  return ToNative(Helper().Path(), native) &&
+         platform::GetAttributes(native, attributes) == platform::kErrorSuccess &&
+         attributes.isDirectory;
+}
+
+void Dir::Create() {
+  std::string native;
+  const int error = ToNative(Helper().Path(), native)
+                        ? platform::CreateDirectory(native)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  if (error != 0 && error != platform::kErrorAlreadyExists) throw dir_create_exception(*this);
+}
+
+void Dir::Delete() {
+  std::string native;
+  if (!ToNative(Helper().Path(), native)) throw dir_delete_exception(*this);
+  // Links are removed as the files they are, never followed.
+  std::vector<UTF16String> files, dirs;
+  platform::ListDirectory(native, [&](const platform::DirEntry& entry) {
+    UTF16String path = JoinPath(Helper().Path(), internal::FromNative(entry.name));
+    (entry.isDirectory && !entry.isSymlink ? dirs : files).push_back(std::move(path));
+    return true;
+  });
+  for (const auto& path : files) File(path).Delete();
+  for (const auto& path : dirs) Dir(path).Delete();
+  if (platform::RemoveDirectory(native) != 0) throw dir_delete_exception(*this);
+}
+
+void Dir::Rename(const UTF16String& newName) {
+  UTF16String parent, target;
+  fu::GetParentPath(Helper().Path(), parent);
+  fu::BuildPathSpec(parent, newName, target);
+  std::string from, to;
+  const int error = ToNative(Helper().Path(), from) && ToNative(target, to)
+                        ? platform::MovePath(from, to)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  if (error == platform::kErrorAlreadyExists) throw rename_dir_already_exists(*this, newName);
+  if (error != 0) throw rename_dir(*this, newName);
+  *helper_ = DirHelper(target);
+}
+
+boost::posix_time::ptime Dir::Modified() const {
+  platform::FileTime created, modified;
+  const int error = ReadTimes(Helper().Path(), created, modified);
+  if (error == 2) throw dir_not_found_exception(*this);
+  if (error != 0) throw dir_exception(*this);
+  return ToPtime(modified);
+}
+
+boost::posix_time::ptime Dir::Created() const {
+  platform::FileTime created, modified;
+  const int error = ReadTimes(Helper().Path(), created, modified);
+  if (error == 2) throw dir_not_found_exception(*this);
+  if (error != 0) throw dir_exception(*this);
+  return ToPtime(created);
+}
+
+UTF16String Dir::GetName() const {
+  UTF16String title, extension;
+  fu::SplitLongPath(Helper().Path(), nullptr, &title, &extension);
+  return title + extension;
+}
+
+UTF16String Dir::FullPath() const { return Helper().Path(); }
+std::string Dir::FullPathMultiByte() const { return ToNative(Helper().Path()); }
+
+bool Dir::IsTopLevelDir() const {
+  UTF16String parent;
+  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
+  return parent.empty();
+}
+
+Dir Dir::Parent() const {
+  UTF16String parent;
+  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
+  return Dir(parent);
+}
+
+bool Dir::operator==(const Dir& other) const {
+  return CompareFileNames(Helper().Path(), other.Helper().Path()) == 0;
+}
+
+// --- free functions ---
+
+bool IsPathDriveLetter(const UTF16String& path) { return path.size() == 2 && path[1] == u':'; }
+
+int CompareFileNames(const UTF16String& a, const UTF16String& b) {
+  UTF16String foldedA, foldedB;
+  if (!internal::FoldForFileNameCompare(a, foldedA) ||
+      !internal::FoldForFileNameCompare(b, foldedB))
+    return -2;
+  const int order = foldedA.compare(foldedB);
+  return order < 0 ? -1 : order > 0 ? 1 : 0;
+}
+
+UTF16String NormalizeWindowsPath(const UTF16String& input, bool isDir) {
+  UTF16String path = input;
+  // Only a backslash goes, and before the runs are cut: "C:\\dir\\\\" keeps one.
+  if (isDir && !path.empty() && path.back() == u'\\') path.pop_back();
+  if (path.empty()) return path;
+  for (auto& unit : path)
+    if (unit == u'/') unit = u'\\';
+  if (path.compare(0, 8, u"\\\\?\\UNC\\") == 0)
+    path.erase(2, 6);
+  else if (path.compare(0, 4, u"\\\\?\\") == 0)
+    path.erase(0, 4);
+  UTF16String out;
+  out.reserve(path.size());
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    // A run is cut to one unit, except the pair that opens a UNC path.
+    if (path[i] == u'\\' && out.size() >= 2 && out.back() == u'\\') continue;
+    out.push_back(path[i]);
+  }
+  return out;
+}
+
+UTF16String PrepAsLongPathName(const UTF16String& path) {
+  if (path.size() > 2 && path[0] == u'\\' && path[1] == u'\\' &&
+      path.find(u'\\', 2) != UTF16String::npos)
+    return u"\\\\?\\UNC\\" + path.substr(2);
+  return u"\\\\?\\" + path;
+}
+
+}  // namespace tvxcore::filesupport

@@ -1,0 +1,89 @@
+#include "filesupport/internal/PathCodec.h"
+
+namespace tvxcore::filesupport::internal {
+
+bool ToNative(const UTF16String& path, std::string& out) {
+  out.clear();
+  out.reserve(path.size());
+  const std::size_t n = path.size();
+  for (std::size_t i = 0; i < n; ++i) {
+    std::uint32_t c = path[i];
+    if (c == 0) return false;
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+      continue;
+    }
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && path[i + 1] >= 0xDC00 && path[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (path[i + 1] - 0xDC00u);
+      ++i;
+    } else if (c >= 0xDC80 && c <= 0xDCFF) {
+      out.push_back(static_cast<char>(c - 0xDC00));  // an escaped raw byte
+      continue;
+    }
+    if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+    } else if (c < 0x10000) {
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+    }
+    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+  }
+  return true;
+}
+
+std::string ToNative(const UTF16String& path) {
+  std::string out;
+  if (!ToNative(path, out)) out.clear();
+  return out;
+}
+
+UTF16String FromNative(std::string_view bytes) {
+  UTF16String out;
+  out.reserve(bytes.size());
+  const std::size_t n = bytes.size();
+  auto cont = [&](std::size_t i) {
+    return i < n && (static_cast<unsigned char>(bytes[i]) & 0xC0) == 0x80;
+  };
+  for (std::size_t i = 0; i < n;) {
+    const unsigned char b = static_cast<unsigned char>(bytes[i]);
+    std::uint32_t c = 0;
+    std::size_t len = 0;
+    if (b < 0x80) {
+      c = b;
+      len = 1;
+    } else if (b >= 0xC2 && b <= 0xDF && cont(i + 1)) {
+      c = ((b & 0x1Fu) << 6) | (bytes[i + 1] & 0x3F);
+      len = 2;
+    } else if (b >= 0xE0 && b <= 0xEF && cont(i + 1) && cont(i + 2)) {
+      c = ((b & 0x0Fu) << 12) | ((bytes[i + 1] & 0x3Fu) << 6) | (bytes[i + 2] & 0x3F);
+      if (c >= 0x800) len = 3;
+    } else if (b >= 0xF0 && b <= 0xF4 && cont(i + 1) && cont(i + 2) && cont(i + 3)) {
+      c = ((b & 0x07u) << 18) | ((bytes[i + 1] & 0x3Fu) << 12) | ((bytes[i + 2] & 0x3Fu) << 6) |
+          (bytes[i + 3] & 0x3F);
+      if (c >= 0x10000 && c <= 0x10FFFF) len = 4;
+    }
+    // A decoded unit that would itself read back as an escaped byte can't be
+    // told apart: keep such sequences as bytes too.
+    if (len == 3 && c >= 0xDC80 && c <= 0xDCFF) len = 0;
+    if (len == 0) {
+      out.push_back(static_cast<UTF16Char>(0xDC00 + b));
+      ++i;
+      continue;
+    }
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out.push_back(static_cast<UTF16Char>(0xD800 + (c >> 10)));
+      out.push_back(static_cast<UTF16Char>(0xDC00 + (c & 0x3FF)));
+    } else {
+      out.push_back(static_cast<UTF16Char>(c));
+    }
+    i += len;
+  }
+  return out;
+}
+
+}  // namespace tvxcore::filesupport::internal

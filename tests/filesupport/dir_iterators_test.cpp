@@ -1,0 +1,236 @@
+// Listings of one directory and walks of a tree.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <boost/make_shared.hpp>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "filesupport/TempDirFixture.h"
+#include "tvxcore/filesupport/DirIterators.h"
+#include "tvxcore/utility/FileUtils.h"
+
+using namespace tvxcore;
+using namespace tvxcore::filesupport;
+using tvxtest::U;
+
+namespace {
+
+class DirIteratorTest : public tvxtest::TempDirTest {
+ protected:
+  std::vector<UTF16String> Files(const Dir& dir, bool resolve = false, bool filesOnly = false,
+                                 boost::function<bool()>* abort = nullptr,
+                                 PathComparePtr compare = PathComparePtr()) {
+    std::vector<UTF16String> out;
+    for (auto it = dir.BeginFiles(resolve, abort, filesOnly, compare); it != Dir::EndFiles(); ++it)
+      out.push_back((*it).FullPath());
+    return out;
+  }
+  std::vector<UTF16String> Dirs(const Dir& dir, bool resolve = false,
+                                boost::function<bool()>* abort = nullptr,
+                                PathComparePtr compare = PathComparePtr()) {
+    std::vector<UTF16String> out;
+    for (auto it = dir.BeginSubdirs(resolve, abort, compare); it != Dir::EndSubdirs(); ++it)
+      out.push_back((*it).FullPath());
+    return out;
+  }
+  // Paths below the fixture, relative, sorted.
+  std::vector<std::string> Relative(std::vector<UTF16String> paths, bool sort = true) {
+    std::vector<std::string> out;
+    const std::string prefix = Native() + "/";
+    for (const auto& path : paths) {
+      std::string native = tvxtest::N(path);
+      out.push_back(native == Native()             ? std::string()
+                    : native.rfind(prefix, 0) == 0 ? native.substr(prefix.size())
+                                                   : native);
+    }
+    if (sort) std::sort(out.begin(), out.end());
+    return out;
+  }
+  using Names = std::vector<std::string>;
+};
+
+PathComparePtr Descending() {
+  return boost::make_shared<PathCompare>(
+      [](const UTF16String& a, const UTF16String& b) { return a > b; });
+}
+
+}  // namespace
+
+TEST_F(DirIteratorTest, FilesAndSubdirectoriesAreListedApart) {
+  Write("b.txt");
+  Write("a.txt");
+  Write("UPPER.LNK");
+  Write(".hidden");
+  MakeDir("sub1");
+  MakeDir("sub2/inner");
+  const Dir dir(Path());
+  EXPECT_EQ(Relative(Files(dir)), (Names{".hidden", "UPPER.LNK", "a.txt", "b.txt"}));
+  EXPECT_EQ(Relative(Dirs(dir)), (Names{"sub1", "sub2"}));
+  auto first = dir.BeginFiles();
+  EXPECT_EQ(first, Dir::FileIterator(first));                  // a copy stands at the same place
+  EXPECT_NE(first, dir.BeginFiles());                          // a new listing is a new snapshot
+  EXPECT_EQ(Dir(Path("sub1")).BeginFiles(), Dir::EndFiles());  // empty
+  EXPECT_EQ(Dir(Path("missing")).BeginSubdirs(), Dir::EndSubdirs());
+  EXPECT_EQ(Dir(Path("a.txt")).BeginFiles(), Dir::EndFiles());  // not a directory
+  EXPECT_EQ(Dir::DirIterator(), Dir::DirIterator());
+  EXPECT_NE(Dir::DirIterator(), Dir::EndSubdirs());  // no helper equals only no helper
+}
+
+TEST_F(DirIteratorTest, SortedListingsAndIndependentCopies) {
+  for (const char* name : {"c", "a", "d", "b"}) Write(name);
+  auto compare = Descending();
+  EXPECT_EQ(Relative(Files(Dir(Path()), false, false, nullptr, compare), false),
+            (Names{"d", "c", "b", "a"}));
+  auto it = Dir(Path()).BeginFiles(false, nullptr, false, compare);
+  auto copy = it;
+  ++it;
+  EXPECT_EQ((*copy).GetName(), u"d");
+  EXPECT_EQ((*it).GetName(), u"c");
+  EXPECT_NE(it, copy);
+  auto before = it++;
+  EXPECT_EQ((*before).GetName(), u"c");
+  EXPECT_EQ((*it).GetName(), u"b");
+  ++copy;
+  ++copy;
+  EXPECT_EQ(copy, it);
+  copy = Dir::EndFiles();
+  EXPECT_EQ(copy, Dir::EndFiles());
+  ++it;
+  ++it;
+  EXPECT_EQ(it, Dir::EndFiles());
+}
+
+TEST_F(DirIteratorTest, AbortCheckShortensTheListing) {
+  for (int i = 0; i < 20; ++i) Write("f" + std::to_string(i));
+  for (int i = 0; i < 5; ++i) MakeDir("d" + std::to_string(i));
+  boost::function<bool()> stopAtOnce = [] { return true; };
+  EXPECT_LE(Files(Dir(Path()), false, false, &stopAtOnce).size(), 1u);
+  EXPECT_LE(Dirs(Dir(Path()), false, &stopAtOnce).size(), 1u);
+  int asked = 0;
+  boost::function<bool()> stopAfterTen = [&] { return ++asked >= 10; };
+  const auto some = Files(Dir(Path()), false, false, &stopAfterTen);
+  EXPECT_EQ(asked, 10);
+  EXPECT_LE(some.size(), 10u);
+  boost::function<bool()> empty;
+  EXPECT_EQ(Files(Dir(Path()), false, false, &empty).size(), 20u);
+}
+
+TEST_F(DirIteratorTest, LinksToDirectoriesAreDirectoriesAndBrokenLinksAreFiles) {
+  MakeDir("real");
+  Write("real/inside.txt");
+  std::filesystem::create_directory_symlink(root_ / "real", root_ / "linked");
+  std::filesystem::create_symlink(root_ / "gone", root_ / "broken");
+  std::filesystem::create_symlink(root_ / "real/inside.txt", root_ / "file-link");
+  EXPECT_EQ(Relative(Dirs(Dir(Path()))), (Names{"linked", "real"}));
+  EXPECT_EQ(Relative(Files(Dir(Path()))), (Names{"broken", "file-link"}));
+  EXPECT_EQ(Relative(Files(Dir(Path("linked")))), (Names{"linked/inside.txt"}));
+  EXPECT_FALSE(File(Path("broken")).Exists());
+}
+
+TEST_F(DirIteratorTest, AliasesStandForTheirTargets) {
+  namespace fu = tvxcore::utility::FileUtils;
+  Write("data/target.txt");
+  MakeDir("data/folder");
+  MakeDir("list");
+  ASSERT_EQ(fu::CreateLink(Path("data/target.txt"), Path("list/file.lnk")), 0);
+  ASSERT_EQ(fu::CreateLink(Path("data/folder"), Path("list/folder.lnk")), 0);
+  ASSERT_EQ(fu::CreateLink(Path("data/gone"), Path("list/broken.lnk")), 0);
+  ASSERT_EQ(fu::CreateLink(Path("data/target.txt"), Path("list/CAPS.LNK")), 0);
+  const Dir list(Path("list"));
+  // Without resolution the links are what they are.
+  EXPECT_EQ(Relative(Files(list)), (Names{"list/CAPS.LNK", "list/broken.lnk", "list/file.lnk"}));
+  EXPECT_EQ(Relative(Dirs(list)), (Names{"list/folder.lnk"}));
+  // Resolved: targets replace links, a broken one goes, capitals aren't aliases.
+  EXPECT_EQ(Relative(Files(list, true)), (Names{"data/target.txt", "list/CAPS.LNK"}));
+  // A link to a directory reads as a directory before any resolution.
+  EXPECT_EQ(Relative(Dirs(list, true)), (Names{"list/folder.lnk"}));
+  // Files only: file targets replace links, broken ones stay as themselves.
+  EXPECT_EQ(Relative(Files(list, true, true)),
+            (Names{"data/target.txt", "list/CAPS.LNK", "list/broken.lnk"}));
+}
+
+TEST_F(DirIteratorTest, RecursiveWalkVisitsFilesBeforeSubdirectories) {
+  for (const char* name : {"r1", "r2", "a/a1", "a/b/b1", "a/b/b2", "c/c1", "c/d/d1"}) Write(name);
+  MakeDir("empty/deeper");
+  auto compare = boost::make_shared<PathCompare>(
+      [](const UTF16String& a, const UTF16String& b) { return a < b; });
+  std::vector<UTF16String> walked;
+  std::vector<UTF16String> holders;
+  for (RecursiveFileIterator it(Dir(Path()), false, {}, u"", compare);
+       it != RecursiveFileIterator(); ++it) {
+    walked.push_back((*it).FullPath());
+    holders.push_back(it.CurrentDir().FullPath());
+    ASSERT_LT(walked.size(), 100u);
+  }
+  EXPECT_EQ(Relative(walked, false),
+            (Names{"r1", "r2", "a/a1", "a/b/b1", "a/b/b2", "c/c1", "c/d/d1"}));
+  EXPECT_EQ(Relative(holders, false), (Names{"", "", "a", "a/b", "a/b", "c", "c/d"}));
+
+  // Resume from a file deep in the tree, and from a file of the root.
+  std::vector<UTF16String> resumed;
+  for (RecursiveFileIterator it(Dir(Path()), false, {}, u"a/B/b2", compare);
+       it != RecursiveFileIterator(); it++)
+    resumed.push_back((*it).FullPath());
+  EXPECT_EQ(Relative(resumed, false), (Names{"a/b/b2", "c/c1", "c/d/d1"}));
+  resumed.clear();
+  for (RecursiveFileIterator it(Dir(Path()), false, {}, u"r2", compare);
+       it != RecursiveFileIterator(); ++it)
+    resumed.push_back((*it).FullPath());
+  EXPECT_EQ(Relative(resumed, false), (Names{"r2", "a/a1", "a/b/b1", "a/b/b2", "c/c1", "c/d/d1"}));
+  resumed.clear();
+  for (RecursiveFileIterator it(Dir(Path()), false, {}, u"c/gone/x", compare);
+       it != RecursiveFileIterator(); ++it)
+    resumed.push_back((*it).FullPath());
+  EXPECT_EQ(Relative(resumed, false), (Names{"c/d/d1"}));  // goes on behind c's files
+}
+
+TEST_F(DirIteratorTest, RecursiveWalkEndsAtOnceWithoutFilesAndNeverLoops) {
+  MakeDir("x/y/z");
+  EXPECT_EQ(RecursiveFileIterator(Dir(Path()), false), RecursiveFileIterator());
+  Write("x/y/z/only");
+  std::filesystem::create_directory_symlink(root_ / "x", root_ / "x/y/loop");
+  std::vector<UTF16String> walked;
+  for (RecursiveFileIterator it(Dir(Path()), false); it != RecursiveFileIterator(); ++it)
+    walked.push_back((*it).FullPath());
+  EXPECT_EQ(Relative(walked), (Names{"x/y/z/only"}));
+  EXPECT_EQ(RecursiveFileIterator(Dir(Path("missing")), false), RecursiveFileIterator());
+}
+
+TEST_F(DirIteratorTest, RecursiveAbortEndsTheWalk) {
+  for (int i = 0; i < 10; ++i) Write("d" + std::to_string(i) + "/f");
+  int asked = 0;
+  std::size_t seen = 0;
+  for (RecursiveFileIterator it(Dir(Path()), false, [&] { return ++asked > 3; });
+       it != RecursiveFileIterator(); ++it)
+    ++seen;
+  EXPECT_LT(seen, 10u);
+}
+
+TEST_F(DirIteratorTest, NamesThatAreNotUtf8AreListedAndUsable) {
+  const std::string bad = "bad\xFF\xFEname";
+  { std::ofstream(root_ / bad) << "bytes"; }
+  const auto files = Files(Dir(Path()));
+  ASSERT_EQ(files.size(), 1u);
+  File file(files[0]);
+  EXPECT_TRUE(file.Exists());
+  EXPECT_EQ(file.Size(), 5u);
+  EXPECT_EQ(file.FullPathMultiByte(), Native(bad));
+  file.Rename(u"good");
+  EXPECT_TRUE(OnDisk("good"));
+}
+
+TEST(Volumes, TheRootFileSystemIsAVolume) {
+  std::set<UTF16String> volumes;
+  for (auto it = Dir::BeginVolumes(); it != Dir::EndVolumes(); ++it) {
+    const Dir volume = *it;
+    EXPECT_TRUE(volume.Exists());
+    volumes.insert(volume.FullPath());
+  }
+  EXPECT_EQ(volumes.count(u"/"), 1u);
+  EXPECT_EQ(volumes.count(u"/proc"), 0u);
+  auto sorted = Dir::BeginVolumes(Descending());
+  ASSERT_NE(sorted, Dir::EndVolumes());
+  EXPECT_EQ((*sorted).FullPath(), *volumes.rbegin());
+}

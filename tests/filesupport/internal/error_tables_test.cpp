@@ -1,0 +1,150 @@
+// The translation of errno to the Windows codes the file tables are keyed by,
+// the tables themselves, and the path codec.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <typeinfo>
+
+#include "filesupport/TempDirFixture.h"
+#include "filesupport/internal/ErrorMapping.h"
+#include "filesupport/internal/PathCodec.h"
+#include "platform/FileSystem.h"
+#include "tvxcore/filesupport/FileExceptions.h"
+
+using namespace tvxcore;
+using namespace tvxcore::filesupport;
+using tvxtest::U;
+
+TEST(ErrnoTranslation, EveryFileErrorHasItsWindowsCode) {
+  struct Row {
+    int err;
+    bool parentMissing;
+    int expected;
+  };
+  const Row rows[] = {
+      {0, false, 0},
+      {ENOENT, false, 2},
+      {ENOENT, true, 3},
+      {ENOTDIR, false, 3},
+      {ENAMETOOLONG, false, 3},
+      {ELOOP, false, 3},
+      {EACCES, false, 5},
+      {EPERM, false, 5},
+      {EISDIR, false, 5},
+      {EEXIST, false, 183},
+      {EROFS, false, 19},
+      {ENOSPC, false, 112},
+      {EDQUOT, false, 112},
+      {EIO, false, 1117},
+      {ENOTEMPTY, false, 145},
+      {EXDEV, false, 17},
+      {EBUSY, false, 170},
+      {EMFILE, false, 4},
+      {ENOMEM, false, 8},
+      {EINVAL, false, 87},
+      {ECANCELED, false, 1235},
+      {EHOSTUNREACH, false, 53},
+      {EBADF, false, 6},
+      {12345, false, 1},
+  };
+  for (const Row& row : rows)
+    EXPECT_EQ(platform::TranslateErrno(row.err, row.parentMissing), row.expected)
+        << "errno " << row.err << (row.parentMissing ? " with parent missing" : "");
+}
+
+class ErrorForPathTest : public tvxtest::TempDirTest {};
+
+TEST_F(ErrorForPathTest, MissingParentIsPathNotFoundAndMissingFileIsFileNotFound) {
+  Write("file");
+  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("missing")), 2);
+  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("no/such")), 3);
+  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("file/below")), 3);  // parent is a file
+  EXPECT_EQ(platform::ErrorForPath(EACCES, Native("no/such")), 5);
+}
+
+TEST_F(ErrorForPathTest, PlatformCallsAnswerWithTheirWindowsCodes) {
+  Write("file");
+  MakeDir("dir");
+  EXPECT_EQ(platform::CreateEmptyFile(Native("file"), true), 80);
+  EXPECT_EQ(platform::CreateEmptyFile(Native("none/file"), false), 3);
+  EXPECT_EQ(platform::CreateEmptyFile(Native("file/x"), false), 3);
+  EXPECT_EQ(platform::CreateEmptyFile(Native("dir"), false), 5);
+  EXPECT_EQ(platform::CreateDirectory(Native("dir")), 183);
+  EXPECT_EQ(platform::DeleteFile(Native("missing")), 2);
+  EXPECT_EQ(platform::DeleteFile(Native("dir")), 5);
+  Write("dir/inner");
+  EXPECT_EQ(platform::RemoveDirectory(Native("dir")), 145);
+  EXPECT_EQ(platform::MovePath(Native("file"), Native("dir")), 183);
+  EXPECT_EQ(platform::MovePath(Native("missing"), Native("other")), 2);
+}
+
+template <typename Expected>
+void ExpectThrows(const std::function<void()>& call, const char* what) {
+  try {
+    call();
+    ADD_FAILURE() << what << ": nothing thrown";
+  } catch (const std::exception& e) {
+    EXPECT_EQ(typeid(e), typeid(Expected)) << what << ": " << e.what();
+  }
+}
+
+TEST(CreateErrorTable, EachCodeGivesItsRowsException) {
+  const File file(U("/x/y"));
+  EXPECT_NO_THROW(internal::ThrowCreateError(0, file));
+  for (int code : {2, 6, 18, 107})
+    ExpectThrows<create_fnf_exception>([&] { internal::ThrowCreateError(code, file); }, "fnf");
+  ExpectThrows<create_invalidpath_exception>([&] { internal::ThrowCreateError(3, file); }, "3");
+  ExpectThrows<create_locked_exception>([&] { internal::ThrowCreateError(19, file); }, "19");
+  for (int code : {5, 12, 29, 54, 58, 64, 65, 71, 80, 82, 86, 170, 183, 999})
+    ExpectThrows<create_accessdenied_exception>([&] { internal::ThrowCreateError(code, file); },
+                                                "denied");
+  for (int code : {1, 4, 17, 112, 123, 1117})
+    ExpectThrows<create_exception>([&] { internal::ThrowCreateError(code, file); }, "other");
+}
+
+TEST(PathErrorMapping, ZeroIsQuietAndCopyTakesPathsFromTheRightSide) {
+  const UTF16String from = U("/from"), to = U("/to");
+  EXPECT_NO_THROW(internal::ThrowForError(0, from));
+  ExpectThrows<file_not_found_exception>([&] { internal::ThrowForError(2, from); }, "2");
+  ExpectThrows<create_invalidpath_exception>([&] { internal::ThrowForError(3, from); }, "3");
+  ExpectThrows<create_accessdenied_exception>([&] { internal::ThrowForError(5, from); }, "5");
+  ExpectThrows<file_exception>([&] { internal::ThrowForError(112, from); }, "112");
+
+  struct Row {
+    int code;
+    const UTF16String* side;
+  };
+  for (Row row : {Row{0, &from}, Row{2, &from}, Row{3, &to}, Row{5, &to}, Row{1117, &from}}) {
+    try {
+      internal::ThrowCopyError(row.code, from, to);
+    } catch (const file_exception& e) {
+      EXPECT_EQ(e.GetFile().FullPath(), *row.side) << "code " << row.code;
+    }
+  }
+}
+
+TEST(PathCodec, NamesRoundTripWhateverTheirBytes) {
+  const std::string samples[] = {
+      "plain",         "caf\xC3\xA9", "\xF0\x9F\x8E\xB5 note",
+      "bad\xFF\xFE",   "\xC3",        "over\xC0\xAF",
+      "\xED\xA0\x80x", "\xE2\x82",    std::string("\x80\x81\x82"),
+  };
+  for (const std::string& bytes : samples) {
+    const UTF16String wide = internal::FromNative(bytes);
+    std::string back;
+    ASSERT_TRUE(internal::ToNative(wide, back));
+    EXPECT_EQ(back, bytes);
+  }
+  EXPECT_EQ(internal::FromNative("caf\xC3\xA9"), u"caf\u00E9");
+  EXPECT_EQ(internal::FromNative("a\xFF"), (UTF16String{u'a', 0xDCFF}));
+}
+
+TEST(PathCodec, ZeroUnitsCantNameAFile) {
+  std::string out;
+  EXPECT_FALSE(internal::ToNative(UTF16String(u"a\0b", 3), out));
+  EXPECT_TRUE(internal::ToNative(UTF16String{0xD800, u'a'}, out));  // lone surrogate passes
+  EXPECT_EQ(out,
+            "\xED\xA0\x80"
+            "a");
+}

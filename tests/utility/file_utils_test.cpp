@@ -1,0 +1,362 @@
+// The path toolbox: splitting, legal names, volumes, small actions, links.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <typeinfo>
+
+#include "filesupport/TempDirFixture.h"
+#include "tvxcore/filesupport/FileExceptions.h"
+#include "tvxcore/utility/FileUtils.h"
+
+using namespace tvxcore;
+using namespace tvxcore::filesupport;
+namespace fu = tvxcore::utility::FileUtils;
+using tvxtest::U;
+
+namespace {
+
+class FileUtilsTest : public tvxtest::TempDirTest {
+ protected:
+  std::string Read(std::string_view relative) const {
+    std::ifstream in(root_ / relative, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+};
+
+UTF8String U8(std::string_view text) { return UTF8String(text.begin(), text.end()); }
+
+}  // namespace
+
+TEST(PathSplitting, ParentTitleAndExtension) {
+  struct Row {
+    const char16_t* path;
+    const char16_t* parent;
+    const char16_t* title;
+    const char16_t* extension;  // "?" when left alone
+  };
+  const Row rows[] = {
+      {u"a.b/c", u"a.b", u"c", u"?"},  // a dot in a directory is no extension
+      {u"name", u"", u"name", u"?"},
+      {u"/x/y.tar.gz", u"/x", u"y.tar", u".gz"},
+      {u"/x/.hidden", u"/x", u"", u".hidden"},
+      {u"/file", u"/", u"file", u"?"},
+      {u"/", u"", u"", u"?"},
+      {u"dir/", u"dir", u"", u"?"},
+      {u"a\\b.c", u"", u"a\\b", u".c"},  // a backslash is part of the name
+  };
+  for (const Row& row : rows) {
+    UTF16String parent = u"?", title = u"?", extension = u"?";
+    fu::SplitLongPath(row.path, &parent, &title, &extension);
+    EXPECT_EQ(parent, row.parent) << tvxtest::N(row.path);
+    EXPECT_EQ(title, row.title) << tvxtest::N(row.path);
+    EXPECT_EQ(extension, row.extension) << tvxtest::N(row.path);
+  }
+  fu::SplitLongPath(u"/a/b.c", nullptr, nullptr, nullptr);  // null outputs are allowed
+}
+
+TEST(PathSplitting, ParentsFileNamesAndJoins) {
+  struct Row {
+    const char16_t* path;
+    bool has;
+    const char16_t* parent;
+  };
+  const Row rows[] = {{u"/a/b", true, u"/a"}, {u"/a//b", true, u"/a"}, {u"/a", true, u"/"},
+                      {u"/", false, u""},     {u"name", false, u""},   {u"a/b/", true, u"a/b"}};
+  for (const Row& row : rows) {
+    UTF16String parent;
+    EXPECT_EQ(fu::GetParentPath(row.path, parent), row.has) << tvxtest::N(row.path);
+    EXPECT_EQ(parent, row.parent) << tvxtest::N(row.path);
+  }
+  EXPECT_EQ(fu::GetPathFileName(u"/a/b"), u"b");
+  EXPECT_EQ(fu::GetPathFileName(u"a\\b"), u"");
+  EXPECT_EQ(fu::GetPathFileName(u"dir/"), u"");
+  UTF16String out;
+  fu::BuildPathSpec(u"", u"n", out);
+  EXPECT_EQ(out, u"n");
+  fu::BuildPathSpec(u"/d", u"n", out);
+  EXPECT_EQ(out, u"/d/n");
+  fu::BuildPathSpec(u"/", u"n", out);
+  EXPECT_EQ(out, u"/n");
+  EXPECT_EQ(fu::GetIllegalFilenameCharacters(), u"\\/:*?\"<>|");
+}
+
+TEST(PathSplitting, ComparableFormComposesAndFoldsCase) {
+  EXPECT_EQ(fu::NormalizePath(u"/A/Cafe\u0301"), u"/a/caf\u00E9");
+  EXPECT_TRUE(fu::PathsEqual(u"/Music/Caf\u00C9", u"/music/cafe\u0301"));
+  EXPECT_FALSE(fu::PathsEqual(u"/a/b", u"/a/c"));
+  EXPECT_TRUE(fu::PathsEqual(u"", u""));
+}
+
+TEST(LegalFileNames, ReplacementTable) {
+  struct Row {
+    const char16_t* in;
+    UTF16Char replacement;
+    const char16_t* out;
+    bool changed;
+  };
+  const Row rows[] = {
+      {u"a:b", u'_', u"a_b", true},
+      {u"CON", 0, u"CON-", true},
+      {u"con.txt", 0, u"-.txt", true},
+      {u"con.txt", u'_', u"con_.txt", true},
+      {u"CON", u'_', u"CON_", true},
+      {u"...", 0, u"-", true},
+      {u"a?b", u'?', u"a-b", true},  // an illegal replacement is used as "-"
+      {u"a b", u'.', u"a b", false},
+      {u"x.", u' ', u"x-", true},
+      {u"fine.txt", u'_', u"fine.txt", false},
+      {u"", u'_', u"", false},
+      {u"a<b>c|d", 0, u"abcd", true},
+      {u"tab\there", u'_', u"tab_here", true},
+      {u"trail. . ", 0, u"trail", true},
+      {u"trail..", u'_', u"trail._", true},  // only the last unit is overwritten
+      {u"..lead", 0, u"lead", true},
+      {u".lead", u'_', u"_lead", true},
+      {u"COM10.txt", 0, u"COM10.txt", false},
+      {u"com1.a.b", 0, u"-.a.b", true},
+      {u"LPT9", u'x', u"LPT9x", true},
+      {u"nul.", 0, u"-", true},
+      {u"aux.", u'_', u"aux__", true},
+      {u"*?:", 0, u"-", true},
+  };
+  for (const Row& row : rows) {
+    UTF16String name = row.in;
+    EXPECT_EQ(fu::ReplaceIllegalFileNameCharacters(name, row.replacement), row.changed)
+        << tvxtest::N(row.in);
+    EXPECT_EQ(name, row.out) << tvxtest::N(row.in);
+  }
+  UTF16String zero(u"a\0b", 3);
+  EXPECT_FALSE(fu::ReplaceIllegalFileNameCharacters(zero, u'_'));  // a zero unit stays
+}
+
+TEST(LegalFileNames, ResultIsLegalAndStable) {
+  const char16_t* inputs[] = {u"a/b\\c", u"  x  ", u".",     u"con",   u"prn.x.y", u"\x01\x1f",
+                              u"ok",     u"lpt1.", u"..a..", u"COM3 ", u"a:b:c.",  u"?"};
+  for (const char16_t* input : inputs) {
+    for (UTF16Char replacement : {u'_', u'-', u'~'}) {
+      UTF16String name = input;
+      fu::ReplaceIllegalFileNameCharacters(name, replacement);
+      ASSERT_FALSE(name.empty());
+      for (UTF16Char unit : name) {
+        EXPECT_EQ(fu::GetIllegalFilenameCharacters().find(unit), UTF16String::npos);
+        EXPECT_FALSE(unit >= 1 && unit <= 31);
+      }
+      EXPECT_NE(name.front(), u'.');
+      EXPECT_NE(name.back(), u'.');
+      EXPECT_NE(name.back(), u' ');
+      UTF16String again = name;
+      EXPECT_FALSE(fu::ReplaceIllegalFileNameCharacters(again, replacement)) << tvxtest::N(name);
+    }
+  }
+}
+
+TEST_F(FileUtilsTest, ExistenceTests) {
+  Write("f");
+  MakeDir("d");
+  EXPECT_TRUE(fu::FileExists(Path("f")));
+  EXPECT_TRUE(fu::FileExists(Path("d")));
+  EXPECT_FALSE(fu::FileExists(Path("none")));
+  EXPECT_TRUE(fu::DirectoryExists(Path("d")));
+  EXPECT_FALSE(fu::DirectoryExists(Path("f")));
+  EXPECT_TRUE(fu::FileOrDirExists(Path("f")));
+  EXPECT_FALSE(fu::FileOrDirExists(Path("none")));
+  EXPECT_TRUE(fu::IsDir(Path("d")));
+  EXPECT_FALSE(fu::IsDir(Path("f")));
+  EXPECT_THROW(fu::IsDir(Path("none")), create_fnf_exception);
+}
+
+TEST_F(FileUtilsTest, EnsureDirectoryExistsMakesEveryLevel) {
+  EXPECT_TRUE(fu::EnsureDirectoryExists(Path("a/b/c")));
+  EXPECT_TRUE(OnDisk("a/b/c"));
+  EXPECT_TRUE(fu::EnsureDirectoryExists(Path("a/b/c")));
+  Write("file");
+  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("file")));
+  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("file/sub")));
+  EXPECT_FALSE(fu::EnsureDirectoryExists(u"relative-top-that-is-missing"));
+}
+
+TEST_F(FileUtilsTest, CreateRemoveAndWriteText) {
+  EXPECT_TRUE(fu::CreateNewFile(Path("n")));
+  EXPECT_TRUE(fu::CreateNewDirectory(Path("d")));
+  EXPECT_FALSE(fu::CreateNewDirectory(Path("d")));
+  EXPECT_FALSE(fu::CreateNewFile(Path("missing/n")));
+  EXPECT_TRUE(fu::RemoveFile(Path("n")));
+  EXPECT_FALSE(fu::RemoveFile(Path("n")));
+  fu::SimpleWriteStringToFile(Path("t.txt"), U8("first\n"));
+  fu::SimpleWriteStringToFile(Path("t.txt"), U8("second\n"));
+  fu::SimpleAppendStringToFile(Path("t.txt"), U8("more"));
+  fu::SimpleAppendStringToFile(Path("new.txt"), U8("made"));
+  EXPECT_EQ(Read("t.txt"), "second\nmore");
+  EXPECT_EQ(Read("new.txt"), "made");
+  fu::SimpleWriteStringToFile(Path("no/dir/x"), U8("lost"));  // reports nothing
+  EXPECT_FALSE(OnDisk("no"));
+}
+
+TEST_F(FileUtilsTest, CopyReplacesAndMapsFailures) {
+  Write("src", std::string(3 << 20, 'q'));
+  Write("dst", "old");
+  fu::Copy(Path("src"), Path("dst"));
+  EXPECT_EQ(Read("dst").size(), 3u << 20);
+  EXPECT_THROW(fu::Copy(Path("missing"), Path("x")), file_not_found_exception);
+  try {
+    fu::Copy(Path("src"), Path("no/dir/x"));
+    FAIL();
+  } catch (const create_invalidpath_exception& e) {
+    EXPECT_EQ(e.GetFile().FullPath(), Path("no/dir/x"));  // the destination is named
+  }
+  MakeDir("d");
+  EXPECT_THROW(fu::Copy(Path("src"), Path("d")), create_accessdenied_exception);
+}
+
+TEST_F(FileUtilsTest, CopyWithProgressReportsAndCancels) {
+  Write("src", std::string(5 << 20, 'p'));
+  struct Seen {
+    std::vector<double> fractions;
+    double cancelAt = 2.0;
+  } seen;
+  auto callback = [](double fraction, void* context) {
+    auto* s = static_cast<Seen*>(context);
+    s->fractions.push_back(fraction);
+    return fraction >= s->cancelAt;
+  };
+  EXPECT_TRUE(fu::CopyWithProgress(Path("src"), Path("a"), callback, &seen));
+  ASSERT_GE(seen.fractions.size(), 2u);
+  EXPECT_TRUE(std::is_sorted(seen.fractions.begin(), seen.fractions.end()));
+  EXPECT_DOUBLE_EQ(seen.fractions.back(), 1.0);
+  EXPECT_EQ(Read("a").size(), 5u << 20);
+  seen = Seen{{}, 0.3};
+  EXPECT_FALSE(fu::CopyWithProgress(Path("src"), Path("b"), callback, &seen));
+  EXPECT_LT(seen.fractions.back(), 1.0);
+  EXPECT_FALSE(OnDisk("b"));  // a cancelled copy leaves nothing
+  EXPECT_TRUE(fu::CopyWithProgress(Path("src"), Path("c"), nullptr, nullptr));
+  Write("empty", "");
+  seen = Seen{};
+  EXPECT_TRUE(fu::CopyWithProgress(Path("empty"), Path("e"), callback, &seen));
+  EXPECT_TRUE(OnDisk("e"));
+}
+
+TEST_F(FileUtilsTest, AttributesAndModifiedTime) {
+  Write("a");
+  Write("b");
+  std::filesystem::last_write_time(
+      root_ / "a", std::filesystem::file_time_type::clock::now() - std::chrono::hours(100));
+  std::filesystem::permissions(root_ / "a", std::filesystem::perms::owner_read);
+  fu::CopyAttributes(Path("a"), Path("b"));
+  EXPECT_EQ(std::filesystem::last_write_time(root_ / "b"),
+            std::filesystem::last_write_time(root_ / "a"));
+  EXPECT_TRUE(File(Path("b")).IsReadOnly());
+  fu::UpdateFileModifiedTime(Path("b"));
+  EXPECT_GT(std::filesystem::last_write_time(root_ / "b"),
+            std::filesystem::last_write_time(root_ / "a"));
+  EXPECT_THROW(fu::CopyAttributes(Path("missing"), Path("b")), file_not_found_exception);
+  EXPECT_THROW(fu::CopyAttributes(Path("a"), Path("missing")), file_not_found_exception);
+  EXPECT_THROW(fu::UpdateFileModifiedTime(Path("missing")), file_not_found_exception);
+  MakeDir("d");
+  EXPECT_NO_THROW(fu::CopyAttributes(Path("d"), Path("b")));  // nothing for a directory
+}
+
+TEST_F(FileUtilsTest, UniqueFileNamesStartAtOne) {
+  EXPECT_EQ(fu::UniqueFileName(Path(), u"report", u".txt"), Path("report1.txt"));
+  Write("report1.txt");
+  std::filesystem::create_symlink(root_ / "gone", root_ / "report2.txt");  // broken, but taken
+  EXPECT_EQ(fu::UniqueFileName(Path(), u"report", u".txt"), Path("report3.txt"));
+  EXPECT_THROW(fu::UniqueFileName(Path("missing"), u"r", u".txt"), dir_not_found_exception);
+}
+
+TEST_F(FileUtilsTest, ContainedFilesSkipsHiddenAndDirectories) {
+  Write("one.txt");
+  Write("two");
+  Write(".hidden");
+  Write("sub/deep.txt");
+  std::vector<UTF16String> files{u"kept"};
+  fu::ContainedFiles(Path(), files);
+  std::sort(files.begin() + 1, files.end());
+  EXPECT_EQ(files, (std::vector<UTF16String>{u"kept", Path("one.txt"), Path("two")}));
+  fu::ContainedFiles(Path("missing"), files);
+  EXPECT_EQ(files.size(), 3u);
+}
+
+TEST_F(FileUtilsTest, VolumesAreMountPoints) {
+  UTF16String volume;
+  ASSERT_TRUE(fu::GetVolumePath(Path("x/y"), volume));
+  EXPECT_EQ(volume.front(), u'/');
+  EXPECT_EQ(Path().compare(0, volume.size(), volume), 0);  // a prefix of the path
+  EXPECT_TRUE(fu::IsRoot(volume));
+  EXPECT_TRUE(fu::IsRoot(u"/"));
+  EXPECT_FALSE(fu::IsRoot(Path("x")));
+  EXPECT_TRUE(fu::OnSameVolume(Path("a"), Path("b/c")));
+  EXPECT_THROW(fu::IsRoot(u"relative"), create_fnf_exception);
+  EXPECT_THROW(fu::OnSameVolume(Path("a"), u""), create_fnf_exception);
+  const auto total = fu::GetVolumeSize(Path("f"));
+  const auto available = fu::GetVolumeFreeSpace(Path("f"));
+  EXPECT_GT(total, 0u);
+  EXPECT_LE(available, total);
+  EXPECT_THROW(fu::GetVolumeSize(Path("no/f")), file_not_found_exception);
+  EXPECT_THROW(fu::GetVolumeFreeSpace(Path("no/such/f")), create_invalidpath_exception);
+  EXPECT_FALSE(fu::GetVolumeNameForPath(Path()).empty());
+  EXPECT_EQ(fu::GetVolumeNameForPath(u"relative"), u"");
+  EXPECT_EQ(fu::GetDriveLetterForDriveName(u"no volume has this label 42"), u"");
+}
+
+TEST_F(FileUtilsTest, LocalVolumeHostIsThisComputer) {
+  std::ifstream hostFile("/proc/sys/kernel/hostname");
+  std::string host;
+  std::getline(hostFile, host);
+  UTF16String label = u"unset";
+  const UTF16String name = fu::GetPathVolumeHostName(Path(), &label, true);
+  EXPECT_EQ(name, U(host.substr(0, host.find('.'))));
+  EXPECT_NE(label, u"unset");
+  EXPECT_THROW(fu::GetPathVolumeHostName(u"relative", nullptr, true), create_invalidpath_exception);
+  EXPECT_EQ(fu::GetPathVolumeHostName(u"relative", nullptr, false), u"");
+}
+
+TEST(ServerHosts, CacheHoldsAnswersUntilPurged) {
+  fu::PurgeServerHostCache();
+  bool reachable = true;
+  const UTF16String host = fu::CreateServerHostString(u"no-such-server.invalid", u"share");
+  EXPECT_FALSE(fu::IsServerHostCached(host, &reachable));
+  EXPECT_FALSE(fu::MountHost(u"no-such-server.invalid", u"share", false));
+  ASSERT_TRUE(fu::IsServerHostCached(host, &reachable));
+  EXPECT_FALSE(reachable);
+  EXPECT_THROW(fu::MountHost(u"no-such-server.invalid", u"share", true), file_exception);
+  fu::CacheServerHost(host, true);  // an answer entered by hand stands
+  EXPECT_TRUE(fu::MountHost(u"no-such-server.invalid", u"share", true));
+  fu::PurgeServerHostCache();
+  EXPECT_FALSE(fu::IsServerHostCached(host, &reachable));
+  EXPECT_FALSE(fu::MountHost(u"no-such-server.invalid", u"share", false));  // asked again
+}
+
+TEST_F(FileUtilsTest, LinksResolveToTheirTargets) {
+  Write("target.txt");
+  MakeDir("folder");
+  EXPECT_EQ(fu::CreateLink(Path("target.txt"), Path("file.lnk")), 0);
+  EXPECT_EQ(fu::CreateLink(u"folder", Path("dir.lnk")), 0);  // relative to the link
+  EXPECT_EQ(fu::CreateLink(Path("gone"), Path("broken.lnk")), 0);
+  EXPECT_LT(fu::CreateLink(Path("target.txt"), Path("file.lnk")), 0);  // taken
+  EXPECT_LT(fu::CreateLink(Path("target.txt"), Path("no/dir/x.lnk")), 0);
+
+  UTF16String path = Path("file.lnk");
+  bool isDir = true;
+  EXPECT_EQ(fu::ResolveIT(path, isDir), 0);
+  EXPECT_EQ(path, Path("target.txt"));
+  EXPECT_FALSE(isDir);
+  path = Path("dir.lnk");
+  EXPECT_EQ(fu::ResolveIT(path, isDir), 0);
+  EXPECT_EQ(Dir(path), Dir(Path("folder")));
+  EXPECT_TRUE(isDir);
+  for (const char* failing : {"broken.lnk", "target.txt", "missing.lnk"}) {
+    path = Path(failing);
+    isDir = false;
+    EXPECT_LT(fu::ResolveIT(path, isDir), 0) << failing;
+    EXPECT_EQ(path, Path(failing));  // untouched
+  }
+  EXPECT_EQ(File(Dir(Path()), u"file.lnk", true).FullPath(), Path("target.txt"));
+  EXPECT_EQ(File(Dir(Path()), u"dir.lnk", true).FullPath(), Path("dir.lnk"));  // not a file
+  EXPECT_EQ(Dir(Dir(Path()), u"dir.lnk", true).FullPath(), Path("folder"));
+  EXPECT_EQ(File(Dir(Path()), u"file.lnk", false).FullPath(), Path("file.lnk"));
+}
