@@ -1,7 +1,6 @@
 // tvxhost plist ...: property list files, read and written in tvxcore's XML
 // form. A key path names nested lists with "/" (e.g. "window/bounds").
 #include <cstdint>
-#include <fstream>
 #include <functional>
 #include <iomanip>
 #include <iostream>
@@ -12,8 +11,11 @@
 
 #include "Host.h"
 #include "HostServices.h"
+#include "tvxcore/filesupport/ByteStream.h"
+#include "tvxcore/filesupport/File.h"
+#include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/proplist/PropList.h"
-#include "tvxcore/proplist/PropListUtils.h"
+#include "tvxcore/proplist/PropListFiles.h"
 #include "tvxcore/xml/ExpatParser.h"
 
 namespace tvxhost {
@@ -21,6 +23,9 @@ namespace {
 
 using tvxcore::UTF16String;
 using tvxcore::UTF8String;
+using tvxcore::filesupport::File;
+using tvxcore::filesupport::file_exception;
+using tvxcore::filesupport::rename_file;
 using tvxcore::proplist::PropList;
 using tvxcore::proplist::PropListPropertyType;
 namespace pl = tvxcore::proplist;
@@ -28,26 +33,43 @@ namespace pl = tvxcore::proplist;
 UTF8String U8(const std::string& text) { return UTF8String(text.begin(), text.end()); }
 std::string Str(const UTF8String& text) { return std::string(text.begin(), text.end()); }
 
-// Reads `path` into `list`; false (with a message) when the file can't be read.
-// Parse failures arrive as the host's error.
+// Reads `path` into `list`; false (with a message) when there is no file.
+// Parse failures arrive as the host's error, from the library's error road.
 bool Load(const std::string& path, PropList& list) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
+  if (!File(FromUtf8(path)).Exists()) {
     std::cerr << "tvxhost: cannot open '" << path << "'\n";
     return false;
   }
-  std::ostringstream bytes;
-  bytes << file.rdbuf();
-  pl::utils::ReadPropList(U8(bytes.str()), list);
+  pl::utils::LoadPropList(FromUtf8(path), list, false);
   return true;
 }
 
+// The localised text of a file exception, its "@0" and "@1" filled.
+std::string Describe(const file_exception& error) {
+  std::string text = ToUtf8(GetHostLocalizer().Translate(error.what()));
+  auto fill = [&text](const std::string& marker, const std::string& value) {
+    for (auto at = text.find(marker); at != std::string::npos;
+         at = text.find(marker, at + value.size())) {
+      text.replace(at, marker.size(), value);
+    }
+  };
+  fill("@0", error.GetFile().FullPathMultiByte());
+  if (const auto* rename = dynamic_cast<const rename_file*>(&error)) {
+    fill("@1", ToUtf8(rename->GetNewName()));
+  }
+  return text;
+}
+
+// Saves with the library's safe save: the old file stands until the new one
+// is complete on disk.
 bool Save(const std::string& path, const PropList& list) {
-  UTF8String text;
-  pl::utils::WritePropList(text, list);
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(text.data()), static_cast<std::streamsize>(text.size()));
-  if (!file) {
+  try {
+    File file(FromUtf8(path));
+    pl::utils::SavePropList(file, list);
+  } catch (const file_exception& error) {
+    std::cerr << "tvxhost: " << Describe(error) << '\n';
+    return false;
+  } catch (const tvxcore::filesupport::byte_stream_exception&) {
     std::cerr << "tvxhost: cannot write '" << path << "'\n";
     return false;
   }
@@ -317,7 +339,7 @@ int Run(const Args& args) {
     return 0;
   }
   if (command == "set" && args.size() == 5) {
-    if (std::ifstream(path) && !Load(path, list)) return 1;
+    if (File(FromUtf8(path)).Exists() && !Load(path, list)) return 1;
     auto parts = SplitPath(args[2]);
     PropList* holder = Walk(list, parts, true);
     if (!SetTyped(*holder, U8(parts.back()), args[3], args[4])) {

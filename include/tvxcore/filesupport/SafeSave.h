@@ -1,0 +1,59 @@
+// tvxcore/filesupport/SafeSave.h: writing a new version of a file without
+// touching the old one until the new one is complete.
+//
+// The caller writes a temporary file beside the target and commits; a
+// SafeSave that is not committed leaves the old file as it was and removes
+// the temporary file.
+#pragma once
+
+#include "tvxcore/Export.h"
+#include "tvxcore/filesupport/File.h"
+
+namespace tvxcore::filesupport {
+
+// One save of one target. The temporary file is named from the target's
+// title, the process id, the thread id and the target's extension in lower
+// case ("Prefs.12.34.xml" for "Prefs.XML" from process 12, thread 34), and
+// stands in the target's directory, so threads and processes saving the same
+// target at once never share a temporary file.
+//
+// Commit() makes the temporary file durable (fsync) and then renames it onto
+// the target in one atomic step: at every moment the target's name holds
+// either the complete old file or the complete new one, even if the process
+// dies or the machine loses power in between. Attributes and permissions of
+// the old file are not carried over.
+//
+// The SafeSave owns nothing but the two File values; the caller creates,
+// opens and writes the temporary file, and closes its streams before
+// Commit(). One thread at a time.
+class TVXCORE_EXPORT SafeSave {
+ public:
+  // Computes the temporary name; creates nothing on disk.
+  explicit SafeSave(const File& target);
+  // Deletes the temporary file when it exists and was not committed. A
+  // failure to delete throws file_delete_exception, unless the destructor
+  // runs while another exception unwinds, in which case it is dropped.
+  ~SafeSave() noexcept(false);
+
+  SafeSave(const SafeSave&) = delete;
+  SafeSave& operator=(const SafeSave&) = delete;
+
+  // The temporary file, for the caller to create, open and write.
+  File& GetTempFile() { return temp_; }
+  const File& GetTarget() const { return target_; }
+
+  // Flushes the temporary file to disk and renames it onto the target,
+  // replacing an existing target atomically; afterwards GetTempFile() names
+  // the target. Throws rename_file (for the temporary file and the target's
+  // name) when the rename fails: a missing temporary file, a directory at
+  // the target, no permission. The old target then stands unchanged and the
+  // destructor removes the temporary file.
+  void Commit();
+
+ private:
+  File target_;
+  File temp_;
+  int uncaughtAtStart_;
+};
+
+}  // namespace tvxcore::filesupport

@@ -1,0 +1,24 @@
+// platform/AtomicReplace.h: the calls behind replacing a file in one step.
+//
+// Each answers with a Windows system error code, 0 for success, as the other
+// file-system calls do (FileSystem.h). Nothing throws.
+#pragma once
+
+#include <string>
+
+namespace tvxcore::platform {
+
+// Renames `from` onto `to` in one atomic step (rename(2)): an existing file at
+// `to` is replaced, and at no moment is `to` missing. Both must be on one file
+// system. A directory at `to` is not replaced.
+int ReplaceFileAtomically(const std::string& from, const std::string& to);
+
+// Commits the data and metadata of the file at `path` to the storage device
+// (fsync of a descriptor opened for the purpose).
+int SyncFileAtPath(const std::string& path);
+
+// Commits the entries of the directory at `path`, so a rename inside it
+// survives a power loss (fsync of the directory).
+int SyncDirectoryAtPath(const std::string& path);
+
+}  // namespace tvxcore::platform

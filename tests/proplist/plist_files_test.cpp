@@ -1,0 +1,297 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "TestText.h"
+#include "config/ErrorTestSupport.h"
+#include "filesupport/TempDirFixture.h"
+#include "tvxcore/filesupport/FileExceptions.h"
+#include "tvxcore/proplist/PropListFiles.h"
+#include "tvxcore/xml/ExpatParser.h"
+
+using namespace tvxcore;
+using namespace tvxcore::proplist;
+using tvxtest::N;
+using tvxtest::Str;
+using tvxtest::U16;
+using tvxtest::U8;
+
+namespace {
+
+constexpr char kLoadKey[] =
+    "$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListLoad=Error parsing properties "
+    "list from file \"^1\".";
+constexpr char kRenameKey[] =
+    "$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListCorruptRename=Error parsing "
+    "properties list from file \"^1\". It has been renamed to \"^2\" for backup. Proceeding.";
+constexpr char kMissingFactoryKey[] =
+    "$$$/tvxcore/proplist/Error/PropListUtils/MissingParserFactoryLoad=Missing XML Parser Factory "
+    "in LoadPropList.";
+
+std::string Text(const PropList& list) {
+  UTF8String text;
+  utils::WritePropList(text, list);
+  return Str(text);
+}
+
+class PropListFiles : public tvxtest::TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
+    xml::SetParserFactory(factory);
+    config::ErrorManager::Set(&errors_);
+  }
+  void TearDown() override {
+    config::ErrorManager::Set(nullptr);
+    xml::ResetParserFactory();
+    TempDirTest::TearDown();
+  }
+  std::string Read(const std::string& relative) const {
+    std::ifstream in(root_ / relative, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+  }
+  static PropList Sample() {
+    PropList list;
+    list.SetValue(U8("name"), U16(u"Caf\u00e9 <&> \"quoted\""));
+    list.SetValue(U8("count"), std::int32_t{-42});
+    list.SetValue(U8("big"), std::uint64_t{18446744073709551615ull});
+    list.SetValue(U8("ratio"), 0.1);
+    list.SetValue(U8("flags"), PropList::List<bool>{true, false, true});
+    PropList* window = list.NewSubList(U8("window"));
+    utils::WriteRect32(U8("bounds"), geom::RectT<long>{-10, 20, 1930, 1100}, *window);
+    utils::WritePointF32(U8("origin"), geom::PointT<float>{1.5f, -2.25f}, *window);
+    return list;
+  }
+  // A list that holds something, to show a failed load empties it.
+  static PropList Filled() {
+    PropList list;
+    list.SetValue(U8("before"), std::int32_t{1});
+    return list;
+  }
+
+  tvxtest::RecordingErrorManager errors_;
+};
+
+TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
+  const PropList sample = Sample();
+  Write("prefs.xml", "previous contents");
+  utils::SavePropList(Path("prefs.xml"), sample);
+  PropList loaded;
+  utils::LoadPropList(Path("prefs.xml"), loaded, true);
+  EXPECT_EQ(Text(loaded), Text(sample));
+  EXPECT_EQ(Read("prefs.xml"), Text(sample)) << "the file holds exactly the XML form";
+
+  // The File form, over the file just written.
+  PropList changed = sample;
+  changed.SetValue(U8("count"), std::int32_t{7});
+  filesupport::File file(Path("prefs.xml"));
+  utils::SavePropList(file, changed);
+  PropList reloaded;
+  utils::LoadPropList(Path("prefs.xml"), reloaded, false);
+  EXPECT_EQ(Text(reloaded), Text(changed));
+  EXPECT_TRUE(errors_.Reports().empty());
+  // No temporary file is left beside the target.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root_),
+                          std::filesystem::directory_iterator()),
+            1);
+}
+
+TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
+  const std::string valid = Text(Sample());
+  // A truncated document: the reader has stored values before it fails.
+  const std::string corrupt = valid.substr(0, valid.size() * 2 / 3);
+  struct Case {
+    const char* label;
+    const char* file;  // null: no file at all
+    bool renameCorrupt;
+    const char* expectedKey;
+    bool putAside;
+  };
+  const Case cases[] = {
+      {"missing, rename asked", nullptr, true, kLoadKey, false},
+      {"missing", nullptr, false, kLoadKey, false},
+      {"corrupt, kept", "corrupt", false, kLoadKey, false},
+      {"corrupt, put aside", "corrupt", true, kRenameKey, true},
+      {"corrupt, older backup replaced", "corrupt+old", true, kRenameKey, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.label);
+    std::filesystem::remove(Native("p.xml"));
+    std::filesystem::remove(Native("p.xml.old"));
+    if (c.file) Write("p.xml", corrupt);
+    if (c.file && std::string(c.file) == "corrupt+old") Write("p.xml.old", "an older backup");
+    const std::size_t before = errors_.Reports().size();
+
+    PropList list = Filled();
+    utils::LoadPropList(Path("p.xml"), list, c.renameCorrupt);
+
+    EXPECT_EQ(Text(list), Text(PropList())) << "nothing of the file, nothing of before";
+    const auto reports = errors_.Reports();
+    ASSERT_EQ(reports.size(), before + 1);
+    const tvxtest::Report& report = reports.back();
+    EXPECT_EQ(report.key, c.expectedKey);
+    EXPECT_EQ(report.level, config::kErrorLevel_NonFatal);
+    EXPECT_EQ(report.module, 104u);
+    EXPECT_EQ(report.number, 22);
+    EXPECT_EQ(N(report.values[0].GetString()), Native("p.xml"));
+    EXPECT_EQ(N(report.values[1].GetString()), c.putAside ? "p.xml.old" : "");
+    EXPECT_EQ(report.values[2].GetKind(), config::ReplacementValue::kKind_Empty);
+    EXPECT_EQ(report.values[3].GetKind(), config::ReplacementValue::kKind_Empty);
+    if (c.putAside) {
+      EXPECT_FALSE(OnDisk("p.xml"));
+      EXPECT_EQ(Read("p.xml.old"), corrupt);
+    } else {
+      EXPECT_EQ(OnDisk("p.xml"), c.file != nullptr);
+      EXPECT_FALSE(OnDisk("p.xml.old")) << "no rename tried";
+    }
+  }
+}
+
+TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList) {
+  utils::SavePropList(Path("p.xml"), Sample());
+  xml::ResetParserFactory();
+  PropList untouched = Filled();
+  utils::LoadPropList(Path("p.xml"), untouched, true);
+  ASSERT_EQ(errors_.Reports().size(), 1u);
+  EXPECT_EQ(errors_.Reports()[0].key, kMissingFactoryKey);
+  EXPECT_EQ(errors_.Reports()[0].number, 21);
+  EXPECT_EQ(Text(untouched), Text(Filled())) << "no parse, nothing changed";
+  EXPECT_TRUE(OnDisk("p.xml")) << "a missing parser is no corrupt file";
+
+  // A newer version whose report the manager throws mid-parse.
+  std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
+  xml::SetParserFactory(factory);
+  std::string newer = Text(Sample());
+  newer.replace(newer.find("version='4'"), 11, "version='5'");
+  Write("newer.xml", newer);
+  errors_.throwWhenNotDeferred = true;
+  PropList list = Filled();
+  EXPECT_THROW(utils::LoadPropList(Path("newer.xml"), list, true), tvxtest::RecordedFailure);
+  EXPECT_EQ(errors_.Reports().back().number, 20);
+  EXPECT_EQ(Text(list), Text(PropList()));
+}
+
+TEST_F(PropListFiles, SaveOntoDirectoryRaisesRenameAndKeepsIt) {
+  Write("taken.xml/inside", "kept");
+  EXPECT_THROW(utils::SavePropList(Path("taken.xml"), Sample()), filesupport::rename_file);
+  EXPECT_EQ(Read("taken.xml/inside"), "kept");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root_),
+                          std::filesystem::directory_iterator()),
+            1)
+      << "the temporary file is gone";
+}
+
+TEST_F(PropListFiles, RectanglesAndPointsRoundTripThroughTextAndDefaultToZero) {
+  PropList list;
+  const geom::RectT<long> rect{-5, 6, 700, 800};
+  const geom::RectT<float> rectF{0.5f, -1.25f, 3e10f, 4.0f};
+  const geom::PointT<long> point{-2147483647L, 2147483647L};
+  const geom::PointT<float> pointF{-0.0625f, 1e-3f};
+  utils::WriteRect32(U8("r"), rect, list);
+  utils::WriteRectF32(U8("rf"), rectF, list);
+  utils::WritePoint32(U8("p"), point, list);
+  utils::WritePointF32(U8("pf"), pointF, list);
+  list.SetValue(U8("text"), U8("not a rectangle"));
+  list.SetValue(U8("short"), PropList::List<std::int32_t>{9, 8});
+  list.SetValue(U8("long"), PropList::List<float>{1, 2, 3, 4, 5});
+
+  // Through the file text, as a stored list would come back.
+  UTF8String text;
+  utils::WritePropList(text, list);
+  PropList back;
+  utils::ReadPropList(text, back);
+
+  EXPECT_EQ(utils::ReadRect32(U8("r"), back), rect);
+  EXPECT_EQ(utils::ReadRectF32(U8("rf"), back), rectF);
+  EXPECT_EQ(utils::ReadPoint32(U8("p"), back), point);
+  EXPECT_EQ(utils::ReadPointF32(U8("pf"), back), pointF);
+  std::int32_t stored[4] = {};
+  PropList::List<std::int32_t> items;
+  ASSERT_TRUE(back.GetValue(U8("r"), items));
+  std::copy(items.begin(), items.end(), stored);
+  EXPECT_EQ(std::vector<std::int32_t>(stored, stored + 4),
+            (std::vector<std::int32_t>{-5, 6, 700, 800}))
+      << "left, top, right, bottom";
+
+  for (const char* key : {"missing", "text", "rf"}) {
+    EXPECT_EQ(utils::ReadRect32(U8(key), back), geom::RectT<long>{}) << key;
+    EXPECT_EQ(utils::ReadPoint32(U8(key), back), geom::PointT<long>{}) << key;
+  }
+  EXPECT_EQ(utils::ReadRectF32(U8("r"), back), geom::RectT<float>{}) << "another type";
+  EXPECT_EQ(utils::ReadRect32(U8("short"), back), (geom::RectT<long>{9, 8, 0, 0}));
+  EXPECT_EQ(utils::ReadRectF32(U8("long"), back), (geom::RectT<float>{1, 2, 3, 4}));
+}
+
+// A save killed at any moment leaves the old file or the new one, whole.
+TEST_F(PropListFiles, SaveKilledAtRandomMomentsLeavesOldOrNewContent) {
+  auto big = [](const char* tag) {
+    PropList list;
+    const std::string filler(90, tag[0]);
+    for (int i = 0; i < 16000; ++i) {
+      list.SetValue(U8(std::string(tag) + std::to_string(i)), U8(filler + std::to_string(i)));
+    }
+    return list;
+  };
+  const PropList contents[2] = {big("a"), big("b")};
+  const std::string texts[2] = {Text(contents[0]), Text(contents[1])};
+  ASSERT_GT(texts[0].size(), 1500000u);
+  const UTF16String target = Path("big.xml");
+  utils::SavePropList(target, contents[0]);
+  int onDisk = 0;
+
+  std::mt19937 random(20261121);
+  std::uniform_int_distribution<int> delayMicros(0, 40000);
+  int completed = 0;
+  for (int round = 0; round < 30; ++round) {
+    const int next = 1 - onDisk;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      try {
+        utils::SavePropList(target, contents[next]);
+      } catch (...) {
+        _exit(2);
+      }
+      _exit(0);
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(delayMicros(random)));
+    kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status)) {
+      ASSERT_EQ(WEXITSTATUS(status), 0) << "the save failed in round " << round;
+      ++completed;
+    }
+    const std::string now = Read("big.xml");
+    if (now == texts[next]) {
+      onDisk = next;
+    } else {
+      ASSERT_EQ(now.size(), texts[onDisk].size()) << "torn or missing in round " << round;
+      ASSERT_TRUE(now == texts[onDisk]) << "torn in round " << round;
+      ASSERT_FALSE(WIFEXITED(status)) << "a finished save must show its content";
+    }
+    if (round % 10 == 9) {
+      PropList loaded;
+      utils::LoadPropList(target, loaded, false);
+      EXPECT_EQ(Text(loaded), texts[onDisk]);
+    }
+  }
+  EXPECT_TRUE(errors_.Reports().empty());
+  RecordProperty("completed_saves", completed);
+}
+
+}  // namespace
