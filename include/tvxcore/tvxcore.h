@@ -41,11 +41,13 @@
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
+#include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 
 // Structured data
 #include "tvxcore/geom/Geometry.h"
 #include "tvxcore/proplist/PropList.h"
+#include "tvxcore/proplist/PropListFiles.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropListXMLHandler.h"
 #include "tvxcore/proplist/PropNodes.h"
