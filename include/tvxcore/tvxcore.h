@@ -7,8 +7,8 @@
 // Memory and strings
 #include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/Flags.h"
-#include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/NumberText.h"
+#include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
 #include "tvxcore/utility/StringUtils.h"
 #include "tvxcore/utility/TextStreams.h"
@@ -33,8 +33,8 @@
 
 // Streams and files
 #include "tvxcore/filesupport/AdapterByteStreams.h"
-#include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
+#include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/File.h"
