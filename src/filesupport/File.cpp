@@ -49,6 +49,19 @@ int ReadTimes(const UTF16String& path, platform::FileTime& created, platform::Fi
   return platform::GetFileTimes(native, created, modified);
 }
 
+enum class TimeKind { kCreated, kModified };
+
+// One of the two times of `item` (a File or a Dir): NotFound when the path is
+// missing, Failure for any other failure.
+template <typename NotFound, typename Failure, typename Item>
+boost::posix_time::ptime ReadTime(const Item& item, const UTF16String& path, TimeKind kind) {
+  platform::FileTime created, modified;
+  const int error = ReadTimes(path, created, modified);
+  if (error == 2) throw NotFound(item);
+  if (error != 0) throw Failure(item);
+  return ToPtime(kind == TimeKind::kCreated ? created : modified);
+}
+
 UTF16String JoinPath(const UTF16String& dir, const UTF16String& name) {
   UTF16String joined = dir;
   joined.push_back(u'/');
@@ -161,19 +174,13 @@ void File::Rename(const UTF16String& newName) {
 }
 
 boost::posix_time::ptime File::Modified() const {
-  platform::FileTime created, modified;
-  const int error = ReadTimes(Helper().Path(), created, modified);
-  if (error == 2) throw file_not_found_exception(*this);
-  if (error != 0) throw file_exception(*this);
-  return ToPtime(modified);
+  return ReadTime<file_not_found_exception, file_exception>(*this, Helper().Path(),
+                                                            TimeKind::kModified);
 }
 
 boost::posix_time::ptime File::Created() const {
-  platform::FileTime created, modified;
-  const int error = ReadTimes(Helper().Path(), created, modified);
-  if (error == 2) throw file_not_found_exception(*this);
-  if (error != 0) throw file_exception(*this);
-  return ToPtime(created);
+  return ReadTime<file_not_found_exception, file_exception>(*this, Helper().Path(),
+                                                            TimeKind::kCreated);
 }
 
 unsigned long long File::Size(FileSizeSelector selector) const {
@@ -292,19 +299,13 @@ void Dir::Rename(const UTF16String& newName) {
 }
 
 boost::posix_time::ptime Dir::Modified() const {
-  platform::FileTime created, modified;
-  const int error = ReadTimes(Helper().Path(), created, modified);
-  if (error == 2) throw dir_not_found_exception(*this);
-  if (error != 0) throw dir_exception(*this);
-  return ToPtime(modified);
+  return ReadTime<dir_not_found_exception, dir_exception>(*this, Helper().Path(),
+                                                          TimeKind::kModified);
 }
 
 boost::posix_time::ptime Dir::Created() const {
-  platform::FileTime created, modified;
-  const int error = ReadTimes(Helper().Path(), created, modified);
-  if (error == 2) throw dir_not_found_exception(*this);
-  if (error != 0) throw dir_exception(*this);
-  return ToPtime(created);
+  return ReadTime<dir_not_found_exception, dir_exception>(*this, Helper().Path(),
+                                                          TimeKind::kCreated);
 }
 
 UTF16String Dir::GetName() const {
