@@ -9,9 +9,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <new>
-#include <set>
-#include <vector>
 
 #include "debug/internal/ContractCheck.h"
 #include "threads/internal/FutexPrimitives.h"
@@ -73,6 +72,63 @@ class NoDestructor {
   alignas(T) unsigned char storage_[sizeof(T)];
 };
 
+// A growable array of chunk pointers in 16 bytes, so that a manager's fast-path
+// fields fit one cache line. Used both as the manager's list of chunks and, kept
+// sorted by address, as its address set. Changed only under the growth lock
+// with the view closed; read by fast-path threads while the view is open.
+class ChunkList {
+ public:
+  ChunkList() = default;
+  ChunkList(const ChunkList&) = delete;
+  ChunkList& operator=(const ChunkList&) = delete;
+
+  Chunk** begin() const noexcept { return items_; }
+  Chunk** end() const noexcept { return items_ + size_; }
+  std::size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  Chunk* back() const noexcept { return items_[size_ - 1]; }
+  void pop_back() noexcept { --size_; }
+
+  // Throws std::bad_alloc when the room can't be had; the list is unchanged then.
+  void reserve(std::size_t capacity) {
+    if (capacity <= capacity_) return;
+    void* grown = std::realloc(items_, capacity * sizeof(Chunk*));
+    if (grown == nullptr) throw std::bad_alloc();
+    items_ = static_cast<Chunk**>(grown);
+    capacity_ = static_cast<std::uint32_t>(capacity);
+  }
+  void push_back(Chunk* chunk) { insert(end(), chunk); }
+  void insert(Chunk** at, Chunk* chunk) {
+    const std::size_t index = static_cast<std::size_t>(at - items_);
+    if (size_ == capacity_) reserve(capacity_ == 0 ? 16 : 2 * std::size_t{capacity_});
+    std::move_backward(items_ + index, items_ + size_, items_ + size_ + 1);
+    items_[index] = chunk;
+    ++size_;
+  }
+  void erase(Chunk** at) noexcept {
+    std::move(at + 1, end(), at);
+    --size_;
+  }
+
+  // The address-ordered form: the first entry whose base is above `address`.
+  Chunk** UpperBound(const void* address) const noexcept {
+    return std::upper_bound(begin(), end(), address, [](const void* a, const Chunk* chunk) {
+      return reinterpret_cast<std::uintptr_t>(a) < reinterpret_cast<std::uintptr_t>(chunk);
+    });
+  }
+  void InsertOrdered(Chunk* chunk) { insert(UpperBound(chunk), chunk); }
+  void EraseOrdered(Chunk* chunk) noexcept {
+    Chunk** at = UpperBound(chunk);
+    if (at != begin() && *(at - 1) == chunk) erase(at - 1);
+  }
+
+ private:
+  Chunk** items_ = nullptr;
+  std::uint32_t size_ = 0;
+  std::uint32_t capacity_ = 0;
+};
+static_assert(sizeof(ChunkList) == 16, "a chunk list is a pointer and two counts");
+
 }  // namespace internal
 
 // A manager of blocks of kBlockSize bytes. New chunks are kFirstChunkSize
@@ -100,7 +156,14 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
 
   AllocatorManager() {
     view_.chunks.reserve(256);
+    view_.chunkSet.reserve(256);
     published_.store(&view_, std::memory_order_release);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+    static_assert(offsetof(AllocatorManager, view_) + offsetof(View, freeCount) == kHotLine &&
+                      offsetof(AllocatorManager, viewLock_) + sizeof(std::uint64_t) <= 2 * kHotLine,
+                  "the free count and the view lock word share one cache line");
+#pragma GCC diagnostic pop
   }
   AllocatorManager(const AllocatorManager&) = delete;
   AllocatorManager& operator=(const AllocatorManager&) = delete;
@@ -147,8 +210,8 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   struct View {
     internal::Chunk* current = nullptr;
     std::atomic<std::int64_t> freeCount{0};
-    std::vector<internal::Chunk*> chunks;
-    std::set<internal::Chunk*> chunkSet;  // ordered by address
+    internal::ChunkList chunks;
+    internal::ChunkList chunkSet;  // ordered by address
   };
 
   class GrowthLockHolder {
@@ -256,7 +319,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
       return address >= base && address < base + chunk->chunkSize;
     };
     if (view.current != nullptr && contains(view.current)) return view.current;
-    auto it = view.chunkSet.upper_bound(static_cast<internal::Chunk*>(pointer));
+    internal::Chunk** it = view.chunkSet.UpperBound(pointer);
     if (it == view.chunkSet.begin()) return nullptr;
     --it;
     return contains(*it) ? *it : nullptr;
@@ -296,7 +359,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     try {
       view_.chunks.push_back(chunk);
       try {
-        view_.chunkSet.insert(chunk);
+        view_.chunkSet.InsertOrdered(chunk);
       } catch (...) {
         view_.chunks.pop_back();
         throw;
@@ -319,7 +382,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
            view_.chunks.back()->used.load(std::memory_order_relaxed) == 0) {
       internal::Chunk* chunk = view_.chunks.back();
       view_.chunks.pop_back();
-      view_.chunkSet.erase(chunk);
+      view_.chunkSet.EraseOrdered(chunk);
       view_.freeCount.fetch_sub(chunk->blockCount, std::memory_order_relaxed);
       if (view_.current == chunk) view_.current = nullptr;
       const std::size_t size = chunk->chunkSize;
@@ -329,6 +392,15 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     }
   }
 
+  // Every allocation and release writes the free count and the view lock's
+  // word and reads the published view, the current chunk's address and the
+  // chunk lists. The padding puts all of these but the current chunk (written
+  // only with the view closed) in one cache line, so threads sharing a class
+  // pass one line of the manager between them instead of two.
+  static constexpr std::size_t kHotLine = 64;
+  static constexpr std::size_t kPadding =
+      kHotLine - sizeof(void*) - sizeof(void*) - sizeof(threads::internal::FutexRecursiveMutex);
+  [[maybe_unused]] unsigned char padding_[kPadding];
   threads::internal::FutexRecursiveMutex growthLock_;
   View view_;
   std::uint64_t held_ = 0;  // bytes in chunks; changed under the growth lock
