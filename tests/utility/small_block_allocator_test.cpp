@@ -58,9 +58,11 @@ TEST(SmallBlockAllocator, ActualSizesFollowTheClassTable) {
 }
 
 TEST(SmallBlockAllocator, BlocksAreAlignedDistinctAndKeepTheirContents) {
-  const std::size_t sizes[] = {0,    1,    15,   16,   17,    100,   128,   129,  256,
-                               500,  513,  700,  1000, 1024,  1025,  3000,  4096, 4097,
-                               4160, 5000, 8192, 8193, 20000, 66624, 932800};
+  const std::size_t sizes[] = {0, 1, 15, 16, 17, 100, 128, 129, 256, 500, 513, 700, 1000, 1024,
+                               1025, 3000, 4096, 4097, 4160, 5000, 8192, 8193, 20000, 66624, 932800,
+                               // from pages on huge-page boundaries
+                               std::size_t{2} << 20, (std::size_t{2} << 20) + 1,
+                               (std::size_t{5} << 20) + 7};
   std::vector<Block> blocks;
   unsigned char fill = 1;
   for (int round = 0; round < 3; ++round) {
