@@ -335,8 +335,9 @@ class Session {
   SplitNameEntry scratch_;
   UTF16String uri_, local_, text_;
   std::vector<Attribute> attributes_;
-  // The UTF-8 route's reused buffers: qualified names that had to be built,
-  // and the attribute views of the current element.
+  // The UTF-8 route: whether its text handler is installed, and buffers
+  // reused from element to element for the qualified names that had to be
+  // built and for the attribute views of the current element.
   bool textWanted_ = false;
   std::string elementName_;
   std::vector<std::string> attributeNames_;
