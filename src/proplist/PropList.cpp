@@ -1,5 +1,6 @@
 #include "tvxcore/proplist/PropList.h"
 
+#include <iterator>
 #include <utility>
 
 #include "proplist/internal/Bridge.h"
@@ -16,6 +17,19 @@ using KeyView = std::basic_string_view<UTF8Char>;
 KeyView KeyText(const UTF8String& key) {
   std::size_t end = key.find(UTF8Char{0});
   return KeyView(key.data(), end == UTF8String::npos ? key.size() : end);
+}
+
+// The first entry whose key is not less than `text`. Keys mostly arrive in
+// ascending order (a list read back from its own text), so the last entry is
+// tried before the search.
+template <typename Map>
+typename Map::iterator Slot(Map& map, KeyView text) {
+  if (map.empty()) return map.end();
+  auto last = std::prev(map.end());
+  int order = KeyView(last->first).compare(text);
+  if (order < 0) return map.end();
+  if (order == 0) return last;
+  return map.lower_bound(text);
 }
 
 template <std::size_t N>
@@ -61,7 +75,7 @@ const PropNodeBase* PropList::Find(Key key) const {
 
 void PropList::Store(Key key, NodePtr node) {
   KeyView text = KeyText(key);
-  auto it = map_.lower_bound(text);
+  auto it = Slot(map_, text);
   if (it != map_.end() && KeyView(it->first) == text) {
     it->second = std::move(node);
   } else {
@@ -80,7 +94,7 @@ bool PropList::GetScalar(Key key, X& out) const {
 template <typename Node, typename X>
 void PropList::SetScalar(Key key, const X& value) {
   KeyView text = KeyText(key);
-  auto it = map_.lower_bound(text);
+  auto it = Slot(map_, text);
   if (it != map_.end() && KeyView(it->first) == text) {
     if (it->second->GetType() == Node::kType) {
       static_cast<Node*>(it->second.get())->SetValue(value);

@@ -1,17 +1,24 @@
 #include "tvxcore/proplist/PropListXMLHandler.h"
 
+#include <algorithm>
+#include <cstring>
+#include <list>
+#include <optional>
+#include <span>
 #include <string_view>
 #include <type_traits>
+#include <typeinfo>
+#include <vector>
 
 #include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
 #include "tvxcore/proplist/PropListUtils.h"
+#include "tvxcore/proplist/PropNodes.h"
+#include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
 namespace tvxcore::proplist {
 namespace {
-
-using Name = std::u16string_view;
 
 constexpr const char kVersionGreaterThan[] =
     "$$$/tvxcore/proplist/Error/PropListXMLHandler/VersionGreaterThan=Cannot read PropList data; "
@@ -39,9 +46,27 @@ enum Kind : int {
   kInt64 = 11,
 };
 
-bool Is(const UTF16String& text, Name literal) { return Name(text) == literal; }
+// Exact comparison of UTF-8 or UTF-16 text with an ASCII literal. Names and
+// attribute values compare unit by unit, so both routes agree.
+template <typename C>
+bool Is(std::basic_string_view<C> text, std::string_view literal) {
+  if (text.size() != literal.size()) return false;
+  if constexpr (sizeof(C) == 1) {
+    return std::memcmp(text.data(), literal.data(), literal.size()) == 0;
+  } else {
+    for (std::size_t i = 0; i < literal.size(); ++i) {
+      if (text[i] != static_cast<C>(static_cast<unsigned char>(literal[i]))) return false;
+    }
+    return true;
+  }
+}
 
-// The element names of the format. Names compare exactly, in 16-bit text.
+template <typename S>
+std::basic_string_view<typename S::value_type> View(const S& text) {
+  return {text.data(), text.size()};
+}
+
+// The element names of the format.
 enum Element : int {
   kOther,
   kPropMap,
@@ -59,37 +84,38 @@ enum Element : int {
   kIntElement,
 };
 
-Element Identify(const UTF16String& name) {
+template <typename C>
+Element Identify(std::basic_string_view<C> name) {
   // Dispatch on length first: every event passes here.
   switch (name.size()) {
     case 3:
-      if (Is(name, u"key")) return kKey;
-      if (Is(name, u"int")) return kIntElement;
+      if (Is(name, "key")) return kKey;
+      if (Is(name, "int")) return kIntElement;
       break;
     case 4:
-      if (Is(name, u"true")) return kTrueElement;
-      if (Is(name, u"bool")) return kBoolElement;
+      if (Is(name, "true")) return kTrueElement;
+      if (Is(name, "bool")) return kBoolElement;
       break;
     case 5:
-      if (Is(name, u"array")) return kArray;
-      if (Is(name, u"false")) return kFalseElement;
-      if (Is(name, u"float")) return kFloatElement;
+      if (Is(name, "array")) return kArray;
+      if (Is(name, "false")) return kFalseElement;
+      if (Is(name, "float")) return kFloatElement;
       break;
     case 6:
-      if (Is(name, u"string")) return kStringElement;
-      if (Is(name, u"double")) return kDoubleElement;
+      if (Is(name, "string")) return kStringElement;
+      if (Is(name, "double")) return kDoubleElement;
       break;
     case 7:
-      if (Is(name, u"ustring")) return kUStringElement;
+      if (Is(name, "ustring")) return kUStringElement;
       break;
     case 8:
-      if (Is(name, u"prop.map")) return kPropMap;
+      if (Is(name, "prop.map")) return kPropMap;
       break;
     case 9:
-      if (Is(name, u"prop.list")) return kPropList;
+      if (Is(name, "prop.list")) return kPropList;
       break;
     case 10:
-      if (Is(name, u"array.type")) return kArrayType;
+      if (Is(name, "array.type")) return kArrayType;
       break;
     default:
       break;
@@ -98,6 +124,7 @@ Element Identify(const UTF16String& name) {
 }
 
 // Classifies a value element; kNone for anything the format doesn't know.
+// `find(name)` gives a pointer to the attribute's value as a view, or null.
 template <typename FindAttribute>
 int Classify(Element element, const FindAttribute& find) {
   switch (element) {
@@ -115,19 +142,55 @@ int Classify(Element element, const FindAttribute& find) {
     case kDoubleElement:
       return kDouble;
     case kIntElement: {
-      const UTF16String* type = find(u"type");
-      const UTF16String* size = find(u"size");
+      auto type = find("type");
+      auto size = find("size");
       if (!type || !size) return kNone;
-      bool isSigned = Is(*type, u"signed");
-      if (Is(*size, u"16")) return kUInt16;
-      if (Is(*size, u"32")) return isSigned ? kInt32 : kUInt32;
-      if (Is(*size, u"64")) return isSigned ? kInt64 : kUInt64;
+      bool isSigned = Is(*type, "signed");
+      if (Is(*size, "16")) return kUInt16;
+      if (Is(*size, "32")) return isSigned ? kInt32 : kUInt32;
+      if (Is(*size, "64")) return isSigned ? kInt64 : kUInt64;
       return kNone;
     }
     default:
       return kNone;
   }
 }
+
+// UTF-8 text of either route: UTF-16 text is converted into `scratch`, UTF-8
+// text is used as it stands.
+const UTF8String& AsUTF8(const UTF16String& text, UTF8String& scratch) {
+  scratch.clear();
+  xml::internal::AppendUTF16AsUTF8(text.data(), text.size(), scratch);
+  return scratch;
+}
+const UTF8String& AsUTF8(const UTF8String& text, UTF8String&) { return text; }
+
+// UTF-16 text of either route, the other way round.
+const UTF16String& AsUTF16(const UTF16String& text, UTF16String&) { return text; }
+const UTF16String& AsUTF16(const UTF8String& text, UTF16String& scratch) {
+  scratch.clear();
+  xml::internal::AppendUTF8AsUTF16(reinterpret_cast<const char*>(text.data()), text.size(),
+                                   scratch);
+  return scratch;
+}
+
+// The node class that holds one value of type T.
+template <typename T>
+struct NodeOf {
+  using type = SimpleTypeArrayNode<T>;
+};
+template <>
+struct NodeOf<bool> {
+  using type = BoolPropNode;
+};
+template <>
+struct NodeOf<UTF8String> {
+  using type = StringPropNode;
+};
+template <>
+struct NodeOf<UTF16String> {
+  using type = UnicodeStringPropNode;
+};
 
 template <typename T>
 T Number(const UTF8String& text) {
@@ -138,42 +201,114 @@ T Number(const UTF8String& text) {
 
 }  // namespace
 
-PropListXMLHandler::PropListXMLHandler(PropList* root) : root_(root) {}
-PropListXMLHandler::~PropListXMLHandler() = default;
+namespace internal {
 
-const UTF8String& PropListXMLHandler::Narrow(const UTF16String& text) {
-  narrow_.clear();
-  xml::internal::AppendUTF16AsUTF8(text.data(), text.size(), narrow_);
-  return narrow_;
-}
+// The reader's state machine. It is fed either the public UTF-16 events,
+// through PropListXMLHandler, or the parser layer's UTF-8 events; the two
+// routes share every decision and differ only in the text they collect, which
+// each converts once, when a value is stored.
+class PropListReader final : public xml::internal::UTF8Handler {
+ public:
+  explicit PropListReader(PropList* root) : root_(root) {}
 
-void PropListXMLHandler::StartElement(const UTF16String& name,
-                                      const std::map<UTF16String, UTF16String>& attributes) {
-  Start(name, [&](Name attribute) -> const UTF16String* {
-    auto it = attributes.find(UTF16String(attribute));
-    return it == attributes.end() ? nullptr : &it->second;
-  });
-}
+  // The UTF-8 route of a handler that is exactly a PropListXMLHandler.
+  static PropListReader* RouteOf(xml::AbstractParseHandler& handler) {
+    if (typeid(handler) != typeid(PropListXMLHandler)) return nullptr;
+    return static_cast<PropListXMLHandler&>(handler).reader_.get();
+  }
 
-void PropListXMLHandler::StartElementWithNamespace(const UTF16String& qualifiedName,
-                                                   const UTF16String&, const UTF16String&,
-                                                   const std::vector<xml::Attribute>& attributes) {
-  Start(qualifiedName, [&](Name attribute) -> const UTF16String* {
-    for (const xml::Attribute& a : attributes) {
-      if (Name(a.qualifiedName) == attribute) return &a.value;
+  bool StartElement(std::string_view name,
+                    std::span<const xml::internal::UTF8Attribute> attributes) override {
+    Start<UTF8String>(Identify(name),
+                      [&](std::string_view attribute) -> std::optional<std::string_view> {
+                        for (const xml::internal::UTF8Attribute& a : attributes) {
+                          if (a.qualifiedName == attribute) return a.value;
+                        }
+                        return std::nullopt;
+                      });
+    return state_ != 0;
+  }
+  bool EndElement(std::string_view name) override {
+    End<UTF8String>(Identify(name));
+    return state_ != 0;
+  }
+  void Characters(const char* text, std::size_t size) override {
+    // Text arrives only in states 1 and 2: the element events answer whether
+    // text is wanted, and outside a key or a value the line breaks of the
+    // format mean nothing. Unlike the UTF-16 route, no search for a zero
+    // unit: XML text cannot hold one, not even as a reference.
+    Texts<UTF8String>& t = texts8_;
+    (state_ == 1 ? t.key : t.value).append(reinterpret_cast<const UTF8Char*>(text), size);
+  }
+
+  template <typename FindAttribute>
+  void StartUTF16(const UTF16String& name, const FindAttribute& find) {
+    Start<UTF16String>(Identify(View(name)), find);
+  }
+  void EndUTF16(const UTF16String& name) { End<UTF16String>(Identify(View(name))); }
+  void CharactersUTF16(const UTF16String& text) {
+    if (state_ == 0) return;
+    std::size_t length = std::char_traits<UTF16Char>::length(text.c_str());
+    Texts<UTF16String>& t = texts16_;
+    (state_ == 1 ? t.key : t.value).append(text.data(), length);
+  }
+
+ private:
+  // The text collected in one route's units.
+  template <typename S>
+  struct Texts {
+    S key;
+    S value;
+    // The items of the open array; the first itemCount are in use, the rest
+    // keep their storage for the next array.
+    std::vector<S> items;
+    std::size_t itemCount = 0;
+  };
+
+  template <typename S>
+  Texts<S>& TextsOf() {
+    if constexpr (std::is_same_v<S, UTF8String>) {
+      return texts8_;
+    } else {
+      return texts16_;
     }
-    return nullptr;
-  });
-}
+  }
 
-template <typename FindAttribute>
-void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& find) {
-  Element element = Identify(name);
+  template <typename S, typename FindAttribute>
+  void Start(Element element, const FindAttribute& find);
+  template <typename S>
+  void End(Element element);
+  template <typename S>
+  void StoreScalar();
+  template <typename S>
+  void StoreArray();
+
+  PropList* root_;
+  std::list<PropList*> stack_;
+  PropList* current_ = nullptr;
+  int state_ = 0;  // 0 idle, 1 in a key, 2 in a value element
+  int valueKind_ = 0;
+  bool inArray_ = false;
+  bool inArrayType_ = false;
+  int arrayTypeKind_ = 0;
+  bool arrayTypeKnown_ = false;
+  Texts<UTF16String> texts16_;
+  Texts<UTF8String> texts8_;
+  // Conversion targets, reused from value to value.
+  UTF8String keyUTF8_;
+  UTF8String valueUTF8_;
+  UTF16String valueUTF16_;
+};
+
+template <typename S, typename FindAttribute>
+void PropListReader::Start(Element element, const FindAttribute& find) {
+  Texts<S>& t = TextsOf<S>();
   if (element == kPropMap) {
-    if (const UTF16String* version = find(u"version")) {
-      auto number = Number<std::uint16_t>(Narrow(*version));
+    if (auto version = find("version")) {
+      S text(version->begin(), version->end());
+      auto number = Number<std::uint16_t>(AsUTF8(text, valueUTF8_));
       if (number > PropList::GetCurrentVersion()) {
-        internal::ReportError(kVersionGreaterThan, 20);
+        ReportError(kVersionGreaterThan, 20);
       } else if (root_) {
         // An older file keeps its older version through a later rewrite.
         root_->version_ = number;
@@ -183,8 +318,8 @@ void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& fin
     if (stack_.empty()) {
       current_ = root_;
     } else {
-      current_ = current_ ? current_->NewSubList(Narrow(keyText_)) : nullptr;
-      keyText_.clear();
+      current_ = current_ ? current_->NewSubList(AsUTF8(t.key, keyUTF8_)) : nullptr;
+      t.key.clear();
       state_ = 0;
     }
     stack_.push_back(current_);
@@ -208,21 +343,16 @@ void PropListXMLHandler::Start(const UTF16String& name, const FindAttribute& fin
   }
 }
 
-void PropListXMLHandler::Characters(const UTF16String& text) {
-  if (state_ == 0) return;  // the line breaks of the format mean nothing
-  std::size_t length = std::char_traits<UTF16Char>::length(text.c_str());
-  (state_ == 1 ? keyText_ : valueText_).append(text.data(), length);
-}
-
-void PropListXMLHandler::EndElement(const UTF16String& name) {
-  Element element = Identify(name);
+template <typename S>
+void PropListReader::End(Element element) {
+  Texts<S>& t = TextsOf<S>();
   if (element == kPropList) {
     if (!stack_.empty()) stack_.pop_back();
     current_ = stack_.empty() ? nullptr : stack_.back();
   } else if (element == kKey) {
     state_ = 0;
   } else if (element == kArray) {
-    StoreArray();
+    StoreArray<S>();
     inArray_ = false;
     arrayTypeKind_ = 0;
     arrayTypeKnown_ = false;
@@ -231,33 +361,37 @@ void PropListXMLHandler::EndElement(const UTF16String& name) {
     inArrayType_ = false;
   } else if (state_ == 2) {
     if (!inArray_) {
-      StoreScalar();
+      StoreScalar<S>();
     } else {
-      if (arrayItemCount_ == arrayItems_.size()) arrayItems_.emplace_back();
-      UTF16String& item = arrayItems_[arrayItemCount_++];
+      if (t.itemCount == t.items.size()) t.items.emplace_back();
+      S& item = t.items[t.itemCount++];
       if (valueKind_ == kTrue) {
-        item.assign(u"true");
+        item.assign(4, 0);
+        std::copy_n("true", 4, item.begin());
       } else if (valueKind_ == kFalse) {
-        item.assign(u"false");
+        item.assign(5, 0);
+        std::copy_n("false", 5, item.begin());
       } else {
-        item.swap(valueText_);
-        valueText_.clear();
+        item.swap(t.value);
+        t.value.clear();
       }
     }
     state_ = 0;
   }
 }
 
-void PropListXMLHandler::StoreScalar() {
+template <typename S>
+void PropListReader::StoreScalar() {
+  Texts<S>& t = TextsOf<S>();
   if (valueKind_ != kNone && current_) {
-    UTF8String key = Narrow(keyText_);
+    const UTF8String& key = AsUTF8(t.key, keyUTF8_);
     PropList& list = *current_;
     switch (valueKind_) {
       case kUString:
-        list.SetValue(key, valueText_);
+        list.SetValue(key, AsUTF16(t.value, valueUTF16_));
         break;
       case kString:
-        list.SetValue(key, Narrow(valueText_));
+        list.SetValue(key, AsUTF8(t.value, valueUTF8_));
         break;
       case kTrue:
         list.SetValue(key, true);
@@ -266,56 +400,73 @@ void PropListXMLHandler::StoreScalar() {
         list.SetValue(key, false);
         break;
       case kUInt16:
-        list.SetValue(key, Number<std::uint16_t>(Narrow(valueText_)));
+        list.SetValue(key, Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kUInt32:
-        list.SetValue(key, Number<std::uint32_t>(Narrow(valueText_)));
+        list.SetValue(key, Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kInt32:
-        list.SetValue(key, Number<std::int32_t>(Narrow(valueText_)));
+        list.SetValue(key, Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kFloat:
-        list.SetValue(key, Number<float>(Narrow(valueText_)));
+        list.SetValue(key, Number<float>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kDouble:
-        list.SetValue(key, Number<double>(Narrow(valueText_)));
+        list.SetValue(key, Number<double>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kUInt64:
-        list.SetValue(key, Number<std::uint64_t>(Narrow(valueText_)));
+        list.SetValue(key, Number<std::uint64_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kInt64:
-        list.SetValue(key, Number<std::int64_t>(Narrow(valueText_)));
+        list.SetValue(key, Number<std::int64_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       default:
         break;
     }
   }
-  valueText_.clear();
-  keyText_.clear();
+  t.value.clear();
+  t.key.clear();
 }
 
-void PropListXMLHandler::StoreArray() {
+template <typename S>
+void PropListReader::StoreArray() {
+  Texts<S>& t = TextsOf<S>();
   if (current_) {
-    UTF8String key = Narrow(keyText_);
+    const UTF8String& key = AsUTF8(t.key, keyUTF8_);
     PropList& list = *current_;
     int kind;
-    if (arrayItemCount_ == 0) {
+    if (t.itemCount == 0) {
       kind = arrayTypeKnown_ ? arrayTypeKind_ : kNone;
     } else {
       kind = valueKind_;
     }
+    auto item = [&]<typename T>(const S& text) -> T {
+      if constexpr (std::is_same_v<T, UTF16String>) {
+        return AsUTF16(text, valueUTF16_);
+      } else if constexpr (std::is_same_v<T, UTF8String>) {
+        return AsUTF8(text, valueUTF8_);
+      } else if constexpr (std::is_same_v<T, bool>) {
+        return Is(View(text), "true");
+      } else {
+        return Number<T>(AsUTF8(text, valueUTF8_));
+      }
+    };
     auto fill = [&]<typename T>(PropList::List<T>&& values) {
-      for (std::size_t i = 0; i < arrayItemCount_; ++i) {
-        const UTF16String& item = arrayItems_[i];
-        if constexpr (std::is_same_v<T, UTF16String>) {
-          values.push_back(item);
-        } else if constexpr (std::is_same_v<T, UTF8String>) {
-          values.push_back(Narrow(item));
-        } else if constexpr (std::is_same_v<T, bool>) {
-          values.push_back(Is(item, u"true"));
-        } else {
-          values.push_back(Number<T>(Narrow(item)));
+      if (typeid(list) == typeid(PropList)) {
+        // The plain list: build the array node as SetValue would, without
+        // the intermediate std::list.
+        using ArrayNode = PropListArrayNode<typename NodeOf<T>::type>;
+        typename ArrayNode::Elements elements;
+        elements.reserve(t.itemCount);
+        for (std::size_t i = 0; i < t.itemCount; ++i) {
+          elements.emplace_back(item.template operator()<T>(t.items[i]));
         }
+        list.Store(key, PropList::NodePtr(new ArrayNode(std::move(elements))));
+        return;
+      }
+      // A host's own list class sees its SetValue called.
+      for (std::size_t i = 0; i < t.itemCount; ++i) {
+        values.push_back(item.template operator()<T>(t.items[i]));
       }
       list.SetValue(key, values);
     };
@@ -355,10 +506,53 @@ void PropListXMLHandler::StoreArray() {
         break;  // an empty array of unknown type: the key is lost
     }
   }
-  keyText_.clear();
-  valueText_.clear();
-  arrayItemCount_ = 0;
+  t.key.clear();
+  t.value.clear();
+  t.itemCount = 0;
 }
+
+}  // namespace internal
+
+PropListXMLHandler::PropListXMLHandler(PropList* root)
+    : reader_(std::make_unique<internal::PropListReader>(root)) {}
+PropListXMLHandler::~PropListXMLHandler() = default;
+
+void PropListXMLHandler::StartElement(const UTF16String& name,
+                                      const std::map<UTF16String, UTF16String>& attributes) {
+  reader_->StartUTF16(name, [&](std::string_view attribute) -> std::optional<std::u16string_view> {
+    auto it = attributes.find(UTF16String(attribute.begin(), attribute.end()));
+    if (it == attributes.end()) return std::nullopt;
+    return View(it->second);
+  });
+}
+
+void PropListXMLHandler::StartElementWithNamespace(const UTF16String& qualifiedName,
+                                                   const UTF16String&, const UTF16String&,
+                                                   const std::vector<xml::Attribute>& attributes) {
+  reader_->StartUTF16(qualifiedName,
+                      [&](std::string_view attribute) -> std::optional<std::u16string_view> {
+                        for (const xml::Attribute& a : attributes) {
+                          if (Is(View(a.qualifiedName), attribute)) return View(a.value);
+                        }
+                        return std::nullopt;
+                      });
+}
+
+void PropListXMLHandler::EndElement(const UTF16String& name) { reader_->EndUTF16(name); }
+
+void PropListXMLHandler::Characters(const UTF16String& text) { reader_->CharactersUTF16(text); }
+
+}  // namespace tvxcore::proplist
+
+namespace tvxcore::xml::internal {
+
+UTF8Handler* UTF8RouteOf(AbstractParseHandler& handler) {
+  return proplist::internal::PropListReader::RouteOf(handler);
+}
+
+}  // namespace tvxcore::xml::internal
+
+namespace tvxcore::proplist {
 
 namespace utils {
 

@@ -2,6 +2,11 @@
 // frames. Each callback catches whatever the client handler throws, stops the
 // parser and keeps the exception, which is thrown again once XML_Parse has
 // returned and the parser has been freed.
+//
+// Element and text events take one of two routes: the public one, which
+// converts every name, attribute and text piece to UTF-16 for the handler,
+// or, for a handler of the library that offers it, the UTF-8 route, which
+// hands over views of expat's own UTF-8 (xml/internal/UTF8Route.h).
 #include "tvxcore/xml/ExpatParser.h"
 
 // The library is built with DTD support; its entity-expansion limits are
@@ -14,11 +19,13 @@
 #include <exception>
 #include <fstream>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
+#include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
 #if XML_MAJOR_VERSION < 2 || (XML_MAJOR_VERSION == 2 && XML_MINOR_VERSION < 4)
@@ -48,8 +55,9 @@ using ParserPtr = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDelet
 // exception the handler threw, and buffers reused from event to event.
 class Session {
  public:
-  explicit Session(AbstractParseHandler& handler) : handler_(handler) {
-    names_.reserve(kNameCacheSize);  // entries never move
+  explicit Session(AbstractParseHandler& handler)
+      : handler_(handler), route_(internal::UTF8RouteOf(handler)) {
+    if (!route_) names_.reserve(kNameCacheSize);  // entries never move
   }
 
   bool Create() {
@@ -65,8 +73,13 @@ class Session {
         !XML_SetBillionLaughsAttackProtectionActivationThreshold(p, kAmplificationThreshold)) {
       return false;
     }
-    XML_SetElementHandler(p, &Session::OnStartElement, &Session::OnEndElement);
-    XML_SetCharacterDataHandler(p, &Session::OnCharacters);
+    if (route_) {
+      // Text is reported only while the handler wants it (WantText).
+      XML_SetElementHandler(p, &Session::OnStartElementUTF8, &Session::OnEndElementUTF8);
+    } else {
+      XML_SetElementHandler(p, &Session::OnStartElement, &Session::OnEndElement);
+      XML_SetCharacterDataHandler(p, &Session::OnCharacters);
+    }
     XML_SetCdataSectionHandler(p, &Session::OnStartCDATA, &Session::OnEndCDATA);
     XML_SetCommentHandler(p, &Session::OnComment);
     XML_SetNamespaceDeclHandler(p, &Session::OnStartNamespace, &Session::OnEndNamespace);
@@ -221,6 +234,61 @@ class Session {
     });
   }
 
+  // Installs the text handler only while the UTF-8 route wants text, so
+  // that expat doesn't even report the rest (the format's line breaks).
+  void WantText(bool wanted) {
+    if (wanted == textWanted_) return;
+    textWanted_ = wanted;
+    XML_SetCharacterDataHandler(parser_.get(), wanted ? &Session::OnCharactersUTF8 : nullptr);
+  }
+
+  // The qualified name of a name as expat reports it: the name itself when it
+  // has no namespace, else "prefix:local" (built in `scratch`) or "local".
+  static std::string_view Qualified(const char* name, std::string& scratch) {
+    // Names are short: one pass finds the end or the first separator.
+    const char* p = name;
+    while (static_cast<unsigned char>(*p) > static_cast<unsigned char>(kNamespaceSeparator)) ++p;
+    if (*p == '\0') return std::string_view(name, static_cast<std::size_t>(p - name));
+    std::string_view rest(p + 1);
+    std::size_t second = rest.find(kNamespaceSeparator);
+    std::string_view local = rest.substr(0, second);
+    if (second == std::string_view::npos) return local;
+    scratch.assign(rest.substr(second + 1));
+    scratch.push_back(':');
+    scratch.append(local);
+    return scratch;
+  }
+
+  static void XMLCALL OnStartElementUTF8(void* userData, const XML_Char* name,
+                                         const XML_Char** attributes) {
+    Session& s = Of(userData);
+    s.Guard([&] {
+      std::size_t count = 0;
+      while (attributes[2 * count]) ++count;
+      if (s.attributesUTF8_.size() < count) {
+        s.attributesUTF8_.resize(count);
+        s.attributeNames_.resize(count);
+      }
+      for (std::size_t i = 0; i < count; ++i) {
+        s.attributesUTF8_[i] = {Qualified(attributes[2 * i], s.attributeNames_[i]),
+                                std::string_view(attributes[2 * i + 1])};
+      }
+      s.WantText(s.route_->StartElement(
+          Qualified(name, s.elementName_),
+          std::span<const internal::UTF8Attribute>(s.attributesUTF8_.data(), count)));
+    });
+  }
+
+  static void XMLCALL OnEndElementUTF8(void* userData, const XML_Char* name) {
+    Session& s = Of(userData);
+    s.Guard([&] { s.WantText(s.route_->EndElement(Qualified(name, s.elementName_))); });
+  }
+
+  static void XMLCALL OnCharactersUTF8(void* userData, const XML_Char* text, int length) {
+    Session& s = Of(userData);
+    s.Guard([&] { s.route_->Characters(text, static_cast<std::size_t>(length)); });
+  }
+
   static void XMLCALL OnStartCDATA(void* userData) {
     Session& s = Of(userData);
     s.Guard([&] { s.handler_.StartCDATA(); });
@@ -258,6 +326,7 @@ class Session {
   }
 
   AbstractParseHandler& handler_;
+  internal::UTF8Handler* route_;  // null: the public UTF-16 route
   ParserPtr parser_;
   std::exception_ptr error_;
   bool started_ = false;
@@ -266,6 +335,13 @@ class Session {
   SplitNameEntry scratch_;
   UTF16String uri_, local_, text_;
   std::vector<Attribute> attributes_;
+  // The UTF-8 route: whether its text handler is installed, and buffers
+  // reused from element to element for the qualified names that had to be
+  // built and for the attribute views of the current element.
+  bool textWanted_ = false;
+  std::string elementName_;
+  std::vector<std::string> attributeNames_;
+  std::vector<internal::UTF8Attribute> attributesUTF8_;
 };
 
 class ExpatDocParser final : public AbstractDocParser {

@@ -110,6 +110,24 @@ TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
             1);
 }
 
+TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
+  // Values straddle the reader's buffer boundaries, one value spans several
+  // buffers, and a two-byte character falls on many boundaries.
+  PropList large;
+  for (int i = 0; i < 40; ++i) {
+    large.SetValue(U8("s" + std::to_string(i)),
+                   U8(std::string(5000 + i, static_cast<char>('a' + i % 26)) + "&<\xC3\xA9>"));
+  }
+  large.SetValue(U8("u"), UTF16String(100000, u'\u00e9'));
+  large.NewSubList(U8("t"))->SetValue(U8("d"), PropList::List<double>(3000, 0.25));
+  utils::SavePropList(Path("large.xml"), large);
+  ASSERT_GT(Read("large.xml").size(), 300000u);
+  PropList loaded;
+  utils::LoadPropList(Path("large.xml"), loaded, false);
+  EXPECT_EQ(Text(loaded), Text(large));
+  EXPECT_TRUE(errors_.Reports().empty());
+}
+
 TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
   const std::string valid = Text(Sample());
   // A truncated document: the reader has stored values before it fails.

@@ -19,6 +19,9 @@ namespace tvxcore::proplist {
 
 class PropNodeBase;
 class PropListXMLHandler;
+namespace internal {
+class PropListReader;
+}
 
 // The type of the value under a key. None is what a missing key reports.
 enum PropListPropertyType : int {
@@ -140,6 +143,7 @@ class TVXCORE_EXPORT PropList {
 
  private:
   friend class PropListXMLHandler;
+  friend class internal::PropListReader;
 
   using KeyView = std::basic_string_view<UTF8Char>;
   struct KeyLess {

@@ -4,8 +4,8 @@
 // Most code reads lists through proplist::utils (PropListUtils.h) instead.
 #pragma once
 
-#include <list>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "tvxcore/Export.h"
@@ -13,6 +13,9 @@
 #include "tvxcore/xml/XMLParser.h"
 
 namespace tvxcore::proplist {
+namespace internal {
+class PropListReader;
+}
 
 // Fills a list from the events of one document, as a state machine over
 // elements. The reader is forgiving: unknown elements, an "int" without a
@@ -40,28 +43,10 @@ class TVXCORE_EXPORT PropListXMLHandler : public xml::AbstractParseHandler {
   void Characters(const UTF16String& text) override;
 
  private:
-  template <typename FindAttribute>
-  void Start(const UTF16String& name, const FindAttribute& find);
-  void StoreScalar();
-  void StoreArray();
-  const UTF8String& Narrow(const UTF16String& text);
-
-  PropList* root_;
-  UTF16String keyText_;
-  UTF16String valueText_;
-  std::list<PropList*> stack_;
-  PropList* current_ = nullptr;
-  int state_ = 0;  // 0 idle, 1 in a key, 2 in a value element
-  int valueKind_ = 0;
-  bool inArray_ = false;
-  bool inArrayType_ = false;
-  int arrayTypeKind_ = 0;
-  bool arrayTypeKnown_ = false;
-  // The items of the open array; the first arrayItemCount_ are in use, the
-  // rest keep their storage for the next array.
-  std::vector<UTF16String> arrayItems_;
-  std::size_t arrayItemCount_ = 0;
-  UTF8String narrow_;
+  friend class internal::PropListReader;
+  // The state machine; it also takes the parser layer's internal UTF-8 events
+  // when this handler is used as it stands, not through a subclass.
+  std::unique_ptr<internal::PropListReader> reader_;
 };
 
 }  // namespace tvxcore::proplist
