@@ -48,28 +48,27 @@ UTF16String FromNative(std::string_view bytes) {
 }
 
 void AppendFromNative(std::string_view bytes, UTF16String& out) {
-  out.reserve(out.size() + bytes.size());
+  const std::size_t at = out.size();
+  out.resize(at + bytes.size());
+  out.resize(at + WidenNative(bytes, out.data() + at));
+}
+
+std::size_t WidenNative(std::string_view bytes, UTF16Char* out) {
+  UTF16Char* const first = out;
   const std::size_t n = bytes.size();
   auto cont = [&](std::size_t i) {
     return i < n && (static_cast<unsigned char>(bytes[i]) & 0xC0) == 0x80;
   };
   for (std::size_t i = 0; i < n;) {
     const unsigned char b = static_cast<unsigned char>(bytes[i]);
-    if (b < 0x80) {  // the common case: widen a run of ASCII at once
-      std::size_t end = i + 1;
-      while (end < n && static_cast<unsigned char>(bytes[end]) < 0x80) ++end;
-      const std::size_t at = out.size();
-      out.resize(at + (end - i));
-      UTF16Char* to = out.data() + at;
-      for (; i < end; ++i) *to++ = static_cast<unsigned char>(bytes[i]);
+    if (b < 0x80) {  // the common case
+      *out++ = b;
+      ++i;
       continue;
     }
     std::uint32_t c = 0;
     std::size_t len = 0;
-    if (b < 0x80) {
-      c = b;
-      len = 1;
-    } else if (b >= 0xC2 && b <= 0xDF && cont(i + 1)) {
+    if (b >= 0xC2 && b <= 0xDF && cont(i + 1)) {
       c = ((b & 0x1Fu) << 6) | (bytes[i + 1] & 0x3F);
       len = 2;
     } else if (b >= 0xE0 && b <= 0xEF && cont(i + 1) && cont(i + 2)) {
@@ -84,19 +83,20 @@ void AppendFromNative(std::string_view bytes, UTF16String& out) {
     // surrogate could pair with an escaped byte and not read back the same.
     if (len == 3 && c >= 0xD800 && c <= 0xDFFF) len = 0;
     if (len == 0) {
-      out.push_back(static_cast<UTF16Char>(0xDC00 + b));
+      *out++ = static_cast<UTF16Char>(0xDC00 + b);
       ++i;
       continue;
     }
-    if (c >= 0x10000) {
+    if (c >= 0x10000) {  // four bytes give two units
       c -= 0x10000;
-      out.push_back(static_cast<UTF16Char>(0xD800 + (c >> 10)));
-      out.push_back(static_cast<UTF16Char>(0xDC00 + (c & 0x3FF)));
+      *out++ = static_cast<UTF16Char>(0xD800 + (c >> 10));
+      *out++ = static_cast<UTF16Char>(0xDC00 + (c & 0x3FF));
     } else {
-      out.push_back(static_cast<UTF16Char>(c));
+      *out++ = static_cast<UTF16Char>(c);
     }
     i += len;
   }
+  return static_cast<std::size_t>(out - first);
 }
 
 }  // namespace tvxcore::filesupport::internal

@@ -221,6 +221,64 @@ TEST_F(DirIteratorTest, NamesThatAreNotUtf8AreListedAndUsable) {
   EXPECT_TRUE(OnDisk("good"));
 }
 
+TEST_F(DirIteratorTest, ListingsLargerThanOneReadAreWhole) {
+  // Long names spread the directory over several reads of the kernel.
+  std::set<std::string> made;
+  for (int i = 0; i < 1500; ++i) {
+    const std::string name = std::to_string(i) + "-" + std::string(90 + i % 7, 'n');
+    Write("big/" + name);
+    made.insert("big/" + name);
+  }
+  MakeDir("big/sub");
+  const Dir big(Path("big"));
+  const auto listed = Relative(Files(big));
+  EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()), made);
+  EXPECT_EQ(listed.size(), made.size());  // each once
+  EXPECT_EQ(Relative(Dirs(big)), (Names{"big/sub"}));
+  // An abort far into the listing keeps what came before it.
+  int asked = 0;
+  boost::function<bool()> stopLate = [&] { return ++asked >= 1200; };
+  const auto some = Relative(Files(big, false, false, &stopLate));
+  EXPECT_EQ(asked, 1200);
+  EXPECT_GE(some.size(), 1199u);  // the subdirectory may be among the entries read
+  EXPECT_LE(some.size(), 1200u);
+  for (const auto& name : some) EXPECT_EQ(made.count(name), 1u) << name;
+  auto sorted = Relative(Files(big, false, false, nullptr, Descending()), false);
+  auto expected = std::vector<std::string>(made.rbegin(), made.rend());
+  EXPECT_EQ(sorted, expected);
+}
+
+TEST_F(DirIteratorTest, IteratorsLendThePathTheirValuesCarry) {
+  for (const char* name : {"sub/a\u00e9", "sub/b\u4e2d\u6587", "sub/c\U0001F600", "sub/deep/d"})
+    Write(name);
+  const Dir sub(Path("sub"));
+  std::set<UTF16String> viaFiles;
+  for (auto it = sub.BeginFiles(); it != Dir::EndFiles(); ++it) {
+    EXPECT_EQ(UTF16String(it.CurrentPath()), (*it).FullPath());
+    viaFiles.insert(UTF16String(it.CurrentPath()));
+  }
+  EXPECT_EQ(viaFiles, (std::set<UTF16String>{Path("sub/a\u00e9"), Path("sub/b\u4e2d\u6587"),
+                                             Path("sub/c\U0001F600")}));
+  auto dirs = sub.BeginSubdirs();
+  ASSERT_NE(dirs, Dir::EndSubdirs());
+  EXPECT_EQ(UTF16String(dirs.CurrentPath()), Path("sub/deep"));
+  EXPECT_EQ((*dirs).FullPath(), Path("sub/deep"));
+  ++dirs;
+  EXPECT_TRUE(dirs.CurrentPath().empty());
+  EXPECT_TRUE(Dir::EndFiles().CurrentPath().empty());
+  EXPECT_TRUE(Dir::FileIterator().CurrentPath().empty());
+
+  std::size_t walked = 0;
+  RecursiveFileIterator it(Dir(Path()), false);
+  for (; it != RecursiveFileIterator(); ++it, ++walked) {
+    EXPECT_EQ(UTF16String(it.CurrentPath()), (*it).FullPath());
+    EXPECT_EQ(UTF16String(it.CurrentPath()).rfind(it.CurrentDir().FullPath() + u"/", 0), 0u);
+  }
+  EXPECT_EQ(walked, 4u);
+  EXPECT_TRUE(it.CurrentPath().empty());
+  EXPECT_EQ((*it).FullPath(), u"");
+}
+
 TEST(Volumes, TheRootFileSystemIsAVolume) {
   std::set<UTF16String> volumes;
   for (auto it = Dir::BeginVolumes(); it != Dir::EndVolumes(); ++it) {
