@@ -257,17 +257,35 @@ int ListDirectoryBlocks(const std::string& path,
                         const std::function<bool(const DirEntry*, std::size_t)>& visit) {
   Fd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
   if (!fd.valid()) return LastError(path);
-  // One read takes in a directory of about a thousand entries.
+  // One read takes in a directory of about a thousand entries. The buffers
+  // stay with the thread for its next listing (fresh ones each time cost page
+  // faults); a listing started from inside `visit` makes its own.
   constexpr std::size_t kBufferSize = 64 * 1024;
-  const std::unique_ptr<char[]> buffer(new char[kBufferSize]);
-  std::vector<DirEntry> entries;
+  struct Buffers {
+    std::unique_ptr<char[]> bytes;
+    std::vector<DirEntry> entries;
+  };
+  thread_local std::unique_ptr<Buffers> spare;
+  std::unique_ptr<Buffers> buffers = std::move(spare);
+  if (!buffers) {
+    buffers = std::make_unique<Buffers>();
+    buffers->bytes.reset(new char[kBufferSize]);
+  }
+  struct GiveBack {
+    std::unique_ptr<Buffers>& buffers;
+    ~GiveBack() {
+      if (!spare) spare = std::move(buffers);
+    }
+  } giveBack{buffers};
+  char* const buffer = buffers->bytes.get();
+  std::vector<DirEntry>& entries = buffers->entries;
   for (;;) {
-    const ssize_t got = ::getdents64(fd.get(), buffer.get(), kBufferSize);
+    const ssize_t got = ::getdents64(fd.get(), buffer, kBufferSize);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;  // the end, or a failure part way, which ends the listing too
     entries.clear();
     for (ssize_t at = 0; at < got;) {
-      const auto* entry = reinterpret_cast<const struct dirent64*>(buffer.get() + at);
+      const auto* entry = reinterpret_cast<const struct dirent64*>(buffer + at);
       at += entry->d_reclen;
       const char* name = entry->d_name;
       if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;

@@ -249,7 +249,10 @@ TEST_F(DirIteratorTest, ListingsLargerThanOneReadAreWhole) {
 }
 
 TEST_F(DirIteratorTest, IteratorsLendThePathTheirValuesCarry) {
-  for (const char* name : {"sub/a\u00e9", "sub/b\u4e2d\u6587", "sub/c\U0001F600", "sub/deep/d"})
+  // Long plain runs before and after other characters, short names.
+  const std::string mixed = "sub/e-more-than-sixteen-plain\u00e9-then-sixteen-plain-again";
+  for (const std::string name :
+       {"sub/a\u00e9", "sub/b\u4e2d\u6587", "sub/c\U0001F600", "sub/deep/d", mixed.c_str()})
     Write(name);
   const Dir sub(Path("sub"));
   std::set<UTF16String> viaFiles;
@@ -258,7 +261,7 @@ TEST_F(DirIteratorTest, IteratorsLendThePathTheirValuesCarry) {
     viaFiles.insert(UTF16String(it.CurrentPath()));
   }
   EXPECT_EQ(viaFiles, (std::set<UTF16String>{Path("sub/a\u00e9"), Path("sub/b\u4e2d\u6587"),
-                                             Path("sub/c\U0001F600")}));
+                                             Path("sub/c\U0001F600"), Path(mixed)}));
   auto dirs = sub.BeginSubdirs();
   ASSERT_NE(dirs, Dir::EndSubdirs());
   EXPECT_EQ(UTF16String(dirs.CurrentPath()), Path("sub/deep"));
@@ -274,7 +277,7 @@ TEST_F(DirIteratorTest, IteratorsLendThePathTheirValuesCarry) {
     EXPECT_EQ(UTF16String(it.CurrentPath()), (*it).FullPath());
     EXPECT_EQ(UTF16String(it.CurrentPath()).rfind(it.CurrentDir().FullPath() + u"/", 0), 0u);
   }
-  EXPECT_EQ(walked, 4u);
+  EXPECT_EQ(walked, 5u);
   EXPECT_TRUE(it.CurrentPath().empty());
   EXPECT_EQ((*it).FullPath(), u"");
 }
