@@ -3,6 +3,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <memory>
 #include <set>
 
 #include "filesupport/internal/PathCodec.h"
@@ -19,7 +20,7 @@ class IteratorHelper::Entries {
   bool empty() const { return ends_.empty(); }
   PathView operator[](std::size_t index) const {
     const std::size_t begin = index == 0 ? 0 : ends_[index - 1];
-    return PathView(units_.data() + begin, ends_[index] - begin);
+    return PathView(units_.get() + begin, ends_[index] - begin);
   }
 
   // Room for `count` more entries of `units` units in all, so that a block
@@ -30,16 +31,22 @@ class IteratorHelper::Entries {
   }
   void Append(PathView path) {
     Grow(used_ + path.size());
-    std::copy(path.begin(), path.end(), units_.begin() + static_cast<std::ptrdiff_t>(used_));
+    std::copy(path.begin(), path.end(), units_.get() + used_);
     used_ += path.size();
     ends_.push_back(used_);
   }
   // `prefix` followed by the native name widened.
   void AppendJoined(PathView prefix, std::string_view name) {
     Grow(used_ + prefix.size() + name.size());
-    UTF16Char* to = std::copy(prefix.begin(), prefix.end(), units_.data() + used_);
-    used_ = static_cast<std::size_t>(to - units_.data()) + internal::WidenNative(name, to);
+    UTF16Char* to = std::copy(prefix.begin(), prefix.end(), units_.get() + used_);
+    used_ = static_cast<std::size_t>(to - units_.get()) + internal::WidenNative(name, to);
     ends_.push_back(used_);
+  }
+
+  // Empty again, keeping the room.
+  void Clear() {
+    used_ = 0;
+    ends_.clear();
   }
 
   void Sort(const PathCompare& compare) {
@@ -50,17 +57,23 @@ class IteratorHelper::Entries {
       paths.emplace_back(path.data(), path.size());
     }
     std::sort(paths.begin(), paths.end(), compare);
-    used_ = 0;
-    ends_.clear();
+    Clear();
     for (const auto& path : paths) Append(PathView(path.data(), path.size()));
   }
 
  private:
+  // Keeps what is used; the new room is left uninitialised.
   void Grow(std::size_t needed) {
-    if (needed > units_.size()) units_.resize(std::max(needed, 2 * units_.size()));
+    if (needed <= capacity_) return;
+    const std::size_t capacity = std::max(needed, 2 * capacity_);
+    std::unique_ptr<UTF16Char[]> units(new UTF16Char[capacity]);
+    std::copy(units_.get(), units_.get() + used_, units.get());
+    units_ = std::move(units);
+    capacity_ = capacity;
   }
 
-  std::vector<UTF16Char> units_;  // the first used_ of them hold paths
+  std::unique_ptr<UTF16Char[]> units_;  // the first used_ of them hold paths
+  std::size_t capacity_ = 0;
   std::size_t used_ = 0;
   std::vector<std::size_t> ends_;  // where each path ends in units_
 };
@@ -343,8 +356,16 @@ void RecursiveFileIterator::Enter(const Dir& dir) {
   files->resolveAliases_ = dirs->resolveAliases_ = resolveAliases_;
   dirs->wantDirs_ = true;
   files->compare_ = dirs->compare_ = compare_;
-  files->entries_ = boost::make_shared<IteratorHelper::Entries>();
-  dirs->entries_ = boost::make_shared<IteratorHelper::Entries>();
+  // Spent listings that nobody else holds are refilled instead of made anew.
+  // The spare may be shared with a copy of this iterator, and is then left to it.
+  auto spareOrNew = [this] {
+    boost::shared_ptr<IteratorHelper::Entries> entries = std::move(spare_);
+    if (entries.use_count() != 1) entries = boost::make_shared<IteratorHelper::Entries>();
+    return entries;
+  };
+  files->entries_ = Reclaim(files_.helper_.get());
+  if (!files->entries_) files->entries_ = spareOrNew();
+  dirs->entries_ = spareOrNew();
   // Links to directories are left out, so a cycle of links can't trap the walk.
   IteratorHelper::ReadInto(dir.Helper().Path(), resolveAliases_, true, &abortCheck_, false,
                            files->entries_.get(), dirs->entries_.get());
@@ -352,6 +373,15 @@ void RecursiveFileIterator::Enter(const Dir& dir) {
   dirs->Finish();
   files_ = std::move(filesIt);
   stack_.emplace_back(std::move(dirsIt), Dir::EndSubdirs());
+}
+
+boost::shared_ptr<IteratorHelper::Entries> RecursiveFileIterator::Reclaim(IteratorHelper* helper) {
+  boost::shared_ptr<IteratorHelper::Entries> entries;
+  if (helper == nullptr || !helper->entries_ || helper->entries_.use_count() != 1) return entries;
+  entries = std::move(helper->entries_);
+  helper->atEnd_ = true;
+  entries->Clear();
+  return entries;
 }
 
 void RecursiveFileIterator::Step() {
@@ -369,6 +399,7 @@ void RecursiveFileIterator::Step() {
       Enter(current_);
       found = files_ != filesEnd_;  // a new directory stands on its first file
     } else {
+      if (!spare_) spare_ = Reclaim(stack_.back().first.helper_.get());
       stack_.pop_back();
     }
   }

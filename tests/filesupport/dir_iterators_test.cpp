@@ -186,6 +186,38 @@ TEST_F(DirIteratorTest, RecursiveWalkVisitsFilesBeforeSubdirectories) {
   EXPECT_EQ(Relative(resumed, false), (Names{"c/d/d1"}));  // goes on behind c's files
 }
 
+TEST_F(DirIteratorTest, CopiesOfARecursiveWalkGoOnIndependently) {
+  for (const char* name :
+       {"f0", "a/f1", "a/b/f2", "a/b/c/f3", "a/d/f4", "e/f5", "e/g/f6", "e/h/f7", "i/f8"})
+    Write(name);
+  MakeDir("a/empty");
+  std::vector<UTF16String> whole;
+  for (RecursiveFileIterator it(Dir(Path()), false); it != RecursiveFileIterator(); ++it)
+    whole.push_back((*it).FullPath());
+  ASSERT_EQ(whole.size(), 9u);
+  // Copy at every position, then step the two at different paces: each must
+  // see the rest of the walk, whatever the other did with what they shared.
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    RecursiveFileIterator first(Dir(Path()), false);
+    for (std::size_t i = 0; i < at; ++i) ++first;
+    RecursiveFileIterator second = first;
+    std::vector<UTF16String> seenFirst, seenSecond;
+    while (first != RecursiveFileIterator() || second != RecursiveFileIterator()) {
+      for (int twice = 0; twice < 2 && first != RecursiveFileIterator(); ++twice)
+        seenFirst.push_back(UTF16String((first++).CurrentPath()));
+      if (second != RecursiveFileIterator()) {
+        seenSecond.push_back((*second).FullPath());
+        ++second;
+      }
+      ASSERT_LE(seenSecond.size(), whole.size());
+    }
+    const std::vector<UTF16String> rest(whole.begin() + static_cast<std::ptrdiff_t>(at),
+                                        whole.end());
+    EXPECT_EQ(seenFirst, rest) << at;
+    EXPECT_EQ(seenSecond, rest) << at;
+  }
+}
+
 TEST_F(DirIteratorTest, RecursiveWalkEndsAtOnceWithoutFilesAndNeverLoops) {
   MakeDir("x/y/z");
   EXPECT_EQ(RecursiveFileIterator(Dir(Path()), false), RecursiveFileIterator());

@@ -91,6 +91,9 @@ class TVXCORE_EXPORT RecursiveFileIterator {
  private:
   // Lists the files and the subdirectories of `dir` in one pass.
   void Enter(const Dir& dir);
+  // The listing of `helper`, when nobody else holds it, emptied for reuse;
+  // the helper is left at its end.
+  static boost::shared_ptr<IteratorHelper::Entries> Reclaim(IteratorHelper* helper);
   void Step();
 
   bool finished_ = true;
@@ -101,6 +104,8 @@ class TVXCORE_EXPORT RecursiveFileIterator {
   Dir current_;
   boost::function<bool()> abortCheck_;
   PathComparePtr compare_;
+  // A spent listing of subdirectories, kept to be refilled.
+  boost::shared_ptr<IteratorHelper::Entries> spare_;
 };
 
 }  // namespace tvxcore::filesupport

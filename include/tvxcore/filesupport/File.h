@@ -20,6 +20,7 @@ namespace tvxcore::filesupport {
 
 class Dir;
 class IteratorHelper;
+class RecursiveFileIterator;
 
 // Which size File::Size() reports. The first group all answer the size of the
 // file's data; the other values answer 0.
@@ -221,6 +222,7 @@ class TVXCORE_EXPORT Dir::DirIterator {
   PathView CurrentPath() const;
 
  private:
+  friend class RecursiveFileIterator;  // refills spent listings
   std::unique_ptr<IteratorHelper> helper_;
 };
 
@@ -244,6 +246,7 @@ class TVXCORE_EXPORT Dir::FileIterator {
   PathView CurrentPath() const;
 
  private:
+  friend class RecursiveFileIterator;  // refills spent listings
   std::unique_ptr<IteratorHelper> helper_;
 };
 
