@@ -3,6 +3,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <memory>
 #include <set>
 
 #include "filesupport/internal/PathCodec.h"
@@ -10,13 +11,80 @@
 #include "tvxcore/utility/FileUtils.h"
 
 namespace tvxcore::filesupport {
+
+// Full paths back to back in one buffer, so that a listing costs no heap
+// string per entry. Built once, then shared read-only.
+class IteratorHelper::Entries {
+ public:
+  std::size_t size() const { return ends_.size(); }
+  bool empty() const { return ends_.empty(); }
+  PathView operator[](std::size_t index) const {
+    const std::size_t begin = index == 0 ? 0 : ends_[index - 1];
+    return PathView(units_.get() + begin, ends_[index] - begin);
+  }
+
+  // Room for `count` more entries of `units` units in all, so that a block
+  // of a directory is taken in without growing the buffer.
+  void Reserve(std::size_t count, std::size_t units) {
+    Grow(used_ + units);
+    ends_.reserve(ends_.size() + count);
+  }
+  void Append(PathView path) {
+    Grow(used_ + path.size());
+    std::copy(path.begin(), path.end(), units_.get() + used_);
+    used_ += path.size();
+    ends_.push_back(used_);
+  }
+  // `prefix` followed by the native name widened.
+  void AppendJoined(PathView prefix, std::string_view name) {
+    Grow(used_ + prefix.size() + name.size());
+    UTF16Char* to = std::copy(prefix.begin(), prefix.end(), units_.get() + used_);
+    used_ = static_cast<std::size_t>(to - units_.get()) + internal::WidenNative(name, to);
+    ends_.push_back(used_);
+  }
+
+  // Empty again, keeping the room.
+  void Clear() {
+    used_ = 0;
+    ends_.clear();
+  }
+
+  void Sort(const PathCompare& compare) {
+    std::vector<UTF16String> paths;
+    paths.reserve(size());
+    for (std::size_t i = 0; i < size(); ++i) {
+      const PathView path = (*this)[i];
+      paths.emplace_back(path.data(), path.size());
+    }
+    std::sort(paths.begin(), paths.end(), compare);
+    Clear();
+    for (const auto& path : paths) Append(PathView(path.data(), path.size()));
+  }
+
+ private:
+  // Keeps what is used; the new room is left uninitialised.
+  void Grow(std::size_t needed) {
+    if (needed <= capacity_) return;
+    const std::size_t capacity = std::max(needed, 2 * capacity_);
+    std::unique_ptr<UTF16Char[]> units(new UTF16Char[capacity]);
+    std::copy(units_.get(), units_.get() + used_, units.get());
+    units_ = std::move(units);
+    capacity_ = capacity;
+  }
+
+  std::unique_ptr<UTF16Char[]> units_;  // the first used_ of them hold paths
+  std::size_t capacity_ = 0;
+  std::size_t used_ = 0;
+  std::vector<std::size_t> ends_;  // where each path ends in units_
+};
+
 namespace {
 
 bool EndsWithLnk(std::string_view name) {
   return name.size() >= 4 && name.substr(name.size() - 4) == ".lnk";
 }
 
-const UTF16String kNoEntry;
+PathView ViewOf(const UTF16String& text) { return PathView(text.data(), text.size()); }
 
 }  // namespace
 
@@ -46,20 +114,24 @@ void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool
   std::string native;
   if (!internal::ToNative(path, native)) return;
   const bool checkAbort = abortCheck != nullptr && !abortCheck->empty();
-  UTF16String prefix = path;
-  if (prefix.empty() || prefix.back() != u'/') prefix.push_back(u'/');
-  platform::ListDirectory(native, [&](const platform::DirEntry& entry) {
-    bool isDir = entry.isDirectory;
-    Entries* into = isDir ? dirs : files;
-    const bool alias = resolveAliases && !isDir && EndsWithLnk(entry.name);
-    if (isDir && entry.isSymlink && skipLinkedDirs) into = nullptr;
-    if (into != nullptr || alias) {
-      UTF16String full;
-      full.reserve(prefix.size() + entry.name.size());
-      full = prefix;
-      internal::AppendFromNative(entry.name, full);
-      bool keep = true;
-      if (alias) {
+  UTF16String prefixText = path;
+  if (prefixText.empty() || prefixText.back() != u'/') prefixText.push_back(u'/');
+  const PathView prefix = ViewOf(prefixText);
+  // Most entries of a block usually go to one side: room is made there.
+  Entries* mostly = files != nullptr ? files : dirs;
+  platform::ListDirectoryBlocks(native, [&](const platform::DirEntry* block, std::size_t count) {
+    std::size_t nameUnits = 0;
+    for (std::size_t i = 0; i < count; ++i) nameUnits += block[i].name.size();
+    if (mostly != nullptr) mostly->Reserve(count, count * prefix.size() + nameUnits);
+    for (std::size_t i = 0; i < count; ++i) {
+      const platform::DirEntry& entry = block[i];
+      bool isDir = entry.isDirectory;
+      Entries* into = isDir ? dirs : files;
+      if (isDir && entry.isSymlink && skipLinkedDirs) into = nullptr;
+      if (resolveAliases && !isDir && EndsWithLnk(entry.name)) {
+        UTF16String full = prefixText;
+        internal::AppendFromNative(entry.name, full);
+        bool keep = true;
         UTF16String target = full;
         bool targetIsDir = false;
         const long result = utility::FileUtils::ResolveIT(target, targetIsDir);
@@ -72,16 +144,19 @@ void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool
           isDir = targetIsDir;
         }
         into = isDir ? dirs : files;
+        if (keep && into != nullptr) into->Append(ViewOf(full));
+      } else if (into != nullptr) {
+        into->AppendJoined(prefix, entry.name);
       }
-      if (keep && into != nullptr) into->push_back(std::move(full));
+      if (checkAbort && (*abortCheck)()) return false;
     }
-    return !(checkAbort && (*abortCheck)());
+    return true;
   });
 }
 
 void IteratorHelper::Finish() {
   atEnd_ = entries_->empty();
-  if (!atEnd_ && compare_) std::sort(entries_->begin(), entries_->end(), *compare_);
+  if (!atEnd_ && compare_) entries_->Sort(*compare_);
 }
 
 IteratorHelper* IteratorHelper::Volumes(PathComparePtr compare) {
@@ -105,15 +180,15 @@ IteratorHelper* IteratorHelper::Volumes(PathComparePtr compare) {
     if (platform::GetAttributes(mount.path, attributes) != 0 || !attributes.isDirectory ||
         !seen.insert(mount.path).second)
       continue;
-    helper->entries_->push_back(DirHelper(internal::FromNative(mount.path)).Path());
+    helper->entries_->Append(ViewOf(DirHelper(internal::FromNative(mount.path)).Path()));
   }
   helper->Finish();
   return helper;
 }
 
-const UTF16String& IteratorHelper::Current() const {
+PathView IteratorHelper::Current() const {
   if (atEnd_ || !entries_ || index_ < 0 || static_cast<std::size_t>(index_) >= entries_->size())
-    return kNoEntry;
+    return PathView();
   return (*entries_)[static_cast<std::size_t>(index_)];
 }
 
@@ -168,6 +243,8 @@ Dir::DirIterator& Dir::DirIterator::operator=(const DirIterator& other) {
   if (this != &other) helper_.reset(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr);
   return *this;
 }
+Dir::DirIterator::DirIterator(DirIterator&& other) noexcept = default;
+Dir::DirIterator& Dir::DirIterator::operator=(DirIterator&& other) noexcept = default;
 Dir::DirIterator::~DirIterator() = default;
 bool Dir::DirIterator::operator==(const DirIterator& other) const {
   return HelpersEqual(helper_, other.helper_);
@@ -183,8 +260,11 @@ Dir::DirIterator Dir::DirIterator::operator++(int) {
 }
 // Entries are in normal form already.
 Dir Dir::DirIterator::operator*() const {
-  return helper_ ? Dir(DirHelper(helper_->Current(), FileHelper::NormalPath())) : Dir();
+  if (!helper_) return Dir();
+  const PathView path = helper_->Current();
+  return Dir(DirHelper(UTF16String(path.data(), path.size()), FileHelper::NormalPath()));
 }
+PathView Dir::DirIterator::CurrentPath() const { return helper_ ? helper_->Current() : PathView(); }
 
 Dir::FileIterator::FileIterator() = default;
 Dir::FileIterator::FileIterator(IteratorHelper* helper) : helper_(helper) {}
@@ -194,6 +274,8 @@ Dir::FileIterator& Dir::FileIterator::operator=(const FileIterator& other) {
   if (this != &other) helper_.reset(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr);
   return *this;
 }
+Dir::FileIterator::FileIterator(FileIterator&& other) noexcept = default;
+Dir::FileIterator& Dir::FileIterator::operator=(FileIterator&& other) noexcept = default;
 Dir::FileIterator::~FileIterator() = default;
 bool Dir::FileIterator::operator==(const FileIterator& other) const {
   return HelpersEqual(helper_, other.helper_);
@@ -208,7 +290,12 @@ Dir::FileIterator Dir::FileIterator::operator++(int) {
   return before;
 }
 File Dir::FileIterator::operator*() const {
-  return helper_ ? File(FileHelper(helper_->Current(), FileHelper::NormalPath())) : File();
+  if (!helper_) return File();
+  const PathView path = helper_->Current();
+  return File(FileHelper(UTF16String(path.data(), path.size()), FileHelper::NormalPath()));
+}
+PathView Dir::FileIterator::CurrentPath() const {
+  return helper_ ? helper_->Current() : PathView();
 }
 
 // --- RecursiveFileIterator ---
@@ -269,15 +356,32 @@ void RecursiveFileIterator::Enter(const Dir& dir) {
   files->resolveAliases_ = dirs->resolveAliases_ = resolveAliases_;
   dirs->wantDirs_ = true;
   files->compare_ = dirs->compare_ = compare_;
-  files->entries_ = boost::make_shared<IteratorHelper::Entries>();
-  dirs->entries_ = boost::make_shared<IteratorHelper::Entries>();
+  // Spent listings that nobody else holds are refilled instead of made anew.
+  // The spare may be shared with a copy of this iterator, and is then left to it.
+  auto spareOrNew = [this] {
+    boost::shared_ptr<IteratorHelper::Entries> entries = std::move(spare_);
+    if (entries.use_count() != 1) entries = boost::make_shared<IteratorHelper::Entries>();
+    return entries;
+  };
+  files->entries_ = Reclaim(files_.helper_.get());
+  if (!files->entries_) files->entries_ = spareOrNew();
+  dirs->entries_ = spareOrNew();
   // Links to directories are left out, so a cycle of links can't trap the walk.
-  IteratorHelper::ReadInto(dir.FullPath(), resolveAliases_, true, &abortCheck_, false,
+  IteratorHelper::ReadInto(dir.Helper().Path(), resolveAliases_, true, &abortCheck_, false,
                            files->entries_.get(), dirs->entries_.get());
   files->Finish();
   dirs->Finish();
-  files_ = filesIt;
-  stack_.emplace_back(dirsIt, Dir::EndSubdirs());
+  files_ = std::move(filesIt);
+  stack_.emplace_back(std::move(dirsIt), Dir::EndSubdirs());
+}
+
+boost::shared_ptr<IteratorHelper::Entries> RecursiveFileIterator::Reclaim(IteratorHelper* helper) {
+  boost::shared_ptr<IteratorHelper::Entries> entries;
+  if (helper == nullptr || !helper->entries_ || helper->entries_.use_count() != 1) return entries;
+  entries = std::move(helper->entries_);
+  helper->atEnd_ = true;
+  entries->Clear();
+  return entries;
 }
 
 void RecursiveFileIterator::Step() {
@@ -295,17 +399,21 @@ void RecursiveFileIterator::Step() {
       Enter(current_);
       found = files_ != filesEnd_;  // a new directory stands on its first file
     } else {
+      if (!spare_) spare_ = Reclaim(stack_.back().first.helper_.get());
       stack_.pop_back();
     }
   }
 }
 
 File RecursiveFileIterator::operator*() const { return finished_ ? File() : *files_; }
+PathView RecursiveFileIterator::CurrentPath() const {
+  return finished_ ? PathView() : files_.CurrentPath();
+}
 Dir RecursiveFileIterator::CurrentDir() const { return current_; }
 
 bool RecursiveFileIterator::operator==(const RecursiveFileIterator& other) const {
   if (finished_ || other.finished_) return finished_ && other.finished_;
-  return files_ == other.files_ && current_.FullPath() == other.current_.FullPath();
+  return files_ == other.files_ && current_.Helper().Path() == other.current_.Helper().Path();
 }
 
 RecursiveFileIterator& RecursiveFileIterator::operator++() {

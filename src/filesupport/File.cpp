@@ -101,10 +101,13 @@ DirHelper::DirHelper(const std::string& path)
 
 // --- File ---
 
-File::File() : helper_(std::make_unique<FileHelper>()) {}
+// An empty File or Dir has no helper until it needs one: end iterators and
+// default members make them often.
+File::File() = default;
 File::File(const FileHelper& helper) : helper_(std::make_unique<FileHelper>(helper)) {}
 File::File(FileHelper&& helper) : helper_(std::make_unique<FileHelper>(std::move(helper))) {}
-File::File(const File& other) : helper_(std::make_unique<FileHelper>(*other.helper_)) {}
+File::File(const File& other)
+    : helper_(other.helper_ ? std::make_unique<FileHelper>(*other.helper_) : nullptr) {}
 File::File(File&& other) noexcept : helper_(std::move(other.helper_)) {}
 File::File(const UTF16String& path) : helper_(std::make_unique<FileHelper>(path)) {}
 File::File(const Dir& dir, const UTF16String& name)
@@ -117,7 +120,13 @@ File::File(const Dir& dir, const UTF16String& name, bool resolveAlias) : File(di
 File::~File() = default;
 
 File& File::operator=(const File& other) {
-  if (this != &other) helper_ = std::make_unique<FileHelper>(other.Helper());
+  if (this == &other) return *this;
+  if (!other.helper_)
+    helper_.reset();
+  else if (helper_)
+    *helper_ = *other.helper_;
+  else
+    helper_ = std::make_unique<FileHelper>(*other.helper_);
   return *this;
 }
 File& File::operator=(File&& other) noexcept {
@@ -170,7 +179,7 @@ void File::Rename(const UTF16String& newName) {
                         ? platform::MovePath(from, to)
                         : static_cast<int>(platform::kErrorInvalidName);
   if (error != 0) throw rename_file(*this, newName);
-  *helper_ = FileHelper(target);
+  Helper() = FileHelper(target);
 }
 
 boost::posix_time::ptime File::Modified() const {
@@ -224,10 +233,11 @@ bool File::operator==(const File& other) const {
 
 // --- Dir ---
 
-Dir::Dir() : helper_(std::make_unique<DirHelper>()) {}
+Dir::Dir() = default;
 Dir::Dir(const DirHelper& helper) : helper_(std::make_unique<DirHelper>(helper)) {}
 Dir::Dir(DirHelper&& helper) : helper_(std::make_unique<DirHelper>(std::move(helper))) {}
-Dir::Dir(const Dir& other) : helper_(std::make_unique<DirHelper>(other.Helper())) {}
+Dir::Dir(const Dir& other)
+    : helper_(other.helper_ ? std::make_unique<DirHelper>(*other.helper_) : nullptr) {}
 Dir::Dir(Dir&& other) noexcept : helper_(std::move(other.helper_)) {}
 Dir::Dir(const UTF16String& path) : helper_(std::make_unique<DirHelper>(path)) {}
 Dir::Dir(const Dir& dir, const UTF16String& name)
@@ -241,7 +251,13 @@ Dir::Dir(const Dir& dir, const UTF16String& name, bool resolveAlias) : Dir(dir, 
 Dir::~Dir() = default;
 
 Dir& Dir::operator=(const Dir& other) {
-  if (this != &other) helper_ = std::make_unique<DirHelper>(other.Helper());
+  if (this == &other) return *this;
+  if (!other.helper_)
+    helper_.reset();
+  else if (helper_)
+    *helper_ = *other.helper_;
+  else
+    helper_ = std::make_unique<DirHelper>(*other.helper_);
   return *this;
 }
 Dir& Dir::operator=(Dir&& other) noexcept {
@@ -295,7 +311,7 @@ void Dir::Rename(const UTF16String& newName) {
                         : static_cast<int>(platform::kErrorInvalidName);
   if (error == platform::kErrorAlreadyExists) throw rename_dir_already_exists(*this, newName);
   if (error != 0) throw rename_dir(*this, newName);
-  *helper_ = DirHelper(target);
+  helper_ = std::make_unique<DirHelper>(target);
 }
 
 boost::posix_time::ptime Dir::Modified() const {

@@ -1,37 +1,47 @@
 #include "filesupport/internal/PathCodec.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace tvxcore::filesupport::internal {
 
 bool ToNative(const UTF16String& path, std::string& out) {
-  out.clear();
-  out.reserve(path.size());
+  // No unit takes more than three bytes (a pair takes four for two).
   const std::size_t n = path.size();
+  out.resize(3 * n);
+  char* to = out.data();
+  auto put = [&to](std::uint32_t byte) { *to++ = static_cast<char>(byte); };
   for (std::size_t i = 0; i < n; ++i) {
     std::uint32_t c = path[i];
-    if (c == 0) return false;
+    if (c == 0) {
+      out.clear();
+      return false;
+    }
     if (c < 0x80) {
-      out.push_back(static_cast<char>(c));
+      put(c);
       continue;
     }
     if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && path[i + 1] >= 0xDC00 && path[i + 1] <= 0xDFFF) {
       c = 0x10000 + ((c - 0xD800) << 10) + (path[i + 1] - 0xDC00u);
       ++i;
     } else if (c >= 0xDC80 && c <= 0xDCFF) {
-      out.push_back(static_cast<char>(c - 0xDC00));  // an escaped raw byte
+      put(c - 0xDC00);  // an escaped raw byte
       continue;
     }
     if (c < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      put(0xC0 | (c >> 6));
     } else if (c < 0x10000) {
-      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      put(0xE0 | (c >> 12));
+      put(0x80 | ((c >> 6) & 0x3F));
     } else {
-      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      put(0xF0 | (c >> 18));
+      put(0x80 | ((c >> 12) & 0x3F));
+      put(0x80 | ((c >> 6) & 0x3F));
     }
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    put(0x80 | (c & 0x3F));
   }
+  out.resize(static_cast<std::size_t>(to - out.data()));
   return true;
 }
 
@@ -48,28 +58,40 @@ UTF16String FromNative(std::string_view bytes) {
 }
 
 void AppendFromNative(std::string_view bytes, UTF16String& out) {
-  out.reserve(out.size() + bytes.size());
+  const std::size_t at = out.size();
+  out.resize(at + bytes.size());
+  out.resize(at + WidenNative(bytes, out.data() + at));
+}
+
+std::size_t WidenNative(std::string_view bytes, UTF16Char* out) {
+  UTF16Char* const first = out;
   const std::size_t n = bytes.size();
   auto cont = [&](std::size_t i) {
     return i < n && (static_cast<unsigned char>(bytes[i]) & 0xC0) == 0x80;
   };
   for (std::size_t i = 0; i < n;) {
+#if defined(__SSE2__)
+    // The common case, plain ASCII, sixteen bytes at a time.
+    while (i + 16 <= n) {
+      const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data() + i));
+      if (_mm_movemask_epi8(chunk) != 0) break;
+      const __m128i zero = _mm_setzero_si128();
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(chunk, zero));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(chunk, zero));
+      out += 16;
+      i += 16;
+    }
+    if (i == n) break;
+#endif
     const unsigned char b = static_cast<unsigned char>(bytes[i]);
-    if (b < 0x80) {  // the common case: widen a run of ASCII at once
-      std::size_t end = i + 1;
-      while (end < n && static_cast<unsigned char>(bytes[end]) < 0x80) ++end;
-      const std::size_t at = out.size();
-      out.resize(at + (end - i));
-      UTF16Char* to = out.data() + at;
-      for (; i < end; ++i) *to++ = static_cast<unsigned char>(bytes[i]);
+    if (b < 0x80) {
+      *out++ = b;
+      ++i;
       continue;
     }
     std::uint32_t c = 0;
     std::size_t len = 0;
-    if (b < 0x80) {
-      c = b;
-      len = 1;
-    } else if (b >= 0xC2 && b <= 0xDF && cont(i + 1)) {
+    if (b >= 0xC2 && b <= 0xDF && cont(i + 1)) {
       c = ((b & 0x1Fu) << 6) | (bytes[i + 1] & 0x3F);
       len = 2;
     } else if (b >= 0xE0 && b <= 0xEF && cont(i + 1) && cont(i + 2)) {
@@ -84,19 +106,20 @@ void AppendFromNative(std::string_view bytes, UTF16String& out) {
     // surrogate could pair with an escaped byte and not read back the same.
     if (len == 3 && c >= 0xD800 && c <= 0xDFFF) len = 0;
     if (len == 0) {
-      out.push_back(static_cast<UTF16Char>(0xDC00 + b));
+      *out++ = static_cast<UTF16Char>(0xDC00 + b);
       ++i;
       continue;
     }
-    if (c >= 0x10000) {
+    if (c >= 0x10000) {  // four bytes give two units
       c -= 0x10000;
-      out.push_back(static_cast<UTF16Char>(0xD800 + (c >> 10)));
-      out.push_back(static_cast<UTF16Char>(0xDC00 + (c & 0x3FF)));
+      *out++ = static_cast<UTF16Char>(0xD800 + (c >> 10));
+      *out++ = static_cast<UTF16Char>(0xDC00 + (c & 0x3FF));
     } else {
-      out.push_back(static_cast<UTF16Char>(c));
+      *out++ = static_cast<UTF16Char>(c);
     }
     i += len;
   }
+  return static_cast<std::size_t>(out - first);
 }
 
 }  // namespace tvxcore::filesupport::internal

@@ -98,6 +98,11 @@ struct DirEntry {
 // Calls `visit` for every entry but "." and ".."; a false result stops the
 // listing. The return is the error of opening the directory.
 int ListDirectory(const std::string& path, const std::function<bool(const DirEntry&)>& visit);
+// The same, a block of entries at a time as the kernel hands them out (large
+// reads, one call per block). The entries and their names live until `visit`
+// returns.
+int ListDirectoryBlocks(const std::string& path,
+                        const std::function<bool(const DirEntry*, std::size_t)>& visit);
 
 // A mounted file system from /proc/self/mountinfo.
 struct MountPoint {

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "platform/FileSystem.h"
@@ -252,32 +253,69 @@ int GetFileSize(const std::string& path, std::uint64_t& outSize) {
   return kErrorSuccess;
 }
 
-int ListDirectory(const std::string& path, const std::function<bool(const DirEntry&)>& visit) {
-  DIR* dir = ::opendir(path.c_str());
-  if (dir == nullptr) return LastError(path);
-  const int dirFd = ::dirfd(dir);
-  while (struct dirent* entry = ::readdir(dir)) {
-    const char* name = entry->d_name;
-    if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
-    DirEntry out;
-    out.name = name;
-    unsigned char type = entry->d_type;
-    if (type == DT_UNKNOWN) {
-      struct stat st;
-      if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) == 0)
-        type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : DT_REG;
-    }
-    if (type == DT_LNK) {
-      out.isSymlink = true;
-      struct stat st;
-      out.isDirectory = ::fstatat(dirFd, name, &st, 0) == 0 && S_ISDIR(st.st_mode);
-    } else {
-      out.isDirectory = type == DT_DIR;
-    }
-    if (!visit(out)) break;
+int ListDirectoryBlocks(const std::string& path,
+                        const std::function<bool(const DirEntry*, std::size_t)>& visit) {
+  Fd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.valid()) return LastError(path);
+  // One read takes in a directory of about a thousand entries. The buffers
+  // stay with the thread for its next listing (fresh ones each time cost page
+  // faults); a listing started from inside `visit` makes its own.
+  constexpr std::size_t kBufferSize = 64 * 1024;
+  struct Buffers {
+    std::unique_ptr<char[]> bytes;
+    std::vector<DirEntry> entries;
+  };
+  thread_local std::unique_ptr<Buffers> spare;
+  std::unique_ptr<Buffers> buffers = std::move(spare);
+  if (!buffers) {
+    buffers = std::make_unique<Buffers>();
+    buffers->bytes.reset(new char[kBufferSize]);
   }
-  ::closedir(dir);
+  struct GiveBack {
+    std::unique_ptr<Buffers>& buffers;
+    ~GiveBack() {
+      if (!spare) spare = std::move(buffers);
+    }
+  } giveBack{buffers};
+  char* const buffer = buffers->bytes.get();
+  std::vector<DirEntry>& entries = buffers->entries;
+  for (;;) {
+    const ssize_t got = ::getdents64(fd.get(), buffer, kBufferSize);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;  // the end, or a failure part way, which ends the listing too
+    entries.clear();
+    for (ssize_t at = 0; at < got;) {
+      const auto* entry = reinterpret_cast<const struct dirent64*>(buffer + at);
+      at += entry->d_reclen;
+      const char* name = entry->d_name;
+      if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
+      DirEntry& out = entries.emplace_back();
+      out.name = std::string_view(name, std::strlen(name));
+      unsigned char type = entry->d_type;
+      if (type == DT_UNKNOWN) {
+        struct stat st;
+        if (::fstatat(fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) == 0)
+          type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISLNK(st.st_mode) ? DT_LNK : DT_REG;
+      }
+      if (type == DT_LNK) {
+        out.isSymlink = true;
+        struct stat st;
+        out.isDirectory = ::fstatat(fd.get(), name, &st, 0) == 0 && S_ISDIR(st.st_mode);
+      } else {
+        out.isDirectory = type == DT_DIR;
+      }
+    }
+    if (!entries.empty() && !visit(entries.data(), entries.size())) break;
+  }
   return kErrorSuccess;
+}
+
+int ListDirectory(const std::string& path, const std::function<bool(const DirEntry&)>& visit) {
+  return ListDirectoryBlocks(path, [&](const DirEntry* entries, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i)
+      if (!visit(entries[i])) return false;
+    return true;
+  });
 }
 
 std::vector<MountPoint> ReadMounts() {

@@ -186,6 +186,38 @@ TEST_F(DirIteratorTest, RecursiveWalkVisitsFilesBeforeSubdirectories) {
   EXPECT_EQ(Relative(resumed, false), (Names{"c/d/d1"}));  // goes on behind c's files
 }
 
+TEST_F(DirIteratorTest, CopiesOfARecursiveWalkGoOnIndependently) {
+  for (const char* name :
+       {"f0", "a/f1", "a/b/f2", "a/b/c/f3", "a/d/f4", "e/f5", "e/g/f6", "e/h/f7", "i/f8"})
+    Write(name);
+  MakeDir("a/empty");
+  std::vector<UTF16String> whole;
+  for (RecursiveFileIterator it(Dir(Path()), false); it != RecursiveFileIterator(); ++it)
+    whole.push_back((*it).FullPath());
+  ASSERT_EQ(whole.size(), 9u);
+  // Copy at every position, then step the two at different paces: each must
+  // see the rest of the walk, whatever the other did with what they shared.
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    RecursiveFileIterator first(Dir(Path()), false);
+    for (std::size_t i = 0; i < at; ++i) ++first;
+    RecursiveFileIterator second = first;
+    std::vector<UTF16String> seenFirst, seenSecond;
+    while (first != RecursiveFileIterator() || second != RecursiveFileIterator()) {
+      for (int twice = 0; twice < 2 && first != RecursiveFileIterator(); ++twice)
+        seenFirst.push_back(UTF16String((first++).CurrentPath()));
+      if (second != RecursiveFileIterator()) {
+        seenSecond.push_back((*second).FullPath());
+        ++second;
+      }
+      ASSERT_LE(seenSecond.size(), whole.size());
+    }
+    const std::vector<UTF16String> rest(whole.begin() + static_cast<std::ptrdiff_t>(at),
+                                        whole.end());
+    EXPECT_EQ(seenFirst, rest) << at;
+    EXPECT_EQ(seenSecond, rest) << at;
+  }
+}
+
 TEST_F(DirIteratorTest, RecursiveWalkEndsAtOnceWithoutFilesAndNeverLoops) {
   MakeDir("x/y/z");
   EXPECT_EQ(RecursiveFileIterator(Dir(Path()), false), RecursiveFileIterator());
@@ -219,6 +251,67 @@ TEST_F(DirIteratorTest, NamesThatAreNotUtf8AreListedAndUsable) {
   EXPECT_EQ(file.FullPathMultiByte(), Native(bad));
   file.Rename(u"good");
   EXPECT_TRUE(OnDisk("good"));
+}
+
+TEST_F(DirIteratorTest, ListingsLargerThanOneReadAreWhole) {
+  // Long names spread the directory over several reads of the kernel.
+  std::set<std::string> made;
+  for (int i = 0; i < 1500; ++i) {
+    const std::string name = std::to_string(i) + "-" + std::string(90 + i % 7, 'n');
+    Write("big/" + name);
+    made.insert("big/" + name);
+  }
+  MakeDir("big/sub");
+  const Dir big(Path("big"));
+  const auto listed = Relative(Files(big));
+  EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()), made);
+  EXPECT_EQ(listed.size(), made.size());  // each once
+  EXPECT_EQ(Relative(Dirs(big)), (Names{"big/sub"}));
+  // An abort far into the listing keeps what came before it.
+  int asked = 0;
+  boost::function<bool()> stopLate = [&] { return ++asked >= 1200; };
+  const auto some = Relative(Files(big, false, false, &stopLate));
+  EXPECT_EQ(asked, 1200);
+  EXPECT_GE(some.size(), 1199u);  // the subdirectory may be among the entries read
+  EXPECT_LE(some.size(), 1200u);
+  for (const auto& name : some) EXPECT_EQ(made.count(name), 1u) << name;
+  auto sorted = Relative(Files(big, false, false, nullptr, Descending()), false);
+  auto expected = std::vector<std::string>(made.rbegin(), made.rend());
+  EXPECT_EQ(sorted, expected);
+}
+
+TEST_F(DirIteratorTest, IteratorsLendThePathTheirValuesCarry) {
+  // Long plain runs before and after other characters, short names.
+  const std::string mixed = "sub/e-more-than-sixteen-plain\u00e9-then-sixteen-plain-again";
+  for (const std::string name :
+       {"sub/a\u00e9", "sub/b\u4e2d\u6587", "sub/c\U0001F600", "sub/deep/d", mixed.c_str()})
+    Write(name);
+  const Dir sub(Path("sub"));
+  std::set<UTF16String> viaFiles;
+  for (auto it = sub.BeginFiles(); it != Dir::EndFiles(); ++it) {
+    EXPECT_EQ(UTF16String(it.CurrentPath()), (*it).FullPath());
+    viaFiles.insert(UTF16String(it.CurrentPath()));
+  }
+  EXPECT_EQ(viaFiles, (std::set<UTF16String>{Path("sub/a\u00e9"), Path("sub/b\u4e2d\u6587"),
+                                             Path("sub/c\U0001F600"), Path(mixed)}));
+  auto dirs = sub.BeginSubdirs();
+  ASSERT_NE(dirs, Dir::EndSubdirs());
+  EXPECT_EQ(UTF16String(dirs.CurrentPath()), Path("sub/deep"));
+  EXPECT_EQ((*dirs).FullPath(), Path("sub/deep"));
+  ++dirs;
+  EXPECT_TRUE(dirs.CurrentPath().empty());
+  EXPECT_TRUE(Dir::EndFiles().CurrentPath().empty());
+  EXPECT_TRUE(Dir::FileIterator().CurrentPath().empty());
+
+  std::size_t walked = 0;
+  RecursiveFileIterator it(Dir(Path()), false);
+  for (; it != RecursiveFileIterator(); ++it, ++walked) {
+    EXPECT_EQ(UTF16String(it.CurrentPath()), (*it).FullPath());
+    EXPECT_EQ(UTF16String(it.CurrentPath()).rfind(it.CurrentDir().FullPath() + u"/", 0), 0u);
+  }
+  EXPECT_EQ(walked, 5u);
+  EXPECT_TRUE(it.CurrentPath().empty());
+  EXPECT_EQ((*it).FullPath(), u"");
 }
 
 TEST(Volumes, TheRootFileSystemIsAVolume) {

@@ -99,6 +99,31 @@ TEST(FilePath, CopiesAreIndependentValues) {
   Dir e(d);
   e = Dir(UTF16String(u"/y"));
   EXPECT_EQ(d.FullPath(), u"/x");
+
+  // Empty values copy, assign and take values like any other, both ways.
+  File empty;
+  File emptyCopy(empty);
+  EXPECT_EQ(emptyCopy.FullPath(), u"");
+  EXPECT_EQ(emptyCopy, File(UTF16String()));
+  emptyCopy = a;
+  EXPECT_EQ(emptyCopy.FullPath(), u"/one");
+  EXPECT_EQ(a.FullPath(), u"/one");
+  emptyCopy = empty;
+  EXPECT_EQ(emptyCopy.FullPath(), u"");
+  EXPECT_EQ(a.FullPath(), u"/one");
+  emptyCopy = emptyCopy;
+  EXPECT_EQ(emptyCopy.GetName(), u"");
+  emptyCopy.Helper() = FileHelper(UTF16String(u"/three"));
+  EXPECT_EQ(emptyCopy.FullPath(), u"/three");
+  EXPECT_EQ(empty.FullPath(), u"");
+  Dir emptyDir;
+  Dir emptyDirCopy(emptyDir);
+  EXPECT_EQ(emptyDirCopy.FullPath(), u"");
+  emptyDirCopy = d;
+  EXPECT_EQ(emptyDirCopy.FullPath(), u"/x");
+  e = emptyDir;
+  EXPECT_EQ(e.FullPath(), u"");
+  EXPECT_EQ(d.FullPath(), u"/x");
 }
 
 TEST_F(FileTest, CreateExistsSizeAndDelete) {

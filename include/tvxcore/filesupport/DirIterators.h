@@ -13,7 +13,6 @@
 // linked directory, so a link cycle can't make it loop.
 #pragma once
 
-#include <deque>
 #include <utility>
 #include <vector>
 
@@ -22,12 +21,13 @@
 
 namespace tvxcore::filesupport {
 
-// One position on a listing. Owned by its iterator; copies share the vector,
-// read-only, and move independently.
+// One position on a listing. Owned by its iterator; copies share the
+// snapshot, read-only, and move independently.
 class TVXCORE_EXPORT IteratorHelper
     : public utility::SmallBlockAllocator::Allocated<IteratorHelper> {
  public:
-  using Entries = std::vector<UTF16String>;
+  // The snapshot: the full paths, in order, back to back in one buffer.
+  class Entries;
 
   // An end position.
   IteratorHelper();
@@ -39,7 +39,8 @@ class TVXCORE_EXPORT IteratorHelper
   static IteratorHelper* Volumes(PathComparePtr compare);
 
   bool AtEnd() const { return atEnd_; }
-  const UTF16String& Current() const;
+  // The full path of the current entry; empty at the end.
+  PathView Current() const;
   void Advance();
   bool operator==(const IteratorHelper& other) const;
 
@@ -77,6 +78,9 @@ class TVXCORE_EXPORT RecursiveFileIterator {
                         PathComparePtr compare = PathComparePtr());
 
   File operator*() const;
+  // The full path of the current file, without making a File; empty at the
+  // end. It lives until the iterator next moves or is destroyed.
+  PathView CurrentPath() const;
   // The directory that holds the current file.
   Dir CurrentDir() const;
   bool operator==(const RecursiveFileIterator& other) const;
@@ -87,15 +91,21 @@ class TVXCORE_EXPORT RecursiveFileIterator {
  private:
   // Lists the files and the subdirectories of `dir` in one pass.
   void Enter(const Dir& dir);
+  // The listing of `helper`, when nobody else holds it, emptied for reuse;
+  // the helper is left at its end.
+  static boost::shared_ptr<IteratorHelper::Entries> Reclaim(IteratorHelper* helper);
   void Step();
 
   bool finished_ = true;
   bool resolveAliases_ = false;
   Dir::FileIterator files_, filesEnd_;
-  std::deque<std::pair<Dir::DirIterator, Dir::DirIterator>> stack_;
+  // The subdirectories still to enter, one level a pair; used as a stack.
+  std::vector<std::pair<Dir::DirIterator, Dir::DirIterator>> stack_;
   Dir current_;
   boost::function<bool()> abortCheck_;
   PathComparePtr compare_;
+  // A spent listing of subdirectories, kept to be refilled.
+  boost::shared_ptr<IteratorHelper::Entries> spare_;
 };
 
 }  // namespace tvxcore::filesupport

@@ -11,6 +11,7 @@
 #include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "tvxcore/Export.h"
 #include "tvxcore/utility/StringTypes.h"
@@ -19,6 +20,7 @@ namespace tvxcore::filesupport {
 
 class Dir;
 class IteratorHelper;
+class RecursiveFileIterator;
 
 // Which size File::Size() reports. The first group all answer the size of the
 // file's data; the other values answer 0.
@@ -34,6 +36,9 @@ enum FileSizeSelector : int {
 // The sort order of a listing: a strict "comes before" on full paths.
 using PathCompare = boost::function<bool(const UTF16String&, const UTF16String&)>;
 using PathComparePtr = boost::shared_ptr<PathCompare>;
+// A path borrowed from a listing, as its iterators hand it out without making
+// a File or Dir.
+using PathView = std::basic_string_view<UTF16Char>;
 
 // The path of a File in normal form: repeated "/" collapsed to one. Owned by
 // its File; a value.
@@ -202,7 +207,9 @@ class TVXCORE_EXPORT Dir::DirIterator {
   DirIterator();
   explicit DirIterator(IteratorHelper* helper);  // takes ownership
   DirIterator(const DirIterator& other);
+  DirIterator(DirIterator&& other) noexcept;
   DirIterator& operator=(const DirIterator& other);
+  DirIterator& operator=(DirIterator&& other) noexcept;
   ~DirIterator();
 
   bool operator==(const DirIterator& other) const;
@@ -210,8 +217,12 @@ class TVXCORE_EXPORT Dir::DirIterator {
   DirIterator& operator++();
   DirIterator operator++(int);
   Dir operator*() const;
+  // The path that operator* gives as a Dir, without making one; empty at the
+  // end. It lives as long as some iterator on the same listing does.
+  PathView CurrentPath() const;
 
  private:
+  friend class RecursiveFileIterator;  // refills spent listings
   std::unique_ptr<IteratorHelper> helper_;
 };
 
@@ -221,7 +232,9 @@ class TVXCORE_EXPORT Dir::FileIterator {
   FileIterator();
   explicit FileIterator(IteratorHelper* helper);  // takes ownership
   FileIterator(const FileIterator& other);
+  FileIterator(FileIterator&& other) noexcept;
   FileIterator& operator=(const FileIterator& other);
+  FileIterator& operator=(FileIterator&& other) noexcept;
   ~FileIterator();
 
   bool operator==(const FileIterator& other) const;
@@ -229,8 +242,11 @@ class TVXCORE_EXPORT Dir::FileIterator {
   FileIterator& operator++();
   FileIterator operator++(int);
   File operator*() const;
+  // As DirIterator::CurrentPath.
+  PathView CurrentPath() const;
 
  private:
+  friend class RecursiveFileIterator;  // refills spent listings
   std::unique_ptr<IteratorHelper> helper_;
 };
 

@@ -21,5 +21,9 @@ std::string ToNative(const UTF16String& path);
 UTF16String FromNative(std::string_view bytes);
 // FromNative(bytes) appended to `out`.
 void AppendFromNative(std::string_view bytes, UTF16String& out);
+// Decodes `bytes` as FromNative() does into `out`, which must have room for
+// bytes.size() units: a name never widens to more units than it has bytes.
+// Returns the number of units written.
+std::size_t WidenNative(std::string_view bytes, UTF16Char* out);
 
 }  // namespace tvxcore::filesupport::internal
