@@ -12,8 +12,9 @@ namespace {
 constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kHugePageSize = std::size_t{2} << 20;
 
-void* MapAnonymous(std::size_t size) noexcept {
-  void* p = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+void* MapAnonymous(std::size_t size, int extraFlags = 0) noexcept {
+  void* p = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | extraFlags,
+                   -1, 0);
   return p == MAP_FAILED ? nullptr : p;
 }
 
@@ -47,6 +48,11 @@ void* AllocatePages(std::size_t size) noexcept {
     if (void* p = MapHugeAligned(size)) return p;
   }
   return MapAnonymous(size);
+}
+
+void* AllocatePagesToFill(std::size_t size) noexcept {
+  if (size == 0 || size >= kHugePageSize) return AllocatePages(size);
+  return MapAnonymous(size, MAP_POPULATE);
 }
 
 void FreePages(void* pointer, std::size_t size) noexcept {

@@ -104,8 +104,12 @@ void* SmallBlockAllocator::Allocate(std::size_t size) {
   } else if (size == k66624) {
     p = g_manager66624->Allocate(size);
   } else {
-    // Oversized requests and the top chunks (932800) are never pooled.
-    p = platform::AllocatePages(size);
+    // Oversized requests and the top chunks (932800) are never pooled. An
+    // oversized block is wanted for its contents (a long string, a file's
+    // bytes), so its pages are committed at once; a top chunk is carved into
+    // 66624-byte blocks one at a time and keeps its pages until they are used.
+    p = size == kLargestChunkSize ? platform::AllocatePages(size)
+                                  : platform::AllocatePagesToFill(size);
   }
   if (p == nullptr) throw BadAllocation();
   return p;
