@@ -88,6 +88,19 @@ UTF16String ToLower(UTF16String text) {
   return text;
 }
 
+// Copy assignment of a value's helper: an empty value has none (so that it
+// costs no allocation), an existing helper is reused.
+template <typename Helper>
+void AssignHelper(std::unique_ptr<Helper>& to, const std::unique_ptr<Helper>& from) {
+  if (to == from) return;
+  if (!from)
+    to.reset();
+  else if (to)
+    *to = *from;
+  else
+    to = std::make_unique<Helper>(*from);
+}
+
 }  // namespace
 
 // --- helpers ---
@@ -120,13 +133,7 @@ File::File(const Dir& dir, const UTF16String& name, bool resolveAlias) : File(di
 File::~File() = default;
 
 File& File::operator=(const File& other) {
-  if (this == &other) return *this;
-  if (!other.helper_)
-    helper_.reset();
-  else if (helper_)
-    *helper_ = *other.helper_;
-  else
-    helper_ = std::make_unique<FileHelper>(*other.helper_);
+  AssignHelper(helper_, other.helper_);
   return *this;
 }
 File& File::operator=(File&& other) noexcept {
@@ -251,13 +258,7 @@ Dir::Dir(const Dir& dir, const UTF16String& name, bool resolveAlias) : Dir(dir, 
 Dir::~Dir() = default;
 
 Dir& Dir::operator=(const Dir& other) {
-  if (this == &other) return *this;
-  if (!other.helper_)
-    helper_.reset();
-  else if (helper_)
-    *helper_ = *other.helper_;
-  else
-    helper_ = std::make_unique<DirHelper>(*other.helper_);
+  AssignHelper(helper_, other.helper_);
   return *this;
 }
 Dir& Dir::operator=(Dir&& other) noexcept {
