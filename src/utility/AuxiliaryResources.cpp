@@ -2,15 +2,16 @@
 
 #include <string>
 
+#include "filesupport/internal/PathCodec.h"
 #include "platform/HostInfo.h"
-#include "tvxcore/utility/UnicodeConversion.h"
 
 namespace tvxcore::utility {
 
 UTF16String GetAuxiliaryResourcesPath(const void* inModuleAddress, const UTF16String& inName,
                                       const UTF16String& inFolder) {
-  const UTF8String folder8 = UTF16to8(inFolder);
-  const std::string folder(folder8.begin(), folder8.end());
+  // Paths go between UTF-16 and the kernel's bytes as every path of the
+  // library does, so that a folder whose name isn't UTF-8 is still found.
+  const std::string folder = filesupport::internal::ToNative(inFolder);
   const std::string moduleDirectory = platform::ModuleDirectoryOf(inModuleAddress);
   std::string candidates[3];
   int count = 0;
@@ -28,7 +29,7 @@ UTF16String GetAuxiliaryResourcesPath(const void* inModuleAddress, const UTF16St
       break;
     }
   }
-  UTF16String path = UTF8to16(UTF8String(chosen.begin(), chosen.end()));
+  UTF16String path = filesupport::internal::FromNative(chosen);
   path += u'/';
   path += inName;
   return path;

@@ -25,6 +25,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "filesupport/internal/PathCodec.h"
 #include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
@@ -352,12 +353,10 @@ class ExpatDocParser final : public AbstractDocParser {
   bool HasNamespaceSupport() const override { return true; }
 
   XMLParseStatus ParseDocument(const UTF16String& path) override {
+    // The kernel's bytes for the path, as every file of the library names
+    // them: a name that isn't UTF-8 comes back to the bytes it was listed from.
     std::string narrow;
-    {
-      UTF8String bytes;
-      internal::AppendUTF16AsUTF8(path.data(), path.size(), bytes);
-      narrow.assign(bytes.begin(), bytes.end());
-    }
+    if (!filesupport::internal::ToNative(path, narrow)) return kXMLParseStatus_Failure;
     std::ifstream file(narrow, std::ios::binary);
     if (!file) return kXMLParseStatus_Failure;
     Session session(Handler());

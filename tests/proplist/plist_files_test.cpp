@@ -128,6 +128,24 @@ TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
   EXPECT_TRUE(errors_.Reports().empty());
 }
 
+TEST_F(PropListFiles, ListsInDirectoriesWhoseNamesAreNotUTF8LoadBack) {
+  // A Latin-1 name, as old archives leave them: the path the library lists
+  // for it must serve for saving and for loading alike.
+  MakeDir("caf\xE9");
+  const filesupport::Dir root(Path());
+  const auto subdir = root.BeginSubdirs();
+  ASSERT_NE(subdir, filesupport::Dir::EndSubdirs());
+  const filesupport::File file(*subdir, U16(u"prefs.xml"));
+  const PropList sample = Sample();
+  utils::SavePropList(file.FullPath(), sample);
+  ASSERT_EQ(Read("caf\xE9/prefs.xml"), Text(sample));
+  PropList loaded;
+  utils::LoadPropList(file.FullPath(), loaded, true);
+  EXPECT_EQ(Text(loaded), Text(sample));
+  EXPECT_TRUE(errors_.Reports().empty());
+  EXPECT_EQ(Read("caf\xE9/prefs.xml"), Text(sample)) << "a good file is never put aside";
+}
+
 TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
   const std::string valid = Text(Sample());
   // A truncated document: the reader has stored values before it fails.
