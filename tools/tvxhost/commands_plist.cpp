@@ -32,15 +32,19 @@ namespace pl = tvxcore::proplist;
 
 UTF8String U8(const std::string& text) { return UTF8String(text.begin(), text.end()); }
 std::string Str(const UTF8String& text) { return std::string(text.begin(), text.end()); }
+// A path from the command line: the kernel's bytes, which need not be UTF-8.
+UTF16String PathArg(const std::string& native) {
+  return tvxcore::filesupport::FileHelper(native).Path();
+}
 
 // Reads `path` into `list`; false (with a message) when there is no file.
 // Parse failures arrive as the host's error, from the library's error road.
 bool Load(const std::string& path, PropList& list) {
-  if (!File(FromUtf8(path)).Exists()) {
+  if (!File(PathArg(path)).Exists()) {
     std::cerr << "tvxhost: cannot open '" << path << "'\n";
     return false;
   }
-  pl::utils::LoadPropList(FromUtf8(path), list, false);
+  pl::utils::LoadPropList(PathArg(path), list, false);
   return true;
 }
 
@@ -64,7 +68,7 @@ std::string Describe(const file_exception& error) {
 // is complete on disk.
 bool Save(const std::string& path, const PropList& list) {
   try {
-    File file(FromUtf8(path));
+    File file(PathArg(path));
     pl::utils::SavePropList(file, list);
   } catch (const file_exception& error) {
     std::cerr << "tvxhost: " << Describe(error) << '\n';
@@ -339,7 +343,7 @@ int Run(const Args& args) {
     return 0;
   }
   if (command == "set" && args.size() == 5) {
-    if (File(FromUtf8(path)).Exists() && !Load(path, list)) return 1;
+    if (File(PathArg(path)).Exists() && !Load(path, list)) return 1;
     auto parts = SplitPath(args[2]);
     PropList* holder = Walk(list, parts, true);
     if (!SetTyped(*holder, U8(parts.back()), args[3], args[4])) {
