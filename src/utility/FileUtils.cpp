@@ -7,6 +7,7 @@
 #include "filesupport/internal/PathCodec.h"
 #include "filesupport/internal/TextFold.h"
 #include "platform/FileSystem.h"
+#include "tvxcore/config/Localizer.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
@@ -34,8 +35,10 @@ bool StartsWith(const UTF16String& text, std::u16string_view prefix) {
          std::u16string_view(text).substr(0, prefix.size()) == prefix;
 }
 
-// The default text of a localisable key: what follows its "=".
-UTF16String DefaultText(const char* key) {
+// A localisable key in the user's language when the host has installed a
+// localizer, else its default text: what follows its "=".
+UTF16String LocalisedText(const char* key) {
+  if (config::Localizer::Initialized()) return config::Localizer::Get()->Translate(key);
   std::string_view text(key);
   text.remove_prefix(text.find('=') + 1);
   return FromNative(text);
@@ -44,19 +47,19 @@ UTF16String DefaultText(const char* key) {
 UTF16String DriveTypeName(platform::DriveType type) {
   switch (type) {
     case platform::kDriveNoRootDir:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/Invalid=Invalid");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/Invalid=Invalid");
     case platform::kDriveRemovable:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/Removable=Removable");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/Removable=Removable");
     case platform::kDriveFixed:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/Fixed=Local Disk");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/Fixed=Local Disk");
     case platform::kDriveRemote:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/Network=Network");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/Network=Network");
     case platform::kDriveCdRom:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/CDROM=CD-ROM");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/CDROM=CD-ROM");
     case platform::kDriveRamDisk:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/RAMDisk=RAM Disk");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/RAMDisk=RAM Disk");
     default:
-      return DefaultText("$$$/tvxcore/utility/FileUtils_WIN/Unknown=Unknown");
+      return LocalisedText("$$$/tvxcore/utility/FileUtils_WIN/Unknown=Unknown");
   }
 }
 

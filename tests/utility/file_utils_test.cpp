@@ -8,6 +8,7 @@
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
+#include "tvxcore/config/Localizer.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/utility/FileUtils.h"
 
@@ -301,6 +302,31 @@ TEST_F(FileUtilsTest, VolumesAreMountPoints) {
   EXPECT_FALSE(fu::GetVolumeNameForPath(Path()).empty());
   EXPECT_EQ(fu::GetVolumeNameForPath(u"relative"), u"");
   EXPECT_EQ(fu::GetDriveLetterForDriveName(u"no volume has this label 42"), u"");
+}
+
+// Translates every key into its name, marked: what the user's language
+// would give, told apart from the default text.
+class MarkingLocalizer : public config::Localizer {
+ public:
+  UTF16String Translate(const char* inKey) override {
+    std::string key(inKey);
+    key = "[" + key.substr(0, key.find('=')) + "]";
+    return UTF16String(key.begin(), key.end());
+  }
+  void LoadDictionary(const UTF16String&) override {}
+};
+
+TEST_F(FileUtilsTest, VolumeWithoutLabelIsNamedByItsKindInTheUsersLanguage) {
+  // /proc has no label on any system: its name is the localised kind.
+  const UTF16String english = fu::GetVolumeNameForPath(u"/proc");
+  ASSERT_FALSE(english.empty());
+  EXPECT_NE(english.front(), u'$') << "the default text, not the key";
+  MarkingLocalizer localizer;
+  config::Localizer::Set(&localizer);
+  const UTF16String localised = fu::GetVolumeNameForPath(u"/proc");
+  config::Localizer::Set(nullptr);
+  const std::u16string prefix = u"[$$$/tvxcore/utility/FileUtils_WIN/";
+  EXPECT_EQ(localised.compare(0, prefix.size(), prefix.data(), prefix.size()), 0);
 }
 
 TEST_F(FileUtilsTest, LocalVolumeHostIsThisComputer) {
