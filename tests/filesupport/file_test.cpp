@@ -1,5 +1,7 @@
 // File and Dir as values on native paths, and every way their operations fail.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <filesystem>
@@ -296,6 +298,48 @@ TEST_F(FileTest, EveryDirFailureIsItsException) {
                                "$$$/tvxcore/filesupport/Dir/error=Error with Directory: '@0'.",
                                "times under a file");
   EXPECT_TRUE(OnDisk("a") && OnDisk("b"));
+}
+
+TEST_F(FileTest, ReadOnlyDirectoryRefusesChangesWithTheirExceptions) {
+  Write("ro/kept");
+  MakeDir("ro/sub");
+  // Everybody may pass through the test's folder, so only "ro" refuses.
+  std::filesystem::permissions(
+      root_, std::filesystem::perms::group_exec | std::filesystem::perms::others_exec,
+      std::filesystem::perm_options::add);
+  std::filesystem::permissions(
+      root_ / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
+                        std::filesystem::perms::group_read | std::filesystem::perms::group_exec |
+                        std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+  // Root ignores permissions, so the attempts run in a child process that
+  // gives up root first; each reports by one bit of the exit status.
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(100);
+    int failed = 0;
+    auto check = [&failed](int bit, const std::type_info& type, const std::function<void()>& call) {
+      try {
+        call();
+        failed |= bit;
+      } catch (const std::exception& e) {
+        if (typeid(e) != type) failed |= bit;
+      }
+    };
+    check(1, typeid(create_accessdenied_exception), [&] { File(Path("ro/new")).Create(false); });
+    check(2, typeid(dir_create_exception), [&] { Dir(Path("ro/newdir")).Create(); });
+    check(4, typeid(file_delete_exception), [&] { File(Path("ro/kept")).Delete(); });
+    check(8, typeid(rename_file), [&] { File(Path("ro/kept")).Rename(u"other"); });
+    check(16, typeid(dir_delete_exception), [&] { Dir(Path("ro/sub")).Delete(); });
+    _exit(failed);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  ASSERT_NE(WEXITSTATUS(status), 100) << "could not give up root";
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "bits of the operations that failed otherwise";
+  EXPECT_TRUE(OnDisk("ro/kept"));
+  EXPECT_TRUE(OnDisk("ro/sub"));
 }
 
 TEST_F(FileTest, ExceptionsCarryTheirFileAndNewName) {
