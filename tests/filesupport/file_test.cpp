@@ -1,7 +1,5 @@
 // File and Dir as values on native paths, and every way their operations fail.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <filesystem>
@@ -9,6 +7,7 @@
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
+#include "filesupport/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
 using namespace tvxcore;
@@ -311,19 +310,16 @@ TEST_F(FileTest, ReadOnlyDirectoryRefusesChangesWithTheirExceptions) {
       root_ / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
                         std::filesystem::perms::group_read | std::filesystem::perms::group_exec |
                         std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
-  // Root ignores permissions, so the attempts run in a child process that
-  // gives up root first; each reports by one bit of the exit status.
-  const pid_t child = fork();
-  ASSERT_NE(child, -1);
-  if (child == 0) {
-    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) _exit(100);
-    int failed = 0;
-    auto check = [&failed](int bit, const std::type_info& type, const std::function<void()>& call) {
+  // Root ignores permissions, so the attempts run without its power; each
+  // reports by one bit of the exit status.
+  const int failed = tvxtest::RunUnprivileged([&] {
+    int bits = 0;
+    auto check = [&bits](int bit, const std::type_info& type, const std::function<void()>& call) {
       try {
         call();
-        failed |= bit;
+        bits |= bit;
       } catch (const std::exception& e) {
-        if (typeid(e) != type) failed |= bit;
+        if (typeid(e) != type) bits |= bit;
       }
     };
     check(1, typeid(create_accessdenied_exception), [&] { File(Path("ro/new")).Create(false); });
@@ -331,13 +327,9 @@ TEST_F(FileTest, ReadOnlyDirectoryRefusesChangesWithTheirExceptions) {
     check(4, typeid(file_delete_exception), [&] { File(Path("ro/kept")).Delete(); });
     check(8, typeid(rename_file), [&] { File(Path("ro/kept")).Rename(u"other"); });
     check(16, typeid(dir_delete_exception), [&] { Dir(Path("ro/sub")).Delete(); });
-    _exit(failed);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_NE(WEXITSTATUS(status), 100) << "could not give up root";
-  EXPECT_EQ(WEXITSTATUS(status), 0) << "bits of the operations that failed otherwise";
+    return bits;
+  });
+  EXPECT_EQ(failed, 0) << "bits of the operations that failed otherwise; -1: no child";
   EXPECT_TRUE(OnDisk("ro/kept"));
   EXPECT_TRUE(OnDisk("ro/sub"));
 }
