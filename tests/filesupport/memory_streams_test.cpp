@@ -4,9 +4,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <sstream>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "tvxcore/filesupport/AdapterByteStreams.h"
@@ -19,112 +19,6 @@ namespace {
 
 const std::string kSample = "0123456789";
 
-// Each reader over its own copy of kSample.
-struct StringReader {
-  std::string storage = kSample;
-  fs::IStringByteStream stream{storage};
-};
-struct DequeReader {
-  std::deque<unsigned char> storage{kSample.begin(), kSample.end()};
-  fs::IDequeByteStream stream{storage};
-};
-struct BufferReader {
-  std::vector<unsigned char> storage{kSample.begin(), kSample.end()};
-  fs::IBufferByteStream stream{storage.data(), storage.size()};
-};
-
-template <typename Reader>
-class ContainerReaderTest : public ::testing::Test {
- protected:
-  Reader reader_;
-  fs::IByteStream& in() { return reader_.stream; }
-};
-using ContainerReaders = ::testing::Types<StringReader, DequeReader, BufferReader>;
-TYPED_TEST_SUITE(ContainerReaderTest, ContainerReaders);
-
-TYPED_TEST(ContainerReaderTest, ReadsEveryByteThenThrowsEofError) {
-  fs::IByteStream& in = this->in();
-  EXPECT_EQ(in.Length(), kSample.size());
-  for (std::size_t i = 0; i < kSample.size(); ++i) {
-    EXPECT_EQ(in.CurPos(), i);
-    EXPECT_FALSE(in.AtTheEnd());
-    EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[i]));
-  }
-  EXPECT_TRUE(in.AtTheEnd());
-  EXPECT_THROW(in.Get(), fs::eof_error);
-  EXPECT_EQ(in.CurPos(), kSample.size()) << "a failed Get does not move";
-}
-
-TYPED_TEST(ContainerReaderTest, RepositionsBothWays) {
-  fs::IByteStream& in = this->in();
-  const unsigned long long positions[] = {7, 2, 9, 0, 10, 5, 5};
-  for (unsigned long long pos : positions) {
-    in.CurPos(pos);
-    EXPECT_EQ(in.CurPos(), pos);
-    EXPECT_EQ(in.AtTheEnd(), pos == kSample.size());
-    if (pos < kSample.size()) {
-      EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[pos]));
-    }
-  }
-  unsigned char block[4] = {};
-  in.CurPos(3);
-  in.ReadBlock(block, 4);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 4), "3456");
-}
-
-TYPED_TEST(ContainerReaderTest, PositionBeyondTheEndIsNotTheEndButGetThrows) {
-  fs::IByteStream& in = this->in();
-  in.CurPos(100);
-  EXPECT_EQ(in.CurPos(), 100u);
-  EXPECT_FALSE(in.AtTheEnd()) << "AtTheEnd tests equality with the length";
-  EXPECT_THROW(in.Get(), fs::eof_error);
-  in.CurPos(1);
-  EXPECT_EQ(in.Get(), '1') << "coming back from beyond the end works";
-}
-
-TEST(IBufferByteStream, EmptyBlockThrowsOnTheFirstGet) {
-  fs::IBufferByteStream in(nullptr, 0);
-  EXPECT_EQ(in.Length(), 0u);
-  EXPECT_TRUE(in.AtTheEnd());
-  EXPECT_THROW(in.Get(), fs::eof_error);
-}
-
-TEST(IStdByteStream, EndOfStreamGivesFFWithoutThrowing) {
-  std::istringstream standard(std::string("\x12\x34", 2));
-  fs::IStdByteStream in(standard);
-  EXPECT_EQ(in.Length(), 2u);
-  EXPECT_EQ(in.CurPos(), 0u) << "Length restores the position";
-  EXPECT_EQ(in.Get(), 0x12);
-  EXPECT_EQ(in.Get(), 0x34);
-  EXPECT_TRUE(in.AtTheEnd());
-  unsigned char last = 0;
-  EXPECT_NO_THROW(last = in.Get());
-  EXPECT_EQ(last, 0xFF);
-  EXPECT_TRUE(standard.eof()) << "the standard stream's own flags are set";
-
-  // The value operators then see 0xFF bytes for ever.
-  std::istringstream shortInput(std::string("\x12\x34", 2));
-  fs::IStdByteStream shortIn(shortInput);
-  std::uint32_t value = 0;
-  EXPECT_NO_THROW(shortIn >> value);
-  EXPECT_EQ(value, 0x1234FFFFu);
-}
-
-TEST(IStdByteStream, PositionsAreAbsoluteSeeks) {
-  std::istringstream standard(kSample);
-  fs::IStdByteStream in(standard);
-  in.CurPos(6);
-  EXPECT_EQ(in.CurPos(), 6u);
-  EXPECT_EQ(in.Length(), kSample.size());
-  EXPECT_EQ(in.CurPos(), 6u) << "Length restores the position";
-  EXPECT_EQ(in.Get(), '6');
-  in.CurPos(2);
-  EXPECT_EQ(in.Get(), '2');
-  EXPECT_FALSE(in.AtTheEnd());
-  in.CurPos(kSample.size());
-  EXPECT_TRUE(in.AtTheEnd());
-}
-
 // The writers that leave OSFlush and Truncate to a derived class, completed
 // with nothing.
 template <typename Base>
@@ -135,52 +29,108 @@ class Completed : public Base {
   void Truncate(unsigned long long) override {}
 };
 
-struct StringWriter {
-  std::string storage;
-  fs::OStringByteStream stream{storage};
-  std::string Bytes() const { return storage; }
-};
-struct DequeWriter {
-  std::deque<unsigned char> storage;
-  Completed<fs::ODequeByteStream> stream{storage};
-  std::string Bytes() const { return std::string(storage.begin(), storage.end()); }
-};
-struct BufferWriter {
-  std::vector<unsigned char> storage = std::vector<unsigned char>(256);
-  Completed<fs::OBufferByteStream> stream{storage.data(), storage.size()};
-  std::string Bytes() const {
-    return std::string(storage.begin(), storage.begin() + static_cast<long>(stream.Count()));
+std::string Text(const unsigned char* bytes, std::size_t count) {
+  return std::string(reinterpret_cast<const char*>(bytes), count);
+}
+
+TEST(ContainerReaders, ReadEveryByteThenThrowEofErrorAndRepositionBothWays) {
+  std::string text = kSample;
+  std::deque<unsigned char> deque(kSample.begin(), kSample.end());
+  fs::IStringByteStream fromString(text);
+  fs::IDequeByteStream fromDeque(deque);
+  fs::IBufferByteStream fromBuffer(reinterpret_cast<const unsigned char*>(kSample.data()),
+                                   kSample.size());
+  for (fs::IByteStream* reader :
+       {static_cast<fs::IByteStream*>(&fromString), static_cast<fs::IByteStream*>(&fromDeque),
+        static_cast<fs::IByteStream*>(&fromBuffer)}) {
+    fs::IByteStream& in = *reader;
+    SCOPED_TRACE(typeid(in).name());
+    EXPECT_EQ(in.Length(), kSample.size());
+    for (std::size_t i = 0; i < kSample.size(); ++i) {
+      EXPECT_EQ(in.CurPos(), i);
+      EXPECT_FALSE(in.AtTheEnd());
+      EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[i]));
+    }
+    EXPECT_TRUE(in.AtTheEnd());
+    EXPECT_THROW(in.Get(), fs::eof_error);
+    EXPECT_EQ(in.CurPos(), kSample.size()) << "a failed Get does not move";
+
+    // Beyond the end is not the end (AtTheEnd tests equality with the length),
+    // but Get throws there; coming back works.
+    for (unsigned long long pos : {7, 2, 9, 0, 10, 5, 5, 100, 1}) {
+      in.CurPos(pos);
+      EXPECT_EQ(in.CurPos(), pos);
+      EXPECT_EQ(in.AtTheEnd(), pos == kSample.size()) << pos;
+      if (pos < kSample.size()) {
+        EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[pos]));
+      } else {
+        EXPECT_THROW(in.Get(), fs::eof_error) << pos;
+      }
+    }
+    unsigned char block[4] = {};
+    std::uint32_t value = 0;
+    in.CurPos(2);
+    in.ReadBlock(block, 4);
+    in >> value;
+    EXPECT_EQ(Text(block, 4), "2345");
+    EXPECT_EQ(value, 0x36373839u);
   }
-};
-struct StdWriter {
-  std::ostringstream storage;
-  Completed<fs::OStdByteStream> stream{storage};
-  std::string Bytes() const { return storage.str(); }
-};
+}
 
-template <typename Writer>
-class WriterTest : public ::testing::Test {
- protected:
-  Writer writer_;
-};
-using Writers = ::testing::Types<StringWriter, DequeWriter, BufferWriter, StdWriter>;
-TYPED_TEST_SUITE(WriterTest, Writers);
+TEST(IBufferByteStream, EmptyBlockThrowsOnTheFirstGet) {
+  fs::IBufferByteStream in(nullptr, 0);
+  EXPECT_EQ(in.Length(), 0u);
+  EXPECT_TRUE(in.AtTheEnd());
+  EXPECT_THROW(in.Get(), fs::eof_error);
+}
 
-TYPED_TEST(WriterTest, WritesTheSameBytesAsEveryOtherWriter) {
-  fs::OByteStream& out = this->writer_.stream;
-  EXPECT_EQ(out.CurPos(), 0u);
-  out << std::int32_t{0x01020304} << std::string("xy") << false;
-  const unsigned char block[] = {0xAA, 0xBB};
-  out.WriteBlock(block, 2);
+TEST(IStdByteStream, SeeksAbsolutelyAndGivesFFPastTheEndWithoutThrowing) {
+  std::istringstream standard(kSample);
+  fs::IStdByteStream in(standard);
+  in.CurPos(6);
+  EXPECT_EQ(in.Length(), kSample.size());
+  EXPECT_EQ(in.CurPos(), 6u) << "Length restores the position";
+  EXPECT_EQ(in.Get(), '6');
+  in.CurPos(2);
+  EXPECT_EQ(in.Get(), '2');
+  EXPECT_FALSE(in.AtTheEnd());
+  in.CurPos(kSample.size());
+  EXPECT_TRUE(in.AtTheEnd());
+
+  // The value operators see 0xFF bytes for ever.
+  in.CurPos(8);
+  std::uint32_t value = 0;
+  EXPECT_NO_THROW(in >> value);
+  EXPECT_EQ(value, 0x3839FFFFu);
+  unsigned char last = 0;
+  EXPECT_NO_THROW(last = in.Get());
+  EXPECT_EQ(last, 0xFF);
+  EXPECT_TRUE(standard.eof()) << "the standard stream's own flags are set";
+}
+
+TEST(MemoryWriters, WriteTheSameBytesAsEachOther) {
   const std::string expected("\x01\x02\x03\x04\0\0\0\0\0\0\0\x02xy\0\xAA\xBB", 17);
-  EXPECT_EQ(this->writer_.Bytes(), expected);
-  EXPECT_EQ(out.CurPos(), expected.size());
-
-  // The counting sink agrees on the size.
-  Completed<fs::OCountingByteStream> counter;
-  counter << std::int32_t{0x01020304} << std::string("xy") << false;
-  counter.WriteBlock(block, 2);
-  EXPECT_EQ(counter.Count(), expected.size());
+  std::string text;
+  std::deque<unsigned char> deque;
+  std::vector<unsigned char> buffer(256);
+  std::ostringstream standard;
+  fs::OStringByteStream toString(text);
+  Completed<fs::ODequeByteStream> toDeque(deque);
+  Completed<fs::OBufferByteStream> toBuffer(buffer.data(), buffer.size());
+  Completed<fs::OStdByteStream> toStd(standard);
+  const unsigned char block[] = {0xAA, 0xBB};
+  for (fs::OByteStream* out :
+       {static_cast<fs::OByteStream*>(&toString), static_cast<fs::OByteStream*>(&toDeque),
+        static_cast<fs::OByteStream*>(&toBuffer), static_cast<fs::OByteStream*>(&toStd)}) {
+    EXPECT_EQ(out->CurPos(), 0u) << typeid(*out).name();
+    *out << std::int32_t{0x01020304} << std::string("xy") << false;
+    out->WriteBlock(block, 2);
+    EXPECT_EQ(out->CurPos(), expected.size()) << typeid(*out).name();
+  }
+  EXPECT_EQ(text, expected);
+  EXPECT_EQ(std::string(deque.begin(), deque.end()), expected);
+  EXPECT_EQ(Text(buffer.data(), toBuffer.Count()), expected);
+  EXPECT_EQ(standard.str(), expected);
 }
 
 TEST(ODequeByteStream, PutAlwaysAppendsWhereverThePositionWasSet) {
@@ -279,31 +229,29 @@ TEST(OCountingByteStream, CountsOnlyWhatPutReaches) {
   out.Put(1);
   EXPECT_EQ(out.CurPos(), 1u);
   EXPECT_EQ(out.Count(), 101u);
+  const unsigned char two[2] = {};
+  out.CurPos(100);
+  out.WriteBlock(two, 2);
+  EXPECT_EQ(out.Count(), 102u) << "a block counts like its bytes";
 }
 
 TEST(OCountingByteStream, MeasuresEveryValueAsItsEncodedSize) {
-  struct Row {
-    std::string what;
-    std::function<void(fs::OByteStream&)> write;
-  };
-  const Row rows[] = {
-      {"bool", [](fs::OByteStream& o) { o << true; }},
-      {"short", [](fs::OByteStream& o) { o << static_cast<short>(1); }},
-      {"int32", [](fs::OByteStream& o) { o << std::int32_t{1}; }},
-      {"int64", [](fs::OByteStream& o) { o << std::int64_t{1}; }},
-      {"string", [](fs::OByteStream& o) { o << std::string(300, 'x'); }},
-      {"utf16", [](fs::OByteStream& o) { o << tvxcore::UTF16String(5, u'x'); }},
-      {"double", [](fs::OByteStream& o) { o << 0.1; }},
-      {"long double", [](fs::OByteStream& o) { o << 1e-300L; }},
-  };
-  for (const Row& row : rows) {
+  auto check = [](const auto& value) {
     std::string bytes;
     fs::OStringByteStream text(bytes);
-    row.write(text);
     Completed<fs::OCountingByteStream> counter;
-    row.write(counter);
-    EXPECT_EQ(counter.Count(), bytes.size()) << row.what;
-  }
+    text << value;
+    counter << value;
+    EXPECT_EQ(counter.Count(), bytes.size()) << typeid(value).name();
+  };
+  check(true);
+  check(short{1});
+  check(std::int32_t{1});
+  check(std::int64_t{1});
+  check(std::string(300, 'x'));
+  check(tvxcore::UTF16String(5, u'x'));
+  check(0.1);
+  check(1e-300L);
 }
 
 }  // namespace

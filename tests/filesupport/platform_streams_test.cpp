@@ -8,6 +8,8 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
@@ -29,6 +31,8 @@ class PlatformStreams : public tvxtest::TempDirTest {
     std::ifstream in(root_ / relative, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
   }
+  // Opens a reader or a writer and closes it again.
+  std::string OpenOutcome(std::string_view name, bool writer, int flags) const;
 };
 
 const unsigned char* Bytes(const std::string& text) {
@@ -52,6 +56,16 @@ std::string Outcome(const std::function<void()>& call) {
   }
 }
 
+std::string PlatformStreams::OpenOutcome(std::string_view name, bool writer, int flags) const {
+  return Outcome([&] {
+    if (writer) {
+      OPlatformByteStream out(FileAt(name), flags);
+    } else {
+      IPlatformByteStream in(FileAt(name), flags);
+    }
+  });
+}
+
 // Lets a test hand a descriptor from one writer to another, as a derived
 // stream that opens its file itself would.
 class AdoptingStream : public OPlatformByteStream {
@@ -65,33 +79,17 @@ class AdoptingStream : public OPlatformByteStream {
 TEST_F(PlatformStreams, OpenFailsAsTheFileCallsForAndAWriterNeverCreates) {
   Write("present.txt", "abc");
   MakeDir("folder");
-  struct Row {
-    const char* name;
-    bool writer;
-    const char* expected;
-  };
-  const Row rows[] = {
-      {"missing.txt", false, "file_not_found"},
-      {"missing.txt", true, "file_not_found"},
-      {"no/such/parent.txt", false, "file_not_found"},
-      {"no/such/parent.txt", true, "file_not_found"},
-      {"present.txt/below", false, "file_not_found"},  // a file where a directory should be
-      {"folder", false, "io_error"},
-      {"folder", true, "io_error"},
-      {"present.txt", false, "none"},
-      {"present.txt", true, "none"},
-  };
-  for (const Row& row : rows) {
-    const File file = FileAt(row.name);
-    EXPECT_EQ(Outcome([&] {
-                if (row.writer) {
-                  OPlatformByteStream out(file, kPlatformStreamDefault);
-                } else {
-                  IPlatformByteStream in(file, kPlatformStreamDefault);
-                }
-              }),
-              row.expected)
-        << row.name << (row.writer ? " (writer)" : " (reader)");
+  // Each name with what a reader and a writer meet; "present.txt/below" has a
+  // file where a directory should be.
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"missing.txt", "file_not_found", "file_not_found"},
+      {"no/such/parent.txt", "file_not_found", "file_not_found"},
+      {"present.txt/below", "file_not_found", "file_not_found"},
+      {"folder", "io_error", "io_error"},
+      {"present.txt", "none", "none"}};
+  for (const auto& [name, reader, writer] : rows) {
+    EXPECT_EQ(OpenOutcome(name, false, kPlatformStreamDefault), reader) << name;
+    EXPECT_EQ(OpenOutcome(name, true, kPlatformStreamDefault), writer) << name << " (writer)";
   }
   EXPECT_FALSE(OnDisk("missing.txt"));
   EXPECT_EQ(Contents("present.txt"), "abc");  // opening a writer truncates nothing
@@ -112,11 +110,8 @@ TEST_F(PlatformStreams, UnreadableFileIsAnIoError) {
   std::filesystem::permissions(root_ / "secret.txt", std::filesystem::perms::none);
   // Root reads anything, so the opens run without its power.
   const int outcome = tvxtest::RunUnprivileged([&] {
-    const bool reader =
-        Outcome([&] { IPlatformByteStream in(FileAt("secret.txt"), 1); }) == "io_error";
-    const bool writer =
-        Outcome([&] { OPlatformByteStream out(FileAt("secret.txt"), 1); }) == "io_error";
-    return (reader ? 0 : 1) | (writer ? 0 : 2);
+    return (OpenOutcome("secret.txt", false, 1) == "io_error" ? 0 : 1) |
+           (OpenOutcome("secret.txt", true, 1) == "io_error" ? 0 : 2);
   });
   EXPECT_EQ(outcome, 0) << "1: the reader, 2: the writer opened or failed otherwise; -1: no child";
 }
@@ -125,34 +120,19 @@ TEST_F(PlatformStreams, SharingFlagDecidesWhoElseMayOpenTheFile) {
   Write("shared.txt", "data");
   const File file = FileAt("shared.txt");
   enum Kind { kReader, kSharedReader, kWriter, kSharedWriter };
-  auto open = [&](Kind kind) -> std::function<void()> {
-    return [&file, kind] {
-      switch (kind) {
-        case kReader: {
-          IPlatformByteStream in(file, kPlatformStreamDefault);
-          break;
-        }
-        case kSharedReader: {
-          IPlatformByteStream in(file, kPlatformStreamShared);
-          break;
-        }
-        case kWriter: {
-          OPlatformByteStream out(file, kPlatformStreamDefault);
-          break;
-        }
-        case kSharedWriter: {
-          OPlatformByteStream out(file, kPlatformStreamShared | kPlatformStreamDefault);
-          break;
-        }
-      }
-    };
+  // Shared readers pass the flag alone, shared writers beside the default.
+  auto open = [&file](Kind kind) -> std::unique_ptr<ByteStream_base> {
+    if (kind == kReader) return std::make_unique<IPlatformByteStream>(file, kPlatformStreamDefault);
+    if (kind == kSharedReader)
+      return std::make_unique<IPlatformByteStream>(file, kPlatformStreamShared);
+    return std::make_unique<OPlatformByteStream>(
+        file,
+        kind == kWriter ? kPlatformStreamDefault : kPlatformStreamShared | kPlatformStreamDefault);
   };
-  struct Row {
-    Kind holder;
-    Kind second;
+  const struct {
+    Kind holder, second;
     const char* expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       // A plain reader lets readers in and keeps writers out.
       {kReader, kReader, "none"},
       {kReader, kSharedReader, "none"},
@@ -169,20 +149,13 @@ TEST_F(PlatformStreams, SharingFlagDecidesWhoElseMayOpenTheFile) {
       {kSharedReader, kWriter, "none"},
       {kSharedReader, kReader, "none"},
   };
-  for (const Row& row : rows) {
-    std::unique_ptr<ByteStream_base> holder;
-    if (row.holder == kReader || row.holder == kSharedReader) {
-      holder = std::make_unique<IPlatformByteStream>(
-          file, row.holder == kSharedReader ? kPlatformStreamShared : kPlatformStreamDefault);
-    } else {
-      holder = std::make_unique<OPlatformByteStream>(
-          file, row.holder == kSharedWriter ? kPlatformStreamShared : kPlatformStreamDefault);
-    }
-    EXPECT_EQ(Outcome(open(row.second)), row.expected)
+  for (const auto& row : rows) {
+    auto holder = open(row.holder);
+    EXPECT_EQ(Outcome([&] { open(row.second); }), row.expected)
         << "holder " << row.holder << ", second " << row.second;
     holder.reset();
-    // Once the holder has gone, anybody may open.
-    EXPECT_EQ(Outcome(open(row.second)), "none") << "after holder " << row.holder;
+    EXPECT_EQ(Outcome([&] { open(row.second); }), "none")
+        << "once holder " << row.holder << " has gone";
   }
 }
 
@@ -251,19 +224,16 @@ TEST_F(PlatformStreams, ReadingAtTheEndOfAFileRaisesNothingAndMovesNothing) {
 }
 
 TEST_F(PlatformStreams, TruncateShrinksOnlyAndLeavesThePositionAtTheNewEnd) {
-  struct Row {
+  // Beyond the size nothing changes; to the size the position goes to the end.
+  const struct {
     unsigned long long length;
-    const char* expected;
-    const char* contents;
+    const char *expected, *contents;
     unsigned long long position;
-  };
-  const Row rows[] = {
-      {12, "eof_error", "hello world", 2},  // beyond the size: nothing changes
-      {10, "none", "hello worl", 10},
-      {11, "none", "hello world", 11},  // to the size: the position goes to the end
-      {0, "none", "", 0},
-  };
-  for (const Row& row : rows) {
+  } rows[] = {{12, "eof_error", "hello world", 2},
+              {10, "none", "hello worl", 10},
+              {11, "none", "hello world", 11},
+              {0, "none", "", 0}};
+  for (const auto& row : rows) {
     Write("t.txt", "hello world");
     OPlatformByteStream out(FileAt("t.txt"), kPlatformStreamDefault);
     out.CurPos(2);

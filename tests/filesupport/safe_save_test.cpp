@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -25,46 +26,44 @@ class SafeSaveTest : public tvxtest::TempDirTest {
     bytes << in.rdbuf();
     return bytes.str();
   }
-  static void WriteFile(const File& file, const std::string& text) {
-    std::ofstream(N(file.FullPath()), std::ios::binary | std::ios::trunc) << text;
+  // Creates the save's temporary file holding `text`; returns its path.
+  static std::string WriteTemp(SafeSave& save, const std::string& text) {
+    save.GetTempFile().Create(false);
+    const std::string path = N(save.GetTempFile().FullPath());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    return path;
   }
-  std::size_t EntryCount() const {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(root_)) ++count;
-    return count;
+  std::ptrdiff_t EntryCount() const {
+    return std::distance(std::filesystem::directory_iterator(root_), {});
   }
 };
 
+// ".<process>.<thread>" of the calling thread.
+std::string Ids() {
+  return "." + std::to_string(threads::GetCurrentProcessID()) + "." +
+         std::to_string(threads::GetCurrentThreadID());
+}
+
 TEST_F(SafeSaveTest, TempNameIsTitleProcessThreadAndLowerCaseExtensionBesideTarget) {
-  struct Case {
-    const char* target;
-    const char* title;
-    const char* extension;
-  };
-  const Case cases[] = {{"Prefs.XML", "Prefs", ".xml"},
-                        {"noext", "noext", ""},
-                        {"a.b.TxT", "a.b", ".txt"},
-                        {"sub/Deep.Plist", "Deep", ".plist"}};
-  auto expected = [&](const Case& c) {
-    const std::string parent = std::filesystem::path(Native(c.target)).parent_path().string();
-    return parent + "/" + c.title + "." + std::to_string(threads::GetCurrentProcessID()) + "." +
-           std::to_string(threads::GetCurrentThreadID()) + c.extension;
-  };
-  for (const Case& c : cases) {
-    SafeSave save(File(Path(c.target)));
-    EXPECT_EQ(N(save.GetTempFile().FullPath()), expected(c)) << c.target;
-    EXPECT_FALSE(save.GetTempFile().Exists()) << "nothing is made on disk: " << c.target;
+  // Each target with its temporary name, "%" standing for Ids().
+  const std::pair<const char*, std::string> cases[] = {{"Prefs.XML", "Prefs%.xml"},
+                                                       {"noext", "noext%"},
+                                                       {"a.b.TxT", "a.b%.txt"},
+                                                       {"sub/Deep.Plist", "sub/Deep%.plist"}};
+  for (auto [target, name] : cases) {
+    SafeSave save(File(Path(target)));
+    EXPECT_EQ(N(save.GetTempFile().FullPath()), Native(name.replace(name.find('%'), 1, Ids())))
+        << target;
+    EXPECT_FALSE(save.GetTempFile().Exists()) << "nothing is made on disk: " << target;
   }
   // Another thread gets its own name for the same target.
-  std::string mine = N(SafeSave(File(Path("x.dat"))).GetTempFile().FullPath());
   std::string theirs, theirsExpected;
   std::thread([&] {
     theirs = N(SafeSave(File(Path("x.dat"))).GetTempFile().FullPath());
-    theirsExpected = Native("x." + std::to_string(threads::GetCurrentProcessID()) + "." +
-                            std::to_string(threads::GetCurrentThreadID()) + ".dat");
+    theirsExpected = Native("x" + Ids() + ".dat");
   }).join();
   EXPECT_EQ(theirs, theirsExpected);
-  EXPECT_NE(mine, theirs);
+  EXPECT_NE(theirs, Native("x" + Ids() + ".dat"));
 }
 
 TEST_F(SafeSaveTest, CommitPutsNewContentAtTargetWhetherOrNotItExisted) {
@@ -72,20 +71,16 @@ TEST_F(SafeSaveTest, CommitPutsNewContentAtTargetWhetherOrNotItExisted) {
     SCOPED_TRACE(existed ? "target existed" : "no target");
     std::filesystem::remove(Native("prefs.xml"));
     if (existed) Write("prefs.xml", "old contents");
-    const File target(Path("prefs.xml"));
     {
-      SafeSave save(target);
-      File& temp = save.GetTempFile();
-      temp.Create(false);
-      WriteFile(temp, "new contents");
+      SafeSave save(File(Path("prefs.xml")));
+      const std::string tempPath = WriteTemp(save, "new contents");
       EXPECT_EQ(Read("prefs.xml"), existed ? "old contents" : "") << "untouched before commit";
-      const std::string tempPath = N(temp.FullPath());
       save.Commit();
-      EXPECT_EQ(N(temp.FullPath()), Native("prefs.xml")) << "temp now names the target";
+      EXPECT_EQ(N(save.GetTempFile().FullPath()), Native("prefs.xml")) << "temp names the target";
       EXPECT_FALSE(std::filesystem::exists(tempPath));
     }
     EXPECT_EQ(Read("prefs.xml"), "new contents") << "the destructor keeps the result";
-    EXPECT_EQ(EntryCount(), 1u);
+    EXPECT_EQ(EntryCount(), 1);
   }
 }
 
@@ -94,20 +89,13 @@ TEST_F(SafeSaveTest, FailedCommitRaisesRenameFileAndLeavesOldTarget) {
   // temporary file written: both refuse the rename.
   Write("busy.xml/inside.txt", "kept");
   Write("plain.xml", "old");
-  struct Case {
-    const char* target;
-    bool writeTemp;
-  };
-  for (const Case& c : {Case{"busy.xml", true}, Case{"plain.xml", false}}) {
-    SCOPED_TRACE(c.target);
+  for (const bool writeTemp : {true, false}) {
+    const std::string target = writeTemp ? "busy.xml" : "plain.xml";
+    SCOPED_TRACE(target);
     std::string tempPath;
     {
-      SafeSave save(File(Path(c.target)));
-      tempPath = N(save.GetTempFile().FullPath());
-      if (c.writeTemp) {
-        save.GetTempFile().Create(false);
-        WriteFile(save.GetTempFile(), "new");
-      }
+      SafeSave save(File(Path(target)));
+      tempPath = writeTemp ? WriteTemp(save, "new") : N(save.GetTempFile().FullPath());
       try {
         save.Commit();
         ADD_FAILURE() << "Commit succeeded";
@@ -115,9 +103,9 @@ TEST_F(SafeSaveTest, FailedCommitRaisesRenameFileAndLeavesOldTarget) {
         EXPECT_STREQ(error.what(),
                      "$$$/tvxcore/filesupport/Rename=Could not rename the file '@0' to '@1'.");
         EXPECT_EQ(N(error.GetFile().FullPath()), tempPath);
-        EXPECT_EQ(N(error.GetNewName()), c.target);
+        EXPECT_EQ(N(error.GetNewName()), target);
       }
-      EXPECT_EQ(std::filesystem::exists(tempPath), c.writeTemp);
+      EXPECT_EQ(std::filesystem::exists(tempPath), writeTemp);
     }
     EXPECT_FALSE(std::filesystem::exists(tempPath)) << "the destructor removes the temp file";
   }
@@ -132,15 +120,11 @@ TEST_F(SafeSaveTest, AbandonedSaveRemovesItsTempFileAndLeavesTarget) {
     std::string tempPath;
     {
       SafeSave save(File(Path("doc.txt")));
-      tempPath = N(save.GetTempFile().FullPath());
-      if (created) {
-        save.GetTempFile().Create(false);
-        WriteFile(save.GetTempFile(), "half written");
-      }
+      tempPath = created ? WriteTemp(save, "half written") : N(save.GetTempFile().FullPath());
     }
     EXPECT_FALSE(std::filesystem::exists(tempPath));
     EXPECT_EQ(Read("doc.txt"), "original");
-    EXPECT_EQ(EntryCount(), 1u);
+    EXPECT_EQ(EntryCount(), 1);
   }
 }
 
