@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <source_location>
+#include <string>
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
@@ -18,15 +21,31 @@ namespace {
 
 class FileTest : public tvxtest::TempDirTest {};
 
-// Runs `call`, which must throw exactly `Expected` with the key `key`.
+// `bit` unless `call` throws exactly `Expected`; 0 when it does.
 template <typename Expected>
-void ExpectFailure(const std::function<void()>& call, const char* key, const char* what) {
+int BitUnlessThrown(int bit, const std::function<void()>& call) {
   try {
     call();
-    ADD_FAILURE() << what << ": nothing thrown";
   } catch (const std::exception& e) {
-    EXPECT_EQ(typeid(e), typeid(Expected)) << what;
-    EXPECT_STREQ(e.what(), key) << what;
+    if (typeid(e) == typeid(Expected)) return 0;
+  }
+  return bit;
+}
+
+// Runs `call`, which must throw exactly `Expected`, whose text is the key
+// "$$$/tvxcore/filesupport/<key>" and a default naming the path.
+template <typename Expected>
+void ExpectFailure(const char* key, const std::function<void()>& call,
+                   std::source_location at = std::source_location::current()) {
+  try {
+    call();
+    ADD_FAILURE() << "line " << at.line() << ": nothing thrown";
+  } catch (const std::exception& e) {
+    const std::string text = e.what();
+    EXPECT_EQ(typeid(e), typeid(Expected)) << "line " << at.line() << ": " << text;
+    EXPECT_EQ(text.substr(0, text.find('=')), std::string("$$$/tvxcore/filesupport/") + key)
+        << "line " << at.line();
+    EXPECT_NE(text.find("'@0'"), std::string::npos) << text;
   }
 }
 
@@ -34,13 +53,10 @@ void ExpectFailure(const std::function<void()>& call, const char* key, const cha
 
 TEST(FilePath, NormalFormCollapsesSlashesAndDirDropsOneTrailingSlash) {
   struct Row {
-    const char16_t* in;
-    const char16_t* file;
-    const char16_t* dir;
+    const char16_t *in, *file, *dir;
   };
   const Row rows[] = {
       {u"", u"", u""},
-      {u"/", u"/", u"/"},
       {u"//", u"/", u"/"},
       {u"/a//b///c", u"/a/b/c", u"/a/b/c"},
       {u"/a/b/", u"/a/b/", u"/a/b"},
@@ -55,25 +71,21 @@ TEST(FilePath, NormalFormCollapsesSlashesAndDirDropsOneTrailingSlash) {
   EXPECT_EQ(File(Dir(UTF16String(u"/a/")), u"b.txt").FullPath(), u"/a/b.txt");
   EXPECT_EQ(Dir(Dir(UTF16String(u"/")), u"usr").FullPath(), u"/usr");
   EXPECT_EQ(FileHelper(std::string("/x//caf\xC3\xA9")).Path(), u"/x/caf\u00E9");
-  EXPECT_EQ(File().FullPath(), u"");
+  EXPECT_EQ(File(UTF16String(u"/x/caf\u00E9")).FullPathMultiByte(), "/x/caf\xC3\xA9");
 }
 
 TEST(FilePath, NamesTitlesExtensionsAndParents) {
-  const File file(UTF16String(u"/data/my.dir/Report.Final.TXT"));
-  EXPECT_EQ(file.GetName(), u"Report.Final.TXT");
+  const File file(UTF16String(u"/data/my.dir/Report.Final.\u00C9XT"));
+  EXPECT_EQ(file.GetName(), u"Report.Final.\u00C9XT");
   EXPECT_EQ(file.GetTitle(), u"Report.Final");
-  EXPECT_EQ(file.GetExtension(false), u".TXT");
-  EXPECT_EQ(file.GetExtension(true), u".txt");
+  EXPECT_EQ(file.GetExtension(false), u".\u00C9XT");
+  EXPECT_EQ(file.GetExtension(true), u".\u00E9xt");
   EXPECT_EQ(file.Parent().FullPath(), u"/data/my.dir");
-  EXPECT_EQ(File(UTF16String(u"/x/.profile")).GetTitle(), u"");
-  EXPECT_EQ(File(UTF16String(u"/my.dir/noext")).GetExtension(), u"");
-  EXPECT_EQ(File(UTF16String(u"/top")).Parent().FullPath(), u"/");
-  EXPECT_EQ(File(UTF16String(u"/a/\u00C9T\u00C9.JPG")).GetExtension(true), u".jpg");
+  EXPECT_EQ(Dir(UTF16String(u"/usr/share.d")).GetName(), u"share.d");
+  EXPECT_EQ(Dir(UTF16String(u"/usr/share")).Parent().FullPath(), u"/usr");
   EXPECT_TRUE(Dir(UTF16String(u"/")).IsTopLevelDir());
   EXPECT_TRUE(Dir(UTF16String(u"alone")).IsTopLevelDir());
   EXPECT_FALSE(Dir(UTF16String(u"/usr")).IsTopLevelDir());
-  EXPECT_EQ(Dir(UTF16String(u"/usr/share")).GetName(), u"share");
-  EXPECT_EQ(File(UTF16String(u"/x/caf\u00E9")).FullPathMultiByte(), "/x/caf\xC3\xA9");
 }
 
 TEST(FilePath, EqualityIgnoresCaseWidthAndKana) {
@@ -87,50 +99,36 @@ TEST(FilePath, EqualityIgnoresCaseWidthAndKana) {
   EXPECT_EQ(CompareFileNames(u"Stra\u00DFe", u"STRASSE"), 0);
 }
 
-TEST(FilePath, CopiesAreIndependentValues) {
-  File a(UTF16String(u"/one"));
-  File b = a;
+TEST(FilePath, CopiesAreIndependentValuesAlsoWhenEmpty) {
+  File a(UTF16String(u"/one")), b = a, empty, emptyCopy(empty);
   b = File(UTF16String(u"/two"));
-  EXPECT_EQ(a.FullPath(), u"/one");
   File moved = std::move(b);
-  EXPECT_EQ(moved.FullPath(), u"/two");
   b = a;  // a moved-from File takes a new value
+  EXPECT_EQ(moved.FullPath(), u"/two");
   EXPECT_EQ(b.FullPath(), u"/one");
-  Dir d(UTF16String(u"/x"));
-  Dir e(d);
-  e = Dir(UTF16String(u"/y"));
-  EXPECT_EQ(d.FullPath(), u"/x");
-
-  // Empty values copy, assign and take values like any other, both ways.
-  File empty;
-  File emptyCopy(empty);
-  EXPECT_EQ(emptyCopy.FullPath(), u"");
-  EXPECT_EQ(emptyCopy, File(UTF16String()));
+  // Empty values share nothing with what they are copied to or from.
   emptyCopy = a;
   EXPECT_EQ(emptyCopy.FullPath(), u"/one");
-  EXPECT_EQ(a.FullPath(), u"/one");
   emptyCopy = empty;
-  EXPECT_EQ(emptyCopy.FullPath(), u"");
-  EXPECT_EQ(a.FullPath(), u"/one");
   emptyCopy = emptyCopy;
-  EXPECT_EQ(emptyCopy.GetName(), u"");
+  EXPECT_EQ(emptyCopy, File(UTF16String()));
   emptyCopy.Helper() = FileHelper(UTF16String(u"/three"));
   EXPECT_EQ(emptyCopy.FullPath(), u"/three");
   EXPECT_EQ(empty.FullPath(), u"");
-  Dir emptyDir;
-  Dir emptyDirCopy(emptyDir);
-  EXPECT_EQ(emptyDirCopy.FullPath(), u"");
+  EXPECT_EQ(a.FullPath(), u"/one");
+  Dir d(UTF16String(u"/x")), emptyDir, emptyDirCopy(emptyDir);
   emptyDirCopy = d;
   EXPECT_EQ(emptyDirCopy.FullPath(), u"/x");
-  e = emptyDir;
-  EXPECT_EQ(e.FullPath(), u"");
+  emptyDirCopy = emptyDir;
+  EXPECT_EQ(emptyDirCopy.FullPath(), u"");
   EXPECT_EQ(d.FullPath(), u"/x");
 }
 
-TEST_F(FileTest, CreateExistsSizeAndDelete) {
+TEST_F(FileTest, CreateSizeReadOnlyAndDelete) {
   File file(Path("new.bin"));
   EXPECT_FALSE(file.Exists());
   EXPECT_EQ(file.Size(), 0u);  // missing: 0, no exception
+  EXPECT_FALSE(file.IsReadOnly());
   file.Create(true);
   EXPECT_TRUE(file.Exists());
   Write("new.bin", "12345");
@@ -138,40 +136,28 @@ TEST_F(FileTest, CreateExistsSizeAndDelete) {
     EXPECT_EQ(file.Size(selector), 5u);
   EXPECT_EQ(file.Size(kFileSize_ResourceFork), 0u);
   EXPECT_EQ(file.Size(static_cast<FileSizeSelector>(42)), 0u);
+  EXPECT_FALSE(file.IsReadOnly());
+  std::filesystem::permissions(
+      root_ / "new.bin", std::filesystem::perms::owner_read | std::filesystem::perms::group_read);
+  EXPECT_TRUE(file.IsReadOnly());
   file.Create(false);  // empties it
   EXPECT_EQ(file.Size(), 0u);
   file.Delete();
   EXPECT_FALSE(OnDisk("new.bin"));
-}
-
-TEST_F(FileTest, ExistsTellsFilesFromDirectories) {
-  Write("f");
   MakeDir("d");
   EXPECT_TRUE(File(Path("d")).Exists());  // a directory exists as a File
   EXPECT_TRUE(Dir(Path("d")).Exists());
+  Write("f");
   EXPECT_FALSE(Dir(Path("f")).Exists());
   EXPECT_FALSE(Dir(Path("none")).Exists());
-  EXPECT_TRUE(Dir(U("/")).Exists());
-}
-
-TEST_F(FileTest, ReadOnlyFollowsTheWriteBits) {
-  Write("ro");
-  const File file(Path("ro"));
-  EXPECT_FALSE(file.IsReadOnly());
-  std::filesystem::permissions(
-      root_ / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::group_read);
-  EXPECT_TRUE(file.IsReadOnly());
-  EXPECT_FALSE(File(Path("missing")).IsReadOnly());
 }
 
 TEST_F(FileTest, TimesAreUtcAndNearNow) {
   Write("t");
   const auto now = boost::posix_time::second_clock::universal_time();
   const File file(Path("t"));
-  for (const auto& time : {file.Modified(), file.Created(), Dir(Path()).Modified()}) {
-    EXPECT_LT((time - now).total_seconds(), 120);
-    EXPECT_GT((time - now).total_seconds(), -120);
-  }
+  for (const auto& time : {file.Modified(), file.Created(), Dir(Path()).Modified()})
+    EXPECT_LT(std::abs((time - now).total_seconds()), 120);
   EXPECT_LE(file.Created(), file.Modified());
   std::filesystem::last_write_time(
       root_ / "t", std::filesystem::file_time_type::clock::now() - std::chrono::hours(48));
@@ -196,106 +182,49 @@ TEST_F(FileTest, DirCreateMakesOneLevelAndDeleteEmptiesTheTree) {
   Dir dir(Path("top"));
   dir.Create();
   dir.Create();  // exists already: no failure
-  Write("top/a.txt");
-  Write("top/sub/b.txt");
-  Write("top/sub/deeper/c.txt");
-  Write("top/.hidden");
-  Write("outside/keep.txt");
+  for (const char* name : {"top/a.txt", "top/sub/deeper/c.txt", "top/.hidden", "outside/keep"})
+    Write(name);
   std::filesystem::create_directory_symlink(root_ / "outside", root_ / "top/link-to-outside");
   std::filesystem::create_symlink(root_ / "gone", root_ / "top/broken");
   dir.Delete();
   EXPECT_FALSE(OnDisk("top"));
-  EXPECT_TRUE(OnDisk("outside/keep.txt"));  // a link is removed, never followed
+  EXPECT_TRUE(OnDisk("outside/keep"));  // a link is removed, never followed
 }
 
-TEST_F(FileTest, EveryFileFailureIsItsException) {
+TEST_F(FileTest, EveryFailureIsItsException) {
   Write("file", "x");
-  MakeDir("dir");
-  std::filesystem::create_symlink(root_ / "nowhere/at/all", root_ / "dangling");
-  const File existing(Path("file"));
-  struct Case {
-    std::function<void()> call;
-    const std::type_info& type;
-    const char* key;
-    const char* what;
-  };
-  const Case cases[] = {
-      {[&] { File(Path("file")).Create(true); }, typeid(create_accessdenied_exception),
-       "$$$/tvxcore/filesupport/Create/accessdenied=Could not create the file '@0'. Access was "
-       "denied.",
-       "existing target"},
-      {[&] { File(Path("dir")).Create(false); }, typeid(create_accessdenied_exception),
-       "$$$/tvxcore/filesupport/Create/accessdenied=Could not create the file '@0'. Access was "
-       "denied.",
-       "a directory in the way"},
-      {[&] { File(Path("no/parent")).Create(false); }, typeid(create_invalidpath_exception),
-       "$$$/tvxcore/filesupport/Create/invalidpath=Could not create the file '@0'. The path is not "
-       "valid.",
-       "missing parent"},
-      {[&] { File(Path("file/below")).Create(false); }, typeid(create_invalidpath_exception),
-       "$$$/tvxcore/filesupport/Create/invalidpath=Could not create the file '@0'. The path is not "
-       "valid.",
-       "parent is a file"},
-      {[&] { File(Path("dangling")).Create(false); }, typeid(create_fnf_exception),
-       "$$$/tvxcore/filesupport/Create/fnf=Could not create the file '@0'. The file could not be "
-       "found.",
-       "link to a missing place"},
-      {[&] { File(Path("a") + UTF16String(u"\0b", 2)).Create(false); }, typeid(create_exception),
-       "$$$/tvxcore/filesupport/Create=Could not create the file '@0'.", "zero unit"},
-      {[&] { File(Path("missing")).Delete(); }, typeid(file_delete_exception),
-       "$$$/tvxcore/filesupport/Delete=Could not delete the file '@0'.", "delete missing"},
-      {[&] { File(Path("dir")).Delete(); }, typeid(file_delete_exception),
-       "$$$/tvxcore/filesupport/Delete=Could not delete the file '@0'.", "delete a directory"},
-      {[&] { File(Path("missing")).Rename(u"x"); }, typeid(rename_file),
-       "$$$/tvxcore/filesupport/Rename=Could not rename the file '@0' to '@1'.", "rename missing"},
-      {[&] { File(Path("file")).Rename(u"dir"); }, typeid(rename_file),
-       "$$$/tvxcore/filesupport/Rename=Could not rename the file '@0' to '@1'.", "target taken"},
-      {[&] { (void)File(Path("missing")).Modified(); }, typeid(file_not_found_exception),
-       "$$$/tvxcore/filesupport/FileNotFound=The file '@0' could not be found.", "times missing"},
-      {[&] { (void)File(Path("file/below")).Created(); }, typeid(file_exception),
-       "$$$/tvxcore/filesupport/error=Error with file: '@0'.", "times under a file"},
-  };
-  for (const Case& c : cases) {
-    try {
-      c.call();
-      ADD_FAILURE() << c.what << ": nothing thrown";
-    } catch (const std::exception& e) {
-      EXPECT_EQ(typeid(e), c.type) << c.what;
-      EXPECT_STREQ(e.what(), c.key) << c.what;
-    }
-  }
-  EXPECT_EQ(existing.Size(), 1u);  // nothing above touched the file
-}
-
-TEST_F(FileTest, EveryDirFailureIsItsException) {
-  Write("file");
   MakeDir("a");
   MakeDir("b");
-  ExpectFailure<dir_create_exception>(
-      [&] { Dir(Path("no/parent")).Create(); },
-      "$$$/tvxcore/filesupport/DirCreate=The directory '@0' could not be created. Please check the "
-      "parent directory protection or permission rights.",
-      "missing parent");
+  std::filesystem::create_symlink(root_ / "nowhere/at/all", root_ / "dangling");
+  using E = create_accessdenied_exception;
+  ExpectFailure<E>("Create/accessdenied", [&] { File(Path("file")).Create(true); });  // exists
+  ExpectFailure<E>("Create/accessdenied", [&] { File(Path("a")).Create(false); });    // a directory
+  ExpectFailure<create_invalidpath_exception>("Create/invalidpath",
+                                              [&] { File(Path("no/parent")).Create(false); });
+  ExpectFailure<create_invalidpath_exception>("Create/invalidpath",
+                                              [&] { File(Path("file/below")).Create(false); });
+  ExpectFailure<create_fnf_exception>("Create/fnf", [&] { File(Path("dangling")).Create(false); });
+  ExpectFailure<create_exception>(
+      "Create", [&] { File(Path("a") + UTF16String(u"\0b", 2)).Create(false); });  // zero unit
+  ExpectFailure<file_delete_exception>("Delete", [&] { File(Path("missing")).Delete(); });
+  ExpectFailure<file_delete_exception>("Delete", [&] { File(Path("a")).Delete(); });
+  ExpectFailure<rename_file>("Rename", [&] { File(Path("missing")).Rename(u"x"); });
+  ExpectFailure<rename_file>("Rename", [&] { File(Path("file")).Rename(u"a"); });  // taken
+  ExpectFailure<file_not_found_exception>("FileNotFound",
+                                          [&] { (void)File(Path("missing")).Modified(); });
+  ExpectFailure<file_exception>("error", [&] { (void)File(Path("file/below")).Created(); });
+  ExpectFailure<dir_create_exception>("DirCreate", [&] { Dir(Path("no/parent")).Create(); });
+  ExpectFailure<dir_delete_exception>("DirDelete", [&] { Dir(Path("missing")).Delete(); });
+  ExpectFailure<rename_dir_already_exists>("DirRename/exists",
+                                           [&] { Dir(Path("a")).Rename(u"b"); });
+  ExpectFailure<rename_dir>("DirRename", [&] { Dir(Path("missing")).Rename(u"c"); });
+  ExpectFailure<dir_not_found_exception>("DirNotFound",
+                                         [&] { (void)Dir(Path("missing")).Created(); });
+  ExpectFailure<dir_exception>("Dir/error", [&] { (void)Dir(Path("file/x")).Modified(); });
   // "Already exists" is no failure, even when what exists is a file.
   EXPECT_NO_THROW(Dir(Path("file")).Create());
   EXPECT_FALSE(Dir(Path("file")).Exists());
-  ExpectFailure<dir_delete_exception>(
-      [&] { Dir(Path("missing")).Delete(); },
-      "$$$/tvxcore/filesupport/DirDelete=Could not delete the directory '@0'.", "missing");
-  ExpectFailure<rename_dir_already_exists>(
-      [&] { Dir(Path("a")).Rename(u"b"); },
-      "$$$/tvxcore/filesupport/DirRename/exists=Could not rename the directory '@0' to '@1'. The "
-      "directory already exists.",
-      "target taken");
-  ExpectFailure<rename_dir>(
-      [&] { Dir(Path("missing")).Rename(u"c"); },
-      "$$$/tvxcore/filesupport/DirRename=Could not rename the directory '@0' to '@1'.", "missing");
-  ExpectFailure<dir_not_found_exception>(
-      [&] { (void)Dir(Path("missing")).Created(); },
-      "$$$/tvxcore/filesupport/DirNotFound=The directory '@0' could not be found.", "times");
-  ExpectFailure<dir_exception>([&] { (void)Dir(Path("file/x")).Modified(); },
-                               "$$$/tvxcore/filesupport/Dir/error=Error with Directory: '@0'.",
-                               "times under a file");
+  EXPECT_EQ(File(Path("file")).Size(), 1u);  // nothing above touched the file
   EXPECT_TRUE(OnDisk("a") && OnDisk("b"));
 }
 
@@ -303,35 +232,23 @@ TEST_F(FileTest, ReadOnlyDirectoryRefusesChangesWithTheirExceptions) {
   Write("ro/kept");
   MakeDir("ro/sub");
   // Everybody may pass through the test's folder, so only "ro" refuses.
-  std::filesystem::permissions(
-      root_, std::filesystem::perms::group_exec | std::filesystem::perms::others_exec,
-      std::filesystem::perm_options::add);
-  std::filesystem::permissions(
-      root_ / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec |
-                        std::filesystem::perms::group_read | std::filesystem::perms::group_exec |
-                        std::filesystem::perms::others_read | std::filesystem::perms::others_exec);
+  namespace fs = std::filesystem;
+  fs::permissions(root_, fs::perms::group_exec | fs::perms::others_exec, fs::perm_options::add);
+  fs::permissions(root_ / "ro", fs::perms::owner_read | fs::perms::owner_exec |
+                                    fs::perms::group_read | fs::perms::group_exec |
+                                    fs::perms::others_read | fs::perms::others_exec);
   // Root ignores permissions, so the attempts run without its power; each
   // reports by one bit of the exit status.
+  using Denied = create_accessdenied_exception;
   const int failed = tvxtest::RunUnprivileged([&] {
-    int bits = 0;
-    auto check = [&bits](int bit, const std::type_info& type, const std::function<void()>& call) {
-      try {
-        call();
-        bits |= bit;
-      } catch (const std::exception& e) {
-        if (typeid(e) != type) bits |= bit;
-      }
-    };
-    check(1, typeid(create_accessdenied_exception), [&] { File(Path("ro/new")).Create(false); });
-    check(2, typeid(dir_create_exception), [&] { Dir(Path("ro/newdir")).Create(); });
-    check(4, typeid(file_delete_exception), [&] { File(Path("ro/kept")).Delete(); });
-    check(8, typeid(rename_file), [&] { File(Path("ro/kept")).Rename(u"other"); });
-    check(16, typeid(dir_delete_exception), [&] { Dir(Path("ro/sub")).Delete(); });
-    return bits;
+    return BitUnlessThrown<Denied>(1, [&] { File(Path("ro/new")).Create(false); }) |
+           BitUnlessThrown<dir_create_exception>(2, [&] { Dir(Path("ro/newdir")).Create(); }) |
+           BitUnlessThrown<file_delete_exception>(4, [&] { File(Path("ro/kept")).Delete(); }) |
+           BitUnlessThrown<rename_file>(8, [&] { File(Path("ro/kept")).Rename(u"x"); }) |
+           BitUnlessThrown<dir_delete_exception>(16, [&] { Dir(Path("ro/sub")).Delete(); });
   });
   EXPECT_EQ(failed, 0) << "bits of the operations that failed otherwise; -1: no child";
-  EXPECT_TRUE(OnDisk("ro/kept"));
-  EXPECT_TRUE(OnDisk("ro/sub"));
+  EXPECT_TRUE(OnDisk("ro/kept") && OnDisk("ro/sub"));
 }
 
 TEST_F(FileTest, ExceptionsCarryTheirFileAndNewName) {
@@ -339,19 +256,17 @@ TEST_F(FileTest, ExceptionsCarryTheirFileAndNewName) {
     File(Path("missing")).Rename(u"other");
     FAIL();
   } catch (const rename_file& e) {
-    rename_file copy = e;  // copyable
+    const rename_file copy = e;
     EXPECT_EQ(copy.GetFile().FullPath(), Path("missing"));
     EXPECT_EQ(copy.GetNewName(), u"other");
   }
   try {
     Dir(Path("nothing")).Rename(u"else");
     FAIL();
-  } catch (const dir_exception& e) {
+  } catch (const rename_dir& e) {
     EXPECT_EQ(e.GetDir().FullPath(), Path("nothing"));
-    EXPECT_EQ(static_cast<const rename_dir&>(e).GetNewName(), u"else");
+    EXPECT_EQ(e.GetNewName(), u"else");
   }
-  file_exception custom(File(U("/p")), "$$$/tvxcore/test/Custom=Custom '@0'.");
-  EXPECT_STREQ(custom.what(), "$$$/tvxcore/test/Custom=Custom '@0'.");
 }
 
 TEST_F(FileTest, HostilePathsFailCleanly) {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
@@ -23,9 +23,7 @@ class FileUtilsTest : public tvxtest::TempDirTest {
  protected:
   std::string Read(std::string_view relative) const {
     std::ifstream in(root_ / relative, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
   }
 };
 
@@ -76,13 +74,11 @@ TEST(PathSplitting, ParentsFileNamesAndJoins) {
   EXPECT_EQ(fu::GetPathFileName(u"/a/b"), u"b");
   EXPECT_EQ(fu::GetPathFileName(u"a\\b"), u"");
   EXPECT_EQ(fu::GetPathFileName(u"dir/"), u"");
-  UTF16String out;
-  fu::BuildPathSpec(u"", u"n", out);
-  EXPECT_EQ(out, u"n");
-  fu::BuildPathSpec(u"/d", u"n", out);
-  EXPECT_EQ(out, u"/d/n");
-  fu::BuildPathSpec(u"/", u"n", out);
-  EXPECT_EQ(out, u"/n");
+  for (const auto& [dir, joined] : {std::pair{u"", u"n"}, {u"/d", u"/d/n"}, {u"/", u"/n"}}) {
+    UTF16String out = u"junk";
+    fu::BuildPathSpec(dir, u"n", out);
+    EXPECT_EQ(out, joined);
+  }
   EXPECT_EQ(fu::GetIllegalFilenameCharacters(), u"\\/:*?\"<>|");
 }
 
@@ -100,31 +96,23 @@ TEST(LegalFileNames, ReplacementTable) {
     const char16_t* out;
     bool changed;
   };
+  // clang-format off
   const Row rows[] = {
-      {u"a:b", u'_', u"a_b", true},
-      {u"CON", 0, u"CON-", true},
-      {u"con.txt", 0, u"-.txt", true},
-      {u"con.txt", u'_', u"con_.txt", true},
-      {u"CON", u'_', u"CON_", true},
-      {u"...", 0, u"-", true},
-      {u"a?b", u'?', u"a-b", true},  // an illegal replacement is used as "-"
-      {u"a b", u'.', u"a b", false},
-      {u"x.", u' ', u"x-", true},
-      {u"fine.txt", u'_', u"fine.txt", false},
-      {u"", u'_', u"", false},
-      {u"a<b>c|d", 0, u"abcd", true},
-      {u"tab\there", u'_', u"tab_here", true},
-      {u"trail. . ", 0, u"trail", true},
-      {u"trail..", u'_', u"trail._", true},  // only the last unit is overwritten
-      {u"..lead", 0, u"lead", true},
-      {u".lead", u'_', u"_lead", true},
-      {u"COM10.txt", 0, u"COM10.txt", false},
-      {u"com1.a.b", 0, u"-.a.b", true},
-      {u"LPT9", u'x', u"LPT9x", true},
-      {u"nul.", 0, u"-", true},
-      {u"aux.", u'_', u"aux__", true},
+      {u"a:b", u'_', u"a_b", true},            {u"CON", 0, u"CON-", true},
+      {u"con.txt", 0, u"-.txt", true},         {u"con.txt", u'_', u"con_.txt", true},
+      {u"CON", u'_', u"CON_", true},           {u"...", 0, u"-", true},
+      {u"a b", u'.', u"a b", false},           {u"x.", u' ', u"x-", true},
+      {u"fine.txt", u'_', u"fine.txt", false}, {u"", u'_', u"", false},
+      {u"a<b>c|d", 0, u"abcd", true},          {u"tab\there", u'_', u"tab_here", true},
+      {u"trail. . ", 0, u"trail", true},       {u"..lead", 0, u"lead", true},
+      {u".lead", u'_', u"_lead", true},        {u"COM10.txt", 0, u"COM10.txt", false},
+      {u"com1.a.b", 0, u"-.a.b", true},        {u"LPT9", u'x', u"LPT9x", true},
+      {u"nul.", 0, u"-", true},                {u"aux.", u'_', u"aux__", true},
       {u"*?:", 0, u"-", true},
+      {u"a?b", u'?', u"a-b", true},         // an illegal replacement is used as "-"
+      {u"trail..", u'_', u"trail._", true}  // only the last unit is overwritten
   };
+  // clang-format on
   for (const Row& row : rows) {
     UTF16String name = row.in;
     EXPECT_EQ(fu::ReplaceIllegalFileNameCharacters(name, row.replacement), row.changed)
@@ -136,17 +124,15 @@ TEST(LegalFileNames, ReplacementTable) {
 }
 
 TEST(LegalFileNames, ResultIsLegalAndStable) {
-  const char16_t* inputs[] = {u"a/b\\c", u"  x  ", u".",     u"con",   u"prn.x.y", u"\x01\x1f",
-                              u"ok",     u"lpt1.", u"..a..", u"COM3 ", u"a:b:c.",  u"?"};
-  for (const char16_t* input : inputs) {
+  UTF16String illegal = fu::GetIllegalFilenameCharacters();
+  for (UTF16Char control = 1; control < 32; ++control) illegal.push_back(control);
+  for (const char16_t* input : {u"a/b\\c", u"  x  ", u".", u"con", u"prn.x.y", u"\x01\x1f", u"ok",
+                                u"lpt1.", u"..a..", u"COM3 ", u"a:b:c.", u"?"}) {
     for (UTF16Char replacement : {u'_', u'-', u'~'}) {
       UTF16String name = input;
       fu::ReplaceIllegalFileNameCharacters(name, replacement);
       ASSERT_FALSE(name.empty());
-      for (UTF16Char unit : name) {
-        EXPECT_EQ(fu::GetIllegalFilenameCharacters().find(unit), UTF16String::npos);
-        EXPECT_FALSE(unit >= 1 && unit <= 31);
-      }
+      EXPECT_EQ(name.find_first_of(illegal), UTF16String::npos) << tvxtest::N(name);
       EXPECT_NE(name.front(), u'.');
       EXPECT_NE(name.back(), u'.');
       EXPECT_NE(name.back(), u' ');
@@ -156,38 +142,30 @@ TEST(LegalFileNames, ResultIsLegalAndStable) {
   }
 }
 
-TEST_F(FileUtilsTest, ExistenceTests) {
+TEST_F(FileUtilsTest, ExistenceCreationRemovalAndText) {
   Write("f");
   MakeDir("d");
-  EXPECT_TRUE(fu::FileExists(Path("f")));
-  EXPECT_TRUE(fu::FileExists(Path("d")));
-  EXPECT_FALSE(fu::FileExists(Path("none")));
-  EXPECT_TRUE(fu::DirectoryExists(Path("d")));
-  EXPECT_FALSE(fu::DirectoryExists(Path("f")));
-  EXPECT_TRUE(fu::FileOrDirExists(Path("f")));
-  EXPECT_FALSE(fu::FileOrDirExists(Path("none")));
+  for (const char* name : {"f", "d", "none"}) {
+    const bool f = name[0] == 'f', d = name[0] == 'd';
+    EXPECT_EQ(fu::FileExists(Path(name)), f || d) << name;
+    EXPECT_EQ(fu::FileOrDirExists(Path(name)), f || d) << name;
+    EXPECT_EQ(fu::DirectoryExists(Path(name)), d) << name;
+  }
   EXPECT_TRUE(fu::IsDir(Path("d")));
   EXPECT_FALSE(fu::IsDir(Path("f")));
   EXPECT_THROW(fu::IsDir(Path("none")), create_fnf_exception);
-}
-
-TEST_F(FileUtilsTest, EnsureDirectoryExistsMakesEveryLevel) {
   EXPECT_TRUE(fu::EnsureDirectoryExists(Path("a/b/c")));
   EXPECT_TRUE(OnDisk("a/b/c"));
   EXPECT_TRUE(fu::EnsureDirectoryExists(Path("a/b/c")));
-  Write("file");
-  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("file")));
-  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("file/sub")));
+  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("f")));
+  EXPECT_FALSE(fu::EnsureDirectoryExists(Path("f/sub")));
   EXPECT_FALSE(fu::EnsureDirectoryExists(u"relative-top-that-is-missing"));
-}
-
-TEST_F(FileUtilsTest, CreateRemoveAndWriteText) {
   EXPECT_TRUE(fu::CreateNewFile(Path("n")));
-  EXPECT_TRUE(fu::CreateNewDirectory(Path("d")));
-  EXPECT_FALSE(fu::CreateNewDirectory(Path("d")));
   EXPECT_FALSE(fu::CreateNewFile(Path("missing/n")));
   EXPECT_TRUE(fu::RemoveFile(Path("n")));
   EXPECT_FALSE(fu::RemoveFile(Path("n")));
+  EXPECT_TRUE(fu::CreateNewDirectory(Path("nd")));
+  EXPECT_FALSE(fu::CreateNewDirectory(Path("nd")));
   fu::SimpleWriteStringToFile(Path("t.txt"), U8("first\n"));
   fu::SimpleWriteStringToFile(Path("t.txt"), U8("second\n"));
   fu::SimpleAppendStringToFile(Path("t.txt"), U8("more"));
@@ -198,24 +176,11 @@ TEST_F(FileUtilsTest, CreateRemoveAndWriteText) {
   EXPECT_FALSE(OnDisk("no"));
 }
 
-TEST_F(FileUtilsTest, CopyReplacesAndMapsFailures) {
-  Write("src", std::string(3 << 20, 'q'));
+TEST_F(FileUtilsTest, CopyReplacesReportsProgressCancelsAndMapsFailures) {
+  Write("src", std::string(5 << 20, 'p'));
   Write("dst", "old");
   fu::Copy(Path("src"), Path("dst"));
-  EXPECT_EQ(Read("dst").size(), 3u << 20);
-  EXPECT_THROW(fu::Copy(Path("missing"), Path("x")), file_not_found_exception);
-  try {
-    fu::Copy(Path("src"), Path("no/dir/x"));
-    FAIL();
-  } catch (const create_invalidpath_exception& e) {
-    EXPECT_EQ(e.GetFile().FullPath(), Path("no/dir/x"));  // the destination is named
-  }
-  MakeDir("d");
-  EXPECT_THROW(fu::Copy(Path("src"), Path("d")), create_accessdenied_exception);
-}
-
-TEST_F(FileUtilsTest, CopyWithProgressReportsAndCancels) {
-  Write("src", std::string(5 << 20, 'p'));
+  EXPECT_EQ(Read("dst").size(), 5u << 20);
   struct Seen {
     std::vector<double> fractions;
     double cancelAt = 2.0;
@@ -234,11 +199,20 @@ TEST_F(FileUtilsTest, CopyWithProgressReportsAndCancels) {
   EXPECT_FALSE(fu::CopyWithProgress(Path("src"), Path("b"), callback, &seen));
   EXPECT_LT(seen.fractions.back(), 1.0);
   EXPECT_FALSE(OnDisk("b"));  // a cancelled copy leaves nothing
-  EXPECT_TRUE(fu::CopyWithProgress(Path("src"), Path("c"), nullptr, nullptr));
   Write("empty", "");
   seen = Seen{};
   EXPECT_TRUE(fu::CopyWithProgress(Path("empty"), Path("e"), callback, &seen));
   EXPECT_TRUE(OnDisk("e"));
+
+  EXPECT_THROW(fu::Copy(Path("missing"), Path("x")), file_not_found_exception);
+  try {
+    fu::Copy(Path("src"), Path("no/dir/x"));
+    FAIL();
+  } catch (const create_invalidpath_exception& e) {
+    EXPECT_EQ(e.GetFile().FullPath(), Path("no/dir/x"));  // the destination is named
+  }
+  MakeDir("d");
+  EXPECT_THROW(fu::Copy(Path("src"), Path("d")), create_accessdenied_exception);
 }
 
 TEST_F(FileUtilsTest, AttributesAndModifiedTime) {
@@ -366,20 +340,22 @@ TEST_F(FileUtilsTest, LinksResolveToTheirTargets) {
   EXPECT_LT(fu::CreateLink(Path("target.txt"), Path("file.lnk")), 0);  // taken
   EXPECT_LT(fu::CreateLink(Path("target.txt"), Path("no/dir/x.lnk")), 0);
 
-  UTF16String path = Path("file.lnk");
-  bool isDir = true;
-  EXPECT_EQ(fu::ResolveIT(path, isDir), 0);
-  EXPECT_EQ(path, Path("target.txt"));
-  EXPECT_FALSE(isDir);
-  path = Path("dir.lnk");
-  EXPECT_EQ(fu::ResolveIT(path, isDir), 0);
-  EXPECT_EQ(Dir(path), Dir(Path("folder")));
-  EXPECT_TRUE(isDir);
-  for (const char* failing : {"broken.lnk", "target.txt", "missing.lnk"}) {
-    path = Path(failing);
-    isDir = false;
-    EXPECT_LT(fu::ResolveIT(path, isDir), 0) << failing;
-    EXPECT_EQ(path, Path(failing));  // untouched
+  struct Row {
+    const char* link;
+    const char* target;  // null: no target, the path stays
+    bool isDir;
+  };
+  for (const Row& row : {Row{"file.lnk", "target.txt", false}, Row{"dir.lnk", "folder", true},
+                         Row{"broken.lnk", nullptr, false}, Row{"target.txt", nullptr, false},
+                         Row{"missing.lnk", nullptr, false}}) {
+    UTF16String path = Path(row.link);
+    bool isDir = !row.isDir;
+    const int result = fu::ResolveIT(path, isDir);
+    EXPECT_TRUE(row.target ? result == 0 : result < 0) << row.link << ": " << result;
+    EXPECT_EQ(Dir(path), Dir(Path(row.target ? row.target : row.link))) << row.link;
+    if (row.target) {
+      EXPECT_EQ(isDir, row.isDir) << row.link;
+    }
   }
   EXPECT_EQ(File(Dir(Path()), u"file.lnk", true).FullPath(), Path("target.txt"));
   EXPECT_EQ(File(Dir(Path()), u"dir.lnk", true).FullPath(), Path("dir.lnk"));  // not a file
