@@ -18,14 +18,13 @@
 #include "filesupport/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/proplist/PropListFiles.h"
-#include "tvxcore/xml/ExpatParser.h"
 
 using namespace tvxcore;
 using namespace tvxcore::proplist;
 using tvxtest::N;
-using tvxtest::Str;
 using tvxtest::U16;
 using tvxtest::U8;
+using tvxtest::WriteText;
 
 namespace {
 
@@ -38,12 +37,6 @@ constexpr char kRenameKey[] =
 constexpr char kMissingFactoryKey[] =
     "$$$/tvxcore/proplist/Error/PropListUtils/MissingParserFactoryLoad=Missing XML Parser Factory "
     "in LoadPropList.";
-
-std::string Text(const PropList& list) {
-  UTF8String text;
-  utils::WritePropList(text, list);
-  return Str(text);
-}
 
 class PropListFiles : public tvxtest::TempDirTest {
  protected:
@@ -59,18 +52,18 @@ class PropListFiles : public tvxtest::TempDirTest {
     TempDirTest::TearDown();
   }
   std::string Read(const std::string& relative) const {
-    std::ifstream in(root_ / relative, std::ios::binary);
     std::ostringstream bytes;
-    bytes << in.rdbuf();
+    bytes << std::ifstream(root_ / relative, std::ios::binary).rdbuf();
     return bytes.str();
+  }
+  // How many entries the directory holds: a save leaves no temporary file.
+  std::ptrdiff_t Entries() const {
+    return std::distance(std::filesystem::directory_iterator(root_),
+                         std::filesystem::directory_iterator());
   }
   static PropList Sample() {
     PropList list;
-    list.SetValue(U8("name"), U16(u"Caf\u00e9 <&> \"quoted\""));
-    list.SetValue(U8("count"), std::int32_t{-42});
-    list.SetValue(U8("big"), std::uint64_t{18446744073709551615ull});
-    list.SetValue(U8("ratio"), 0.1);
-    list.SetValue(U8("flags"), PropList::List<bool>{true, false, true});
+    tvxtest::FillEveryType(list);
     PropList* window = list.NewSubList(U8("window"));
     utils::WriteRect32(U8("bounds"), geom::RectT<long>{-10, 20, 1930, 1100}, *window);
     utils::WritePointF32(U8("origin"), geom::PointT<float>{1.5f, -2.25f}, *window);
@@ -92,22 +85,19 @@ TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
   utils::SavePropList(Path("prefs.xml"), sample);
   PropList loaded;
   utils::LoadPropList(Path("prefs.xml"), loaded, true);
-  EXPECT_EQ(Text(loaded), Text(sample));
-  EXPECT_EQ(Read("prefs.xml"), Text(sample)) << "the file holds exactly the XML form";
+  EXPECT_EQ(WriteText(loaded), WriteText(sample));
+  EXPECT_EQ(Read("prefs.xml"), WriteText(sample)) << "the file holds exactly the XML form";
 
   // The File form, over the file just written.
   PropList changed = sample;
-  changed.SetValue(U8("count"), std::int32_t{7});
+  changed.SetValue(U8("i32"), std::int32_t{7});
   filesupport::File file(Path("prefs.xml"));
   utils::SavePropList(file, changed);
   PropList reloaded;
   utils::LoadPropList(Path("prefs.xml"), reloaded, false);
-  EXPECT_EQ(Text(reloaded), Text(changed));
+  EXPECT_EQ(WriteText(reloaded), WriteText(changed));
   EXPECT_TRUE(errors_.Reports().empty());
-  // No temporary file is left beside the target.
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root_),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(Entries(), 1);
 }
 
 TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
@@ -124,7 +114,7 @@ TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
   ASSERT_GT(Read("large.xml").size(), 300000u);
   PropList loaded;
   utils::LoadPropList(Path("large.xml"), loaded, false);
-  EXPECT_EQ(Text(loaded), Text(large));
+  EXPECT_EQ(WriteText(loaded), WriteText(large));
   EXPECT_TRUE(errors_.Reports().empty());
 }
 
@@ -136,46 +126,44 @@ TEST_F(PropListFiles, ListsInDirectoriesWhoseNamesAreNotUTF8LoadBack) {
   const auto subdir = root.BeginSubdirs();
   ASSERT_NE(subdir, filesupport::Dir::EndSubdirs());
   const filesupport::File file(*subdir, U16(u"prefs.xml"));
-  const PropList sample = Sample();
-  utils::SavePropList(file.FullPath(), sample);
-  ASSERT_EQ(Read("caf\xE9/prefs.xml"), Text(sample));
+  const std::string sample = WriteText(Sample());
+  utils::SavePropList(file.FullPath(), Sample());
+  ASSERT_EQ(Read("caf\xE9/prefs.xml"), sample);
   PropList loaded;
   utils::LoadPropList(file.FullPath(), loaded, true);
-  EXPECT_EQ(Text(loaded), Text(sample));
+  EXPECT_EQ(WriteText(loaded), sample);
   EXPECT_TRUE(errors_.Reports().empty());
-  EXPECT_EQ(Read("caf\xE9/prefs.xml"), Text(sample)) << "a good file is never put aside";
+  EXPECT_EQ(Read("caf\xE9/prefs.xml"), sample) << "a good file is never put aside";
 }
 
 TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
-  const std::string valid = Text(Sample());
+  const std::string valid = WriteText(Sample());
   // A truncated document: the reader has stored values before it fails.
   const std::string corrupt = valid.substr(0, valid.size() * 2 / 3);
-  struct Case {
+  const struct {
     const char* label;
-    const char* file;  // null: no file at all
-    bool renameCorrupt;
+    bool exists, oldExists, renameCorrupt;
     const char* expectedKey;
-    bool putAside;
+  } cases[] = {
+      {"missing, rename asked", false, false, true, kLoadKey},
+      {"missing", false, false, false, kLoadKey},
+      {"corrupt, kept", true, false, false, kLoadKey},
+      {"corrupt, put aside", true, false, true, kRenameKey},
+      {"corrupt, older backup replaced", true, true, true, kRenameKey},
   };
-  const Case cases[] = {
-      {"missing, rename asked", nullptr, true, kLoadKey, false},
-      {"missing", nullptr, false, kLoadKey, false},
-      {"corrupt, kept", "corrupt", false, kLoadKey, false},
-      {"corrupt, put aside", "corrupt", true, kRenameKey, true},
-      {"corrupt, older backup replaced", "corrupt+old", true, kRenameKey, true},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.label);
     std::filesystem::remove(Native("p.xml"));
     std::filesystem::remove(Native("p.xml.old"));
-    if (c.file) Write("p.xml", corrupt);
-    if (c.file && std::string(c.file) == "corrupt+old") Write("p.xml.old", "an older backup");
+    if (c.exists) Write("p.xml", corrupt);
+    if (c.oldExists) Write("p.xml.old", "an older backup");
     const std::size_t before = errors_.Reports().size();
+    const bool putAside = c.exists && c.renameCorrupt;
 
     PropList list = Filled();
     utils::LoadPropList(Path("p.xml"), list, c.renameCorrupt);
 
-    EXPECT_EQ(Text(list), Text(PropList())) << "nothing of the file, nothing of before";
+    EXPECT_EQ(WriteText(list), WriteText(PropList())) << "nothing of the file, nothing of before";
     const auto reports = errors_.Reports();
     ASSERT_EQ(reports.size(), before + 1);
     const tvxtest::Report& report = reports.back();
@@ -184,15 +172,13 @@ TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
     EXPECT_EQ(report.module, 104u);
     EXPECT_EQ(report.number, 22);
     EXPECT_EQ(N(report.values[0].GetString()), Native("p.xml"));
-    EXPECT_EQ(N(report.values[1].GetString()), c.putAside ? "p.xml.old" : "");
+    EXPECT_EQ(N(report.values[1].GetString()), putAside ? "p.xml.old" : "");
     EXPECT_EQ(report.values[2].GetKind(), config::ReplacementValue::kKind_Empty);
     EXPECT_EQ(report.values[3].GetKind(), config::ReplacementValue::kKind_Empty);
-    if (c.putAside) {
-      EXPECT_FALSE(OnDisk("p.xml"));
+    EXPECT_EQ(OnDisk("p.xml"), c.exists && !putAside);
+    EXPECT_EQ(OnDisk("p.xml.old"), putAside) << "a rename only when asked and the file is corrupt";
+    if (putAside) {
       EXPECT_EQ(Read("p.xml.old"), corrupt);
-    } else {
-      EXPECT_EQ(OnDisk("p.xml"), c.file != nullptr);
-      EXPECT_FALSE(OnDisk("p.xml.old")) << "no rename tried";
     }
   }
 }
@@ -205,30 +191,27 @@ TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList)
   ASSERT_EQ(errors_.Reports().size(), 1u);
   EXPECT_EQ(errors_.Reports()[0].key, kMissingFactoryKey);
   EXPECT_EQ(errors_.Reports()[0].number, 21);
-  EXPECT_EQ(Text(untouched), Text(Filled())) << "no parse, nothing changed";
+  EXPECT_EQ(WriteText(untouched), WriteText(Filled())) << "no parse, nothing changed";
   EXPECT_TRUE(OnDisk("p.xml")) << "a missing parser is no corrupt file";
 
   // A newer version whose report the manager throws mid-parse.
   std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
   xml::SetParserFactory(factory);
-  std::string newer = Text(Sample());
+  std::string newer = WriteText(Sample());
   newer.replace(newer.find("version='4'"), 11, "version='5'");
   Write("newer.xml", newer);
   errors_.throwWhenNotDeferred = true;
   PropList list = Filled();
   EXPECT_THROW(utils::LoadPropList(Path("newer.xml"), list, true), tvxtest::RecordedFailure);
   EXPECT_EQ(errors_.Reports().back().number, 20);
-  EXPECT_EQ(Text(list), Text(PropList()));
+  EXPECT_EQ(WriteText(list), WriteText(PropList()));
 }
 
 TEST_F(PropListFiles, SaveOntoDirectoryRaisesRenameAndKeepsIt) {
   Write("taken.xml/inside", "kept");
   EXPECT_THROW(utils::SavePropList(Path("taken.xml"), Sample()), filesupport::rename_file);
   EXPECT_EQ(Read("taken.xml/inside"), "kept");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root_),
-                          std::filesystem::directory_iterator()),
-            1)
-      << "the temporary file is gone";
+  EXPECT_EQ(Entries(), 1) << "the temporary file is gone";
 }
 
 TEST_F(PropListFiles, RectanglesAndPointsRoundTripThroughTextAndDefaultToZero) {
@@ -246,22 +229,16 @@ TEST_F(PropListFiles, RectanglesAndPointsRoundTripThroughTextAndDefaultToZero) {
   list.SetValue(U8("long"), PropList::List<float>{1, 2, 3, 4, 5});
 
   // Through the file text, as a stored list would come back.
-  UTF8String text;
-  utils::WritePropList(text, list);
   PropList back;
-  utils::ReadPropList(text, back);
+  utils::ReadPropList(U8(WriteText(list)), back);
 
   EXPECT_EQ(utils::ReadRect32(U8("r"), back), rect);
   EXPECT_EQ(utils::ReadRectF32(U8("rf"), back), rectF);
   EXPECT_EQ(utils::ReadPoint32(U8("p"), back), point);
   EXPECT_EQ(utils::ReadPointF32(U8("pf"), back), pointF);
-  std::int32_t stored[4] = {};
   PropList::List<std::int32_t> items;
   ASSERT_TRUE(back.GetValue(U8("r"), items));
-  std::copy(items.begin(), items.end(), stored);
-  EXPECT_EQ(std::vector<std::int32_t>(stored, stored + 4),
-            (std::vector<std::int32_t>{-5, 6, 700, 800}))
-      << "left, top, right, bottom";
+  EXPECT_EQ(items, (PropList::List<std::int32_t>{-5, 6, 700, 800})) << "left, top, right, bottom";
 
   for (const char* key : {"missing", "text", "rf"}) {
     EXPECT_EQ(utils::ReadRect32(U8(key), back), geom::RectT<long>{}) << key;
@@ -274,16 +251,15 @@ TEST_F(PropListFiles, RectanglesAndPointsRoundTripThroughTextAndDefaultToZero) {
 
 // A save killed at any moment leaves the old file or the new one, whole.
 TEST_F(PropListFiles, SaveKilledAtRandomMomentsLeavesOldOrNewContent) {
-  auto big = [](const char* tag) {
+  auto big = [](char tag) {
     PropList list;
-    const std::string filler(90, tag[0]);
     for (int i = 0; i < 16000; ++i) {
-      list.SetValue(U8(std::string(tag) + std::to_string(i)), U8(filler + std::to_string(i)));
+      list.SetValue(U8(tag + std::to_string(i)), U8(std::string(90, tag) + std::to_string(i)));
     }
     return list;
   };
-  const PropList contents[2] = {big("a"), big("b")};
-  const std::string texts[2] = {Text(contents[0]), Text(contents[1])};
+  const PropList contents[2] = {big('a'), big('b')};
+  const std::string texts[2] = {WriteText(contents[0]), WriteText(contents[1])};
   ASSERT_GT(texts[0].size(), 1500000u);
   const UTF16String target = Path("big.xml");
   utils::SavePropList(target, contents[0]);
@@ -323,7 +299,7 @@ TEST_F(PropListFiles, SaveKilledAtRandomMomentsLeavesOldOrNewContent) {
     if (round % 10 == 9) {
       PropList loaded;
       utils::LoadPropList(target, loaded, false);
-      EXPECT_EQ(Text(loaded), texts[onDisk]);
+      EXPECT_EQ(WriteText(loaded), texts[onDisk]);
     }
   }
   EXPECT_TRUE(errors_.Reports().empty());

@@ -3,14 +3,16 @@
 #include <cstdint>
 #include <limits>
 #include <list>
+#include <vector>
 
 #include "TestText.h"
-#include "tvxcore/proplist/PropList.h"
 
 using namespace tvxcore;
 using namespace tvxcore::proplist;
+using tvxtest::FillEveryType;
 using tvxtest::U16;
 using tvxtest::U8;
+using tvxtest::WriteText;
 
 namespace {
 
@@ -19,68 +21,31 @@ namespace {
 // getters answering false left their target untouched.
 std::vector<PropListPropertyType> AnsweringGetters(const PropList& list, const UTF8String& key) {
   std::vector<PropListPropertyType> answered;
-  auto scalar = [&](auto sentinel, PropListPropertyType type) {
+  auto both = [&](auto sentinel, PropListPropertyType scalarType, PropListPropertyType arrayType) {
     auto target = sentinel;
     if (list.GetValue(key, target)) {
-      answered.push_back(type);
+      answered.push_back(scalarType);
     } else {
-      EXPECT_EQ(target, sentinel) << "type " << type;
+      EXPECT_EQ(target, sentinel) << "type " << scalarType;
+    }
+    std::list<decltype(sentinel)> items{sentinel};
+    if (list.GetValue(key, items)) {
+      answered.push_back(arrayType);
+    } else {
+      EXPECT_EQ(items.size(), 1u) << "type " << arrayType;
     }
   };
-  auto array = [&](auto sentinel, PropListPropertyType type) {
-    std::list<decltype(sentinel)> target{sentinel};
-    if (list.GetValue(key, target)) {
-      answered.push_back(type);
-    } else {
-      EXPECT_EQ(target.size(), 1u) << "array type " << type;
-    }
-  };
-  scalar(U16(u"sentinel"), kPropListType_UnicodeString);
-  scalar(U8("sentinel"), kPropListType_String);
-  scalar(false, kPropListType_Bool);
-  scalar(std::uint16_t{77}, kPropListType_UInt16);
-  scalar(std::uint32_t{77}, kPropListType_UInt32);
-  scalar(std::int32_t{77}, kPropListType_Int32);
-  scalar(std::int64_t{77}, kPropListType_Int64);
-  scalar(std::uint64_t{77}, kPropListType_UInt64);
-  scalar(77.5f, kPropListType_Float);
-  scalar(77.5, kPropListType_Double);
-  array(U16(u"sentinel"), kPropListType_UnicodeStringArray);
-  array(U8("sentinel"), kPropListType_StringArray);
-  array(false, kPropListType_BoolArray);
-  array(std::uint16_t{77}, kPropListType_UInt16Array);
-  array(std::uint32_t{77}, kPropListType_UInt32Array);
-  array(std::int32_t{77}, kPropListType_Int32Array);
-  array(std::int64_t{77}, kPropListType_Int64Array);
-  array(std::uint64_t{77}, kPropListType_UInt64Array);
-  array(77.5f, kPropListType_FloatArray);
-  array(77.5, kPropListType_DoubleArray);
+  both(U16(u"sentinel"), kPropListType_UnicodeString, kPropListType_UnicodeStringArray);
+  both(U8("sentinel"), kPropListType_String, kPropListType_StringArray);
+  both(false, kPropListType_Bool, kPropListType_BoolArray);
+  both(std::uint16_t{77}, kPropListType_UInt16, kPropListType_UInt16Array);
+  both(std::uint32_t{77}, kPropListType_UInt32, kPropListType_UInt32Array);
+  both(std::int32_t{77}, kPropListType_Int32, kPropListType_Int32Array);
+  both(std::int64_t{77}, kPropListType_Int64, kPropListType_Int64Array);
+  both(std::uint64_t{77}, kPropListType_UInt64, kPropListType_UInt64Array);
+  both(77.5f, kPropListType_Float, kPropListType_FloatArray);
+  both(77.5, kPropListType_Double, kPropListType_DoubleArray);
   return answered;
-}
-
-// Stores one value of every type under its own key.
-void FillEveryType(PropList& list) {
-  list.SetValue(U8("ustring"), U16(u"\u00e9t\u00e9 \U0001F600"));
-  list.SetValue(U8("string"), U8("plain"));
-  list.SetValue(U8("bool"), true);
-  list.SetValue(U8("u16"), std::uint16_t{65535});
-  list.SetValue(U8("u32"), std::uint32_t{4294967295u});
-  list.SetValue(U8("i32"), std::int32_t{-2147483647 - 1});
-  list.SetValue(U8("i64"), std::numeric_limits<std::int64_t>::min());
-  list.SetValue(U8("u64"), std::numeric_limits<std::uint64_t>::max());
-  list.SetValue(U8("float"), 1.5f);
-  list.SetValue(U8("double"), -2.25);
-  list.NewSubList(U8("sub"))->SetValue(U8("inner"), std::int32_t{7});
-  list.SetValue(U8("a.ustring"), std::list<UTF16String>{U16(u"x"), U16(u"y")});
-  list.SetValue(U8("a.string"), std::list<UTF8String>{U8("x")});
-  list.SetValue(U8("a.bool"), std::list<bool>{true, false});
-  list.SetValue(U8("a.u16"), std::list<std::uint16_t>{1, 2});
-  list.SetValue(U8("a.u32"), std::list<std::uint32_t>{3});
-  list.SetValue(U8("a.i32"), std::list<std::int32_t>{-4});
-  list.SetValue(U8("a.i64"), std::list<std::int64_t>{-5});
-  list.SetValue(U8("a.u64"), std::list<std::uint64_t>{6});
-  list.SetValue(U8("a.float"), std::list<float>{0.5f});
-  list.SetValue(U8("a.double"), std::list<double>{0.25, 8});
 }
 
 }  // namespace
@@ -89,87 +54,56 @@ TEST(PropList, EveryTypeAnswersOnlyItsOwnGetter) {
   PropList list;
   FillEveryType(list);
   const struct {
-    const char* key;
-    PropListPropertyType type;
+    const char* key;  // of the scalar; the array's is "a." + key
+    PropListPropertyType scalar, array;
   } cases[] = {
-      {"ustring", kPropListType_UnicodeString},
-      {"string", kPropListType_String},
-      {"bool", kPropListType_Bool},
-      {"u16", kPropListType_UInt16},
-      {"u32", kPropListType_UInt32},
-      {"i32", kPropListType_Int32},
-      {"i64", kPropListType_Int64},
-      {"u64", kPropListType_UInt64},
-      {"float", kPropListType_Float},
-      {"double", kPropListType_Double},
-      {"a.ustring", kPropListType_UnicodeStringArray},
-      {"a.string", kPropListType_StringArray},
-      {"a.bool", kPropListType_BoolArray},
-      {"a.u16", kPropListType_UInt16Array},
-      {"a.u32", kPropListType_UInt32Array},
-      {"a.i32", kPropListType_Int32Array},
-      {"a.i64", kPropListType_Int64Array},
-      {"a.u64", kPropListType_UInt64Array},
-      {"a.float", kPropListType_FloatArray},
-      {"a.double", kPropListType_DoubleArray},
-      {"sub", kPropListType_PropList},
-      {"missing", kPropListType_None},
+      {"ustring", kPropListType_UnicodeString, kPropListType_UnicodeStringArray},
+      {"string", kPropListType_String, kPropListType_StringArray},
+      {"bool", kPropListType_Bool, kPropListType_BoolArray},
+      {"u16", kPropListType_UInt16, kPropListType_UInt16Array},
+      {"u32", kPropListType_UInt32, kPropListType_UInt32Array},
+      {"i32", kPropListType_Int32, kPropListType_Int32Array},
+      {"i64", kPropListType_Int64, kPropListType_Int64Array},
+      {"u64", kPropListType_UInt64, kPropListType_UInt64Array},
+      {"float", kPropListType_Float, kPropListType_FloatArray},
+      {"double", kPropListType_Double, kPropListType_DoubleArray},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.key);
-    EXPECT_EQ(list.GetPropertyType(U8(c.key)), c.type);
-    auto answered = AnsweringGetters(list, U8(c.key));
-    if (c.type == kPropListType_None || c.type == kPropListType_PropList) {
-      EXPECT_TRUE(answered.empty());
-    } else {
-      EXPECT_EQ(answered, std::vector<PropListPropertyType>{c.type});
+    for (const auto& [key, type] :
+         {std::pair{std::string(c.key), c.scalar}, std::pair{"a." + std::string(c.key), c.array}}) {
+      SCOPED_TRACE(key);
+      EXPECT_EQ(list.GetPropertyType(U8(key)), type);
+      EXPECT_EQ(AnsweringGetters(list, U8(key)), std::vector<PropListPropertyType>{type});
     }
   }
+  EXPECT_EQ(list.GetPropertyType(U8("sub")), kPropListType_PropList);
+  EXPECT_EQ(list.GetPropertyType(U8("missing")), kPropListType_None);
+  EXPECT_TRUE(AnsweringGetters(list, U8("sub")).empty());
+  EXPECT_TRUE(AnsweringGetters(list, U8("missing")).empty());
 }
 
 TEST(PropList, ScalarsKeepTheirValues) {
   PropList list;
   FillEveryType(list);
-  UTF16String u16;
-  UTF8String u8;
-  bool b = false;
-  std::uint16_t w = 0;
-  std::uint32_t u = 0;
-  std::int32_t i = 0;
-  std::int64_t l = 0;
-  std::uint64_t ul = 0;
-  float f = 0;
-  double d = 0;
-  ASSERT_TRUE(list.GetValue(U8("ustring"), u16));
-  EXPECT_EQ(u16, U16(u"\u00e9t\u00e9 \U0001F600"));
-  ASSERT_TRUE(list.GetValue(U8("string"), u8));
-  EXPECT_EQ(u8, U8("plain"));
-  ASSERT_TRUE(list.GetValue(U8("bool"), b));
-  EXPECT_TRUE(b);
-  ASSERT_TRUE(list.GetValue(U8("u16"), w));
-  EXPECT_EQ(w, 65535);
-  ASSERT_TRUE(list.GetValue(U8("u32"), u));
-  EXPECT_EQ(u, 4294967295u);
-  ASSERT_TRUE(list.GetValue(U8("i32"), i));
-  EXPECT_EQ(i, std::numeric_limits<std::int32_t>::min());
-  ASSERT_TRUE(list.GetValue(U8("i64"), l));
-  EXPECT_EQ(l, std::numeric_limits<std::int64_t>::min());
-  ASSERT_TRUE(list.GetValue(U8("u64"), ul));
-  EXPECT_EQ(ul, std::numeric_limits<std::uint64_t>::max());
-  ASSERT_TRUE(list.GetValue(U8("float"), f));
-  EXPECT_EQ(f, 1.5f);
-  ASSERT_TRUE(list.GetValue(U8("double"), d));
-  EXPECT_EQ(d, -2.25);
+  auto expect = [&](const char* key, auto value) {
+    decltype(value) stored{};
+    ASSERT_TRUE(list.GetValue(U8(key), stored)) << key;
+    EXPECT_EQ(stored, value) << key;
+  };
+  expect("ustring", U16(u"\u00e9t\u00e9 \"<&>\" \U0001F600"));
+  expect("string", U8("a \"quoted\" <tag> & 'more'"));
+  expect("bool", true);
+  expect("u16", std::uint16_t{65535});
+  expect("u32", std::uint32_t{4294967295u});
+  expect("i32", std::numeric_limits<std::int32_t>::min());
+  expect("i64", std::numeric_limits<std::int64_t>::min());
+  expect("u64", std::numeric_limits<std::uint64_t>::max());
+  expect("float", -1.5e-3f);
+  expect("double", 6.25e300);
 }
 
 TEST(PropList, TheLastSetterDecidesTheType) {
   PropList list;
-  list.SetValue(U8("a"), std::int32_t{1});
-  std::uint32_t u = 9;
-  EXPECT_FALSE(list.GetValue(U8("a"), u));
-  EXPECT_EQ(u, 9u);
-  EXPECT_EQ(list.GetPropertyType(U8("a")), kPropListType_Int32);
-
   list.SetValue(U8("b"), true);
   list.SetValue(U8("b"), 1.0);
   bool b = false;
@@ -221,22 +155,17 @@ TEST(PropList, SubListsAreOwnedAndFoundByKey) {
 TEST(PropList, CopiesShareNothing) {
   PropList list;
   FillEveryType(list);
+  const std::string original = WriteText(list);
   PropList copy(list);
   copy.GetSubList(U8("sub"))->SetValue(U8("inner"), std::int32_t{99});
   copy.SetValue(U8("string"), U8("changed"));
-  std::int32_t inner = 0;
-  ASSERT_TRUE(list.GetSubList(U8("sub"))->GetValue(U8("inner"), inner));
-  EXPECT_EQ(inner, 7);
-  UTF8String text;
-  ASSERT_TRUE(list.GetValue(U8("string"), text));
-  EXPECT_EQ(text, U8("plain"));
+  EXPECT_EQ(WriteText(list), original);
 
   PropList assigned;
   assigned.SetValue(U8("old"), true);
   assigned = copy;
-  EXPECT_EQ(assigned.GetPropertyType(U8("old")), kPropListType_None);
-  ASSERT_TRUE(assigned.GetSubList(U8("sub"))->GetValue(U8("inner"), inner));
-  EXPECT_EQ(inner, 99);
+  EXPECT_EQ(WriteText(assigned), WriteText(copy));
+  EXPECT_NE(WriteText(assigned), original);
   copy.GetSubList(U8("sub"))->Clear();
   EXPECT_FALSE(assigned.GetSubList(U8("sub"))->IsEmpty());
 }

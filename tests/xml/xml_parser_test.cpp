@@ -1,23 +1,21 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "filesupport/TempDirFixture.h"
+#include "proplist/TestText.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"
 #include "tvxcore/xml/XMLParser.h"
 
 using namespace tvxcore;
 using namespace tvxcore::xml;
+using tvxtest::U8;
 
 namespace {
 
-UTF8String U8(std::string_view text) {
-  return UTF8String(reinterpret_cast<const UTF8Char*>(text.data()), text.size());
-}
 std::string Narrow(const UTF16String& text) {
   UTF8String bytes = utility::UTF16to8(text);
   return std::string(bytes.begin(), bytes.end());
@@ -114,51 +112,42 @@ class CountingFactory : public DocParserFactory {
 
 TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
   const struct {
+    bool encode;
     const char* in;
     const char* out;
-  } encode[] = {
-      {"", ""},
-      {"plain text", "plain text"},
-      {"\"&'<>", "&quot;&amp;&apos;&lt;&gt;"},
-      {"a<b>c", "a&lt;b&gt;c"},
-      {"&amp;", "&amp;amp;"},
-      {"\xC3\xA9&", "\xC3\xA9&amp;"},
+  } cases[] = {
+      {true, "", ""},
+      {true, "\"&'<>", "&quot;&amp;&apos;&lt;&gt;"},
+      {true, "a<b>c", "a&lt;b&gt;c"},
+      {true, "&amp;", "&amp;amp;"},
+      {true, "\xC3\xA9&", "\xC3\xA9&amp;"},
+      {false, "", ""},
+      {false, "&quot;&apos;&amp;&lt;&gt;", "\"'&<>"},
+      {false, "&amp;lt;", "&lt;"},    // one level only
+      {false, "&foo;", "&foo;"},      // unknown name
+      {false, "&quote;", "&quote;"},  // a fifth unit ends the name
+      {false, "&quo", "&quo"},        // cut by the end
+      {false, "&", "&"},
+      {false, "&&lt;", "&<"},  // a second "&" restarts the name
+      {false, "&a&b&gt;x", "&a&b>x"},
+      {false, "&LT;", "&LT;"},    // names are case-sensitive
+      {false, "&#60;", "&#60;"},  // character references are not decoded
+      {false, "a&lt;b&gt;c", "a<b>c"},
+      {false, "&;", "&;"},
+      {false, "\xC3\xA9&amp;\xC3\xA9", "\xC3\xA9&\xC3\xA9"},
   };
-  for (const auto& c : encode) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.in);
     UTF8String out8 = U8("stale");
-    utils::EncodeReservedCharacters(U8(c.in), out8);
-    EXPECT_EQ(out8, U8(c.out));
     UTF16String out16 = u"stale";
-    utils::EncodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
-    EXPECT_EQ(out16, utility::UTF8to16(U8(c.out)));
-  }
-  const struct {
-    const char* in;
-    const char* out;
-  } decode[] = {
-      {"", ""},
-      {"&quot;&apos;&amp;&lt;&gt;", "\"'&<>"},
-      {"&amp;lt;", "&lt;"},    // one level only
-      {"&foo;", "&foo;"},      // unknown name
-      {"&quote;", "&quote;"},  // a fifth unit ends the name
-      {"&quo", "&quo"},        // cut by the end
-      {"&", "&"},
-      {"&&lt;", "&<"},  // a second "&" restarts the name
-      {"&a&b&gt;x", "&a&b>x"},
-      {"&LT;", "&LT;"},    // names are case-sensitive
-      {"&#60;", "&#60;"},  // character references are not decoded
-      {"a&lt;b&gt;c", "a<b>c"},
-      {"&;", "&;"},
-      {"\xC3\xA9&amp;\xC3\xA9", "\xC3\xA9&\xC3\xA9"},
-  };
-  for (const auto& c : decode) {
-    SCOPED_TRACE(c.in);
-    UTF8String out8 = U8("stale");
-    utils::DecodeReservedCharacters(U8(c.in), out8);
+    if (c.encode) {
+      utils::EncodeReservedCharacters(U8(c.in), out8);
+      utils::EncodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
+    } else {
+      utils::DecodeReservedCharacters(U8(c.in), out8);
+      utils::DecodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
+    }
     EXPECT_EQ(out8, U8(c.out));
-    UTF16String out16 = u"stale";
-    utils::DecodeReservedCharacters(utility::UTF8to16(U8(c.in)), out16);
     EXPECT_EQ(out16, utility::UTF8to16(U8(c.out)));
   }
 }
@@ -213,22 +202,10 @@ TEST(ExpatParser, DeliversEventsWithQualifiedNamesFirst) {
       "</r>");
   EXPECT_EQ(r.status, kXMLParseStatus_Success);
   EXPECT_EQ(r.log, (std::vector<std::string>{
-                       "start-document",
-                       "comment  head ",
-                       "map =urn:d",
-                       "map p=urn:p",
-                       "start r {urn:d} r [p:x {urn:p} x=1] [y {} y=<2>]",
-                       "start p:e {urn:p} e",
-                       "text a&b\xC3\xA9",
-                       "end p:e {urn:p} e",
-                       "start-cdata",
-                       "text <raw>",
-                       "end-cdata",
-                       "end r {urn:d} r",
-                       "unmap p",
-                       "unmap ",
-                       "end-document",
-                   }));
+                       "start-document", "comment  head ", "map =urn:d", "map p=urn:p",
+                       "start r {urn:d} r [p:x {urn:p} x=1] [y {} y=<2>]", "start p:e {urn:p} e",
+                       "text a&b\xC3\xA9", "end p:e {urn:p} e", "start-cdata", "text <raw>",
+                       "end-cdata", "end r {urn:d} r", "unmap p", "unmap ", "end-document"}));
 }
 
 TEST(ExpatParser, DefaultForwardingGivesPlainElementEvents) {
@@ -239,14 +216,9 @@ TEST(ExpatParser, DefaultForwardingGivesPlainElementEvents) {
 }
 
 TEST(ExpatParser, DetectsTheEncodingFromTheBytes) {
-  // "<a>é</a>" in UTF-16 little endian with a byte order mark, then Latin-1.
-  std::string utf16("\xFF\xFE", 2);
-  for (char16_t c : std::u16string(u"<a>\u00e9</a>")) {
-    utf16.push_back(static_cast<char>(c & 0xFF));
-    utf16.push_back(static_cast<char>(c >> 8));
-  }
   for (const std::string& text :
-       {utf16, std::string("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xE9</a>")}) {
+       {tvxtest::UTF16LE(u"<a>\u00e9</a>"),
+        std::string("<?xml version='1.0' encoding='ISO-8859-1'?><a>\xE9</a>")}) {
     auto r = Parse(text);
     EXPECT_EQ(r.status, kXMLParseStatus_Success);
     EXPECT_EQ(r.log[2], "text \xC3\xA9");
@@ -280,7 +252,6 @@ TEST(ExpatParser, BadInputGivesStatusTen) {
 
 TEST(ExpatParser, HugeAttributeValueParsesWhole) {
   std::string value(8 << 20, 'v');
-  std::vector<std::string> log;
   auto r = Parse("<a k='" + value + "'/>");
   EXPECT_EQ(r.status, kXMLParseStatus_Success);
   ASSERT_EQ(r.log.size(), 4u);
@@ -288,13 +259,7 @@ TEST(ExpatParser, HugeAttributeValueParsesWhole) {
 }
 
 TEST(ExpatParser, EntityExpansionBombIsRefused) {
-  std::string doc = "<?xml version='1.0'?>\n<!DOCTYPE lolz [\n<!ENTITY lol0 'lollollollollol'>\n";
-  for (int i = 1; i <= 9; ++i) {
-    doc += "<!ENTITY lol" + std::to_string(i) + " '";
-    for (int j = 0; j < 10; ++j) doc += "&lol" + std::to_string(i - 1) + ";";
-    doc += "'>\n";
-  }
-  doc += "]>\n<lolz>&lol9;</lolz>";
+  const std::string doc = tvxtest::EntityBombDoctype() + "<lolz>&e8;</lolz>";
 
   // A handler that keeps the text, as the property list reader does.
   struct Keeping : AbstractParseHandler {
@@ -311,58 +276,44 @@ TEST(ExpatParser, EntityExpansionBombIsRefused) {
   EXPECT_EQ(ok.log[2], "text expanded");
 }
 
-class ExpatFileTest : public ::testing::Test {
+class ExpatFileTest : public tvxtest::TempDirTest {
  protected:
-  void SetUp() override {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("tvxcore-xml-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-            "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(dir_);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::filesystem::path Write(const std::string& name, const std::string& text) {
-    auto path = dir_ / name;
-    std::ofstream(path, std::ios::binary) << text;
-    return path;
-  }
-  static UTF16String Path(const std::filesystem::path& path) {
-    return utility::UTF8to16(U8(path.string()));
-  }
-  Result ParseFile(const std::filesystem::path& path) {
+  // Writes `text` to `name` unless it is null, and parses the file.
+  Result ParseFile(const std::string& name, const char* text) {
+    if (text) Write(name, text);
     Result result{kXMLParseStatus_Failure, {}};
     std::unique_ptr<AbstractParseHandler> handler = std::make_unique<RecordingHandler>(&result.log);
-    auto parser = ExpatParserFactory().GetParser(handler);
-    result.status = parser->ParseDocument(Path(path));
+    result.status = ExpatParserFactory().GetParser(handler)->ParseDocument(Path(name));
     return result;
   }
-  std::filesystem::path dir_;
 };
 
 TEST_F(ExpatFileTest, ParsesFilesAcrossChunksAndRefusesMissingOnes) {
   std::string big = "<r>";
   for (int i = 0; i < 20000; ++i) big += "<i n='" + std::to_string(i) + "'>t</i>";
-  big += "</r>";
-  auto r = ParseFile(Write("big.xml", big));
+  auto r = ParseFile("big.xml", (big + "</r>").c_str());
   EXPECT_EQ(r.status, kXMLParseStatus_Success);
   EXPECT_EQ(r.log.size(), 2u + 2u + 3u * 20000u);
   EXPECT_EQ(r.log.back(), "end-document");
 
-  EXPECT_EQ(ParseFile(dir_ / "missing.xml").status, kXMLParseStatus_Failure);
-  EXPECT_EQ(ParseFile(Write("bad.xml", "<r><i></r>")).status, kXMLParseStatus_Failure);
+  EXPECT_EQ(ParseFile("missing.xml", nullptr).status, kXMLParseStatus_Failure);
+  EXPECT_EQ(ParseFile("bad.xml", "<r><i></r>").status, kXMLParseStatus_Failure);
 }
 
 TEST_F(ExpatFileTest, NeverLoadsExternalEntitiesOrDTDs) {
-  auto secret = Write("secret.txt", "SECRET");
-  auto dtd = Write("ext.dtd", "<!ENTITY leak 'SECRET'>");
-  const std::string docs[] = {
-      "<!DOCTYPE r [<!ENTITY x SYSTEM 'file://" + secret.string() + "'>]><r>&x;</r>",
-      "<!DOCTYPE r SYSTEM 'file://" + dtd.string() + "'><r>&leak;</r>",
-      "<!DOCTYPE r [<!ENTITY % p SYSTEM 'file://" + dtd.string() + "'> %p;]><r>&leak;</r>",
-  };
-  for (const std::string& doc : docs) {
+  Write("secret.txt", "SECRET");
+  Write("ext.dtd", "<!ENTITY leak 'SECRET'>");
+  const std::string secret = "'file://" + Native("secret.txt") + "'";
+  const std::string dtd = "'file://" + Native("ext.dtd") + "'";
+  for (const std::string& doc : {
+           "<!DOCTYPE r [<!ENTITY x SYSTEM " + secret + ">]><r>&x;</r>",
+           "<!DOCTYPE r SYSTEM " + dtd + "><r>&leak;</r>",
+           "<!DOCTYPE r [<!ENTITY % p SYSTEM " + dtd + "> %p;]><r>&leak;</r>",
+       }) {
     SCOPED_TRACE(doc);
-    auto r = ParseFile(Write("doc.xml", doc));
-    for (const std::string& line : r.log) EXPECT_EQ(line.find("SECRET"), std::string::npos);
+    for (const std::string& line : ParseFile("doc.xml", doc.c_str()).log) {
+      EXPECT_EQ(line.find("SECRET"), std::string::npos);
+    }
   }
 }
 
