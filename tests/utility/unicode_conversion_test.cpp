@@ -87,25 +87,6 @@ TEST(Surrogates, ClassifiesEveryUnitByRange) {
   }
 }
 
-TEST(Conversion, EdgeCasesOfTheLibraryContract) {
-  UnicodeErrorCode error = kUnicodeNoError;
-  std::size_t count = 0;
-  EXPECT_EQ(UTF8to16(UTF8String(U8("abc\xE2")), &error, &count), u"abc");
-  EXPECT_EQ(error, kUnicodeSourceExhausted);
-  EXPECT_EQ(count, 3u);
-  const UTF8String surrogate(U8("\xED\xA0\x80"));
-  const UTF16String unit = UTF8to16(surrogate, &error, &count);
-  EXPECT_EQ(unit, UTF16String(1, UTF16Char{0xD800}));
-  EXPECT_EQ(error, kUnicodeNoError);
-  EXPECT_EQ(UTF16to8(unit), surrogate);
-  EXPECT_TRUE(UTF8to16(UTF8String(U8("\xC0\x80")), &error, nullptr).empty());
-  EXPECT_EQ(error, kUnicodeSourceIllegal);
-  EXPECT_EQ(UTF16to8(u"\U0001F600"), UTF8String(U8("\xF0\x9F\x98\x80")));
-  EXPECT_EQ(UTF16to8(u"gr\u00FC\u00DFe \u65E5\u672C"),
-            UTF8String(U8("gr\xC3\xBC\xC3\x9F"
-                          "e \xE6\x97\xA5\xE6\x9C\xAC")));
-}
-
 TEST(Normalization, EachFormAndTheComposedDefault) {
   const UTF16String composed = u"\u00C5ngstr\u00F6m \uFB01";  // A-ring, o-umlaut, fi ligature
   const UTF16String decomposed = u"A\u030Angstro\u0308m \uFB01";

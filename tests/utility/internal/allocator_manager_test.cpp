@@ -140,22 +140,19 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
 
   const auto reports = errors.Reports();
   ASSERT_EQ(reports.size(), 2u);
-  for (const auto& report : reports) {
-    EXPECT_EQ(report.level, tvxcore::config::kErrorLevel_Fatal);
-    EXPECT_EQ(report.module, 105u);
-    EXPECT_EQ(report.number, 25);
-  }
   ASSERT_EQ(g_violations.size(), 2u);
-  for (const auto& v : g_violations) {
-    EXPECT_EQ(v.expression, "inSize <= kBlockSize");
-    EXPECT_EQ(v.file, R"(..\..\utility\src\SmallBlockAllocator)");
-    EXPECT_EQ(v.line, 530);
+  for (std::size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(reports[i].level, tvxcore::config::kErrorLevel_Fatal);
+    EXPECT_EQ(reports[i].module, 105u);
+    EXPECT_EQ(reports[i].number, 25);
+    EXPECT_EQ(g_violations[i].expression, "inSize <= kBlockSize");
+    EXPECT_EQ(g_violations[i].file, R"(..\..\utility\src\SmallBlockAllocator)");
+    EXPECT_EQ(g_violations[i].line, 530);
   }
   EXPECT_NE(p, nullptr);
   EXPECT_TRUE(owned);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, 0u);
   // The class and its neighbours still hand out distinct, intact blocks.
-  const auto census = manager.TakeCensus();
-  EXPECT_EQ(census.usedBlocks, 0u);
   for (std::size_t size : {24, 32, 48}) {
     auto blocks = AllocateMany(size, 500);
     for (std::size_t i = 0; i < blocks.size(); ++i) std::memset(blocks[i], int(i), size);
@@ -168,12 +165,12 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
   EXPECT_EQ(manager.TakeCensus().usedBlocks, 0u);
   // A block of another class is refused and nothing is counted.
   void* other = SmallBlockAllocator::Allocate(64);
-  const auto beforeForeign = manager.TakeCensus();
+  const auto before = manager.TakeCensus();
   EXPECT_FALSE(manager.Deallocate(other, 32));
-  const auto afterForeign = manager.TakeCensus();
-  EXPECT_EQ(afterForeign.freeBlocks, beforeForeign.freeBlocks);
-  EXPECT_EQ(afterForeign.chunks, beforeForeign.chunks);
-  EXPECT_EQ(afterForeign.usedBlocks, 0u);
+  const auto after = manager.TakeCensus();
+  EXPECT_EQ(after.freeBlocks, before.freeBlocks);
+  EXPECT_EQ(after.chunks, before.chunks);
+  EXPECT_EQ(after.usedBlocks, 0u);
   SmallBlockAllocator::Dispose(other, 64);
 }
 

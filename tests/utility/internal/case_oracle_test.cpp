@@ -96,28 +96,6 @@ TEST(CaseOracle, EveryBmpUnitMapsAsIcuFullMapping) {
   }
 }
 
-// Round trips through two forms agree with ICU's, and folding is idempotent.
-TEST(CaseOracle, RoundTripsThroughTwoFormsAgreeWithIcuOverTheWholeBmp) {
-  int failures = 0;
-  for (unsigned c = 0; c < 0x10000 && failures < 20; ++c) {
-    if (IsSurrogate(c)) continue;
-    const UTF16String unit(1, static_cast<UTF16Char>(c));
-    const UTF16String folded = u::FoldCase(unit);
-    const UTF16String viaUpper = u::FoldCase(u::UpperCase(unit));
-    const UTF16String viaLower = u::FoldCase(u::LowerCase(unit));
-    const UTF16String twice = u::FoldCase(folded);
-    const UTF16String icuViaUpper = Icu(IcuForm::kFold, Icu(IcuForm::kUpper, unit));
-    const UTF16String icuViaLower = Icu(IcuForm::kFold, Icu(IcuForm::kLower, unit));
-    if (viaUpper != icuViaUpper || viaLower != icuViaLower || twice != folded) {
-      ++failures;
-      ADD_FAILURE() << Hex(unit) << ": fold " << Hex(folded) << ", fold(upper) " << Hex(viaUpper)
-                    << " (ICU " << Hex(icuViaUpper) << "), fold(lower) " << Hex(viaLower)
-                    << " (ICU " << Hex(icuViaLower) << "), fold(fold) " << Hex(twice);
-    }
-  }
-  EXPECT_EQ(failures, 0);
-}
-
 // A unit is a row of the table when ICU gives it any form other than itself,
 // and only then; TitleCase shows it, since a row continues a word and any
 // other unit begins one. A row whose upper form is one unit gives

@@ -140,25 +140,18 @@ TEST_F(NumberText, ParsesTheLongestLeadingNumberAndNeverThrows) {
     EXPECT_DOUBLE_EQ(StringToNumber(c.text, c.flags), c.expected) << Narrow(c.text);
   }
   EXPECT_FALSE(std::isnan(StringToNumber(u"1e999", 0)));
-  std::int32_t i32 = 5;
-  StringToNumber(i32, u"-17x", 0);
-  EXPECT_EQ(i32, -17);
-  StringToNumber(i32, u"99999999999", 0);
-  EXPECT_EQ(i32, std::numeric_limits<std::int32_t>::max());
-  StringToNumber(i32, u"nothing", 0);
-  EXPECT_EQ(i32, 0);
-  std::uint64_t u64 = 0;
-  StringToNumber(u64, u"18446744073709551615", 0);
-  EXPECT_EQ(u64, std::numeric_limits<std::uint64_t>::max());
-  std::int64_t i64 = 0;
-  StringToNumber(i64, u"-9,000,000,000", 0);
-  EXPECT_EQ(i64, -9000000000);
-  float f = 0;
-  StringToNumber(f, u"0.25", 0);
-  EXPECT_EQ(f, 0.25f);
-  std::uint32_t u32 = 0;
-  StringToNumber(u32, u"4000000000", 0);
-  EXPECT_EQ(u32, 4000000000u);
+  const auto parse = [](auto start, const char16_t* text) {
+    StringToNumber(start, text, 0);
+    return start;
+  };
+  EXPECT_EQ(parse(std::int32_t{5}, u"-17x"), -17);
+  EXPECT_EQ(parse(std::int32_t{5}, u"99999999999"), std::numeric_limits<std::int32_t>::max());
+  EXPECT_EQ(parse(std::int32_t{5}, u"nothing"), 0);
+  EXPECT_EQ(parse(std::uint64_t{0}, u"18446744073709551615"),
+            std::numeric_limits<std::uint64_t>::max());
+  EXPECT_EQ(parse(std::int64_t{0}, u"-9,000,000,000"), -9000000000);
+  EXPECT_EQ(parse(0.0f, u"0.25"), 0.25f);
+  EXPECT_EQ(parse(std::uint32_t{0}, u"4000000000"), 4000000000u);
 }
 
 TEST_F(NumberText, HexParsingAndValidation) {
