@@ -32,10 +32,9 @@ class MapLocalizer : public tvxcore::config::Localizer {
   std::vector<std::string> loadedPaths;
 
   UTF16String Translate(const char* inKey) override {
-    std::string literal = inKey ? inKey : "";
-    auto equals = literal.find('=');
-    std::string key = literal.substr(0, equals);
-    auto it = entries.find(key);
+    const std::string literal = inKey ? inKey : "";
+    const auto equals = literal.find('=');
+    const auto it = entries.find(literal.substr(0, equals));
     if (it != entries.end()) return U(it->second);
     return U(equals == std::string::npos ? literal : literal.substr(equals + 1));
   }
@@ -59,18 +58,21 @@ struct RecordedFailure {
 class RecordingErrorManager : public tvxcore::config::ErrorManager {
  public:
   void ReportError(ErrorLevel inLevel, const char* inKey, std::uint32_t inModule,
-                   std::int32_t inErrorNumber, bool inRecordable, const ReplacementValue& inValue1,
+                   std::int32_t inNumber, bool inRecordable, const ReplacementValue& inValue1,
                    const ReplacementValue& inValue2, const ReplacementValue& inValue3,
                    const ReplacementValue& inValue4) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    reports_.push_back(Report{inLevel,
-                              inKey,
-                              inModule,
-                              inErrorNumber,
-                              inRecordable,
-                              {inValue1, inValue2, inValue3, inValue4},
-                              IsErrorReportingDeferred()});
-    if (throwWhenNotDeferred && !IsErrorReportingDeferred()) throw RecordedFailure{inKey};
+    const bool deferred = IsErrorReportingDeferred();
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      reports_.push_back(Report{inLevel,
+                                inKey,
+                                inModule,
+                                inNumber,
+                                inRecordable,
+                                {inValue1, inValue2, inValue3, inValue4},
+                                deferred});
+    }
+    if (throwWhenNotDeferred && !deferred) throw RecordedFailure{inKey};
   }
   bool PurgeMemory(unsigned long long) override { return purgeAnswers-- > 0; }
   long ExecuteFunctionWithTopLevelExceptionHandler(boost::function0<long> inFunction) override {
@@ -80,7 +82,6 @@ class RecordingErrorManager : public tvxcore::config::ErrorManager {
       return 1;
     }
   }
-
   std::vector<Report> Reports() {
     std::lock_guard<std::mutex> lock(mutex_);
     return reports_;

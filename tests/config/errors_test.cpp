@@ -4,6 +4,7 @@
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include "config/ErrorTestSupport.h"
 #include "tvxcore/config/Errors.h"
@@ -11,14 +12,7 @@
 namespace {
 
 using namespace tvxtest;
-using tvxcore::config::DeferredErrorReporter;
-using tvxcore::config::ErrorManager;
-using tvxcore::config::kErrorLevel_Fatal;
-using tvxcore::config::kErrorLevel_None;
-using tvxcore::config::kErrorLevel_NonFatal;
-using tvxcore::config::Localizer;
-using tvxcore::config::SubstituteErrorMessage;
-using tvxcore::config::ThrowError;
+using namespace tvxcore::config;
 
 const ReplacementValue kNone;
 
@@ -33,8 +27,8 @@ class ErrorRoad : public ::testing::Test {
     Localizer::Set(nullptr);
     ErrorManager::Set(nullptr);
   }
-  void Raise(const char* key, std::int32_t number, bool recordable = true,
-             const ReplacementValue& v1 = ReplacementValue()) {
+  static void Raise(const char* key, std::int32_t number, bool recordable = true,
+                    const ReplacementValue& v1 = ReplacementValue()) {
     ThrowError(kErrorLevel_NonFatal, key, 104, number, recordable, v1, kNone, kNone, kNone);
   }
 
@@ -42,55 +36,37 @@ class ErrorRoad : public ::testing::Test {
   MapLocalizer localizer;
 };
 
-std::string Substitute(const char* key, const ReplacementValue& v1 = ReplacementValue(),
-                       const ReplacementValue& v2 = ReplacementValue(),
-                       const ReplacementValue& v3 = ReplacementValue(),
-                       const ReplacementValue& v4 = ReplacementValue()) {
-  return S(SubstituteErrorMessage(key, v1, v2, v3, v4));
-}
-
 TEST(ReplacementValue, EachSourceTypeLandsInItsOwnField) {
   using K = ReplacementValue::Kind;
-  struct Case {
-    ReplacementValue value;
-    K kind;
-    std::int64_t s;
-    std::uint64_t u;
-    double d;
+  using Fields = std::tuple<K, std::int64_t, std::uint64_t, double, std::string>;
+  const auto fields = [](const ReplacementValue& v) {
+    return Fields{v.GetKind(), v.GetSignedValue(), v.GetUnsignedValue(), v.GetDoubleValue(),
+                  S(v.GetString())};
   };
-  const Case cases[] = {
-      {ReplacementValue(), K::kKind_Empty, 0, 0, 0},
-      {ReplacementValue(-7), K::kKind_Signed, -7, 0, 0},
-      {ReplacementValue(7u), K::kKind_Unsigned, 0, 7, 0},
-      {ReplacementValue(-2147483648L), K::kKind_Signed, -2147483648LL, 0, 0},
-      {ReplacementValue(4294967295UL), K::kKind_Unsigned, 0, 4294967295ULL, 0},
-      {ReplacementValue(-(1LL << 40)), K::kKind_Signed, -(1LL << 40), 0, 0},
-      {ReplacementValue(~0ULL), K::kKind_Unsigned, 0, ~0ULL, 0},
-      {ReplacementValue(short{-3}), K::kKind_Signed, -3, 0, 0},
-      {ReplacementValue(2.5f), K::kKind_Double, 0, 0, 2.5},
-      {ReplacementValue(29.2334), K::kKind_Double, 0, 0, 29.2334},
+  const std::pair<ReplacementValue, Fields> cases[] = {
+      // numbers are not converted to text
+      {ReplacementValue(), {K::kKind_Empty, 0, 0, 0, ""}},
+      {ReplacementValue(-7), {K::kKind_Signed, -7, 0, 0, ""}},
+      {ReplacementValue(7u), {K::kKind_Unsigned, 0, 7, 0, ""}},
+      {ReplacementValue(-2147483648L), {K::kKind_Signed, -2147483648LL, 0, 0, ""}},
+      {ReplacementValue(4294967295UL), {K::kKind_Unsigned, 0, 4294967295ULL, 0, ""}},
+      {ReplacementValue(-(1LL << 40)), {K::kKind_Signed, -(1LL << 40), 0, 0, ""}},
+      {ReplacementValue(~0ULL), {K::kKind_Unsigned, 0, ~0ULL, 0, ""}},
+      {ReplacementValue(short{-3}), {K::kKind_Signed, -3, 0, 0, ""}},
+      {ReplacementValue(2.5f), {K::kKind_Double, 0, 0, 2.5, ""}},
+      {ReplacementValue(29.2334), {K::kKind_Double, 0, 0, 29.2334, ""}},
+      {ReplacementValue(U("a path")), {K::kKind_String, 0, 0, 0, "a path"}},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(c.value.GetKind(), c.kind);
-    EXPECT_EQ(c.value.GetSignedValue(), c.s);
-    EXPECT_EQ(c.value.GetUnsignedValue(), c.u);
-    EXPECT_EQ(c.value.GetDoubleValue(), c.d);
-    EXPECT_TRUE(c.value.GetString().empty()) << "numbers are not converted to text";
-  }
-  ReplacementValue text(U("a path"));
-  EXPECT_EQ(text.GetKind(), ReplacementValue::kKind_String);
-  EXPECT_EQ(S(text.GetString()), "a path");
+  for (std::size_t i = 0; i < std::size(cases); ++i)
+    EXPECT_EQ(fields(cases[i].first), cases[i].second) << "row " << i;
 }
 
 TEST(ReplacementValue, CopiesAreDeepAndInitKeepsTheKind) {
   auto original = std::make_unique<ReplacementValue>(U("first"));
-  ReplacementValue copy(*original);
-  ReplacementValue assigned(5);
+  ReplacementValue copy(*original), assigned(5);
   assigned = *original;
   original.reset();  // the copies own their strings
   EXPECT_EQ(S(copy.GetString()), "first");
-  EXPECT_EQ(S(assigned.GetString()), "first");
-
   ReplacementValue& self = assigned;
   assigned = self;
   EXPECT_EQ(S(assigned.GetString()), "first");
@@ -105,17 +81,18 @@ TEST(ReplacementValue, CopiesAreDeepAndInitKeepsTheKind) {
   EXPECT_TRUE(copy.GetString().empty());
 }
 
+// Each ^n is replaced once, first occurrence, in order ^1..^4; a value put in
+// for ^1 may hold later tokens, which are then filled, never the reverse.
 TEST_F(ErrorRoad, CaretTokensReplaceOnlyTheFirstOccurrenceInOrder) {
-  struct Case {
+  localizer.entries["$$$/tvxcore/config/Error/test/nonfataltest"] = "Nicht: ^3 / ^2 / ^1";
+  const struct {
     const char* key;
     ReplacementValue v1, v2, v3, v4;
     const char* expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"$$$/tvxcore/t=a ^1 b ^1", 5, {}, {}, {}, "a 5 b ^1"},
       {"$$$/tvxcore/t=^4^3^2^1", 1, 2, 3, 4, "4321"},
       {"$$$/tvxcore/t=x ^2 y", 1, {}, {}, {}, "x ^2 y"},
-      {"$$$/tvxcore/t=no tokens", 1, 2, 3, 4, "no tokens"},
       {"$$$/tvxcore/t=^1|^2|^3",
        -2147483648LL,
        4294967295ULL,
@@ -129,67 +106,49 @@ TEST_F(ErrorRoad, CaretTokensReplaceOnlyTheFirstOccurrenceInOrder) {
       {"$$$/tvxcore/t=[^1]", U(""), {}, {}, {}, "[]"},
       {"$$$/tvxcore/t=^1 @0 @1", U("v"), {}, {}, {}, "v @0 @1"},
       {"$$$/tvxcore/t=^10", 7, {}, {}, {}, "70"},
+      {"$$$/tvxcore/t=<^1> <^2>", U("x^2y"), 7, {}, {}, "<x7y> <^2>"},
+      {"$$$/tvxcore/t=^1", U("^2^3^4"), U("a"), U("b"), U("c"), "abc"},
+      {"$$$/tvxcore/t=^2 ^1", U("one"), U("^1"), {}, {}, "^1 one"},
+      {"$$$/tvxcore/config/Error/test/nonfataltest=English ^1",
+       -1,
+       2u,
+       0.25,
+       {},
+       "Nicht: 0.25 / 2 / -1"},  // substitutes into the translated text
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(Substitute(c.key, c.v1, c.v2, c.v3, c.v4), c.expected) << c.key;
-  }
-}
-
-TEST_F(ErrorRoad, CaretSubstitutionChainsThroughEarlierValues) {
-  // A value given for ^1 that itself holds ^2 is filled by the second value,
-  // and the text's own ^2 is then left alone (first occurrence only).
-  EXPECT_EQ(Substitute("$$$/tvxcore/t=<^1> <^2>", U("x^2y"), 7), "<x7y> <^2>");
-  EXPECT_EQ(Substitute("$$$/tvxcore/t=^1", U("^2^3^4"), U("a"), U("b"), U("c")), "abc");
-  // Later tokens never feed earlier ones.
-  EXPECT_EQ(Substitute("$$$/tvxcore/t=^2 ^1", U("one"), U("^1")), "^1 one");
-}
-
-TEST_F(ErrorRoad, SubstitutionWorksOnTheTranslatedText) {
-  localizer.entries["$$$/tvxcore/config/Error/test/nonfataltest"] =
-      "Nicht schwerwiegend: ^3 / ^2 / ^1";
-  EXPECT_EQ(Substitute("$$$/tvxcore/config/Error/test/nonfataltest=English ^1", -1, 2u, 0.25),
-            "Nicht schwerwiegend: 0.25 / 2 / -1");
+  for (const auto& c : cases)
+    EXPECT_EQ(S(SubstituteErrorMessage(c.key, c.v1, c.v2, c.v3, c.v4)), c.expected) << c.key;
 }
 
 TEST_F(ErrorRoad, TestErrorsCarryTheirFixedValues) {
-  tvxcore::config::TestThrowError(false);
-  tvxcore::config::TestThrowError(true);
-  auto reports = manager.Reports();
+  TestThrowError(false);
+  TestThrowError(true);
+  const auto reports = manager.Reports();
   ASSERT_EQ(reports.size(), 2u);
-
-  const Report& nonFatal = reports[0];
+  const Report &nonFatal = reports[0], &fatal = reports[1];
   EXPECT_EQ(nonFatal.level, kErrorLevel_NonFatal);
+  EXPECT_EQ(fatal.level, kErrorLevel_Fatal);
   EXPECT_EQ(nonFatal.module, 100u);
+  EXPECT_EQ(fatal.module, 100u);
   EXPECT_EQ(nonFatal.number, 20);
-  EXPECT_TRUE(nonFatal.recordable);
-  EXPECT_EQ(nonFatal.values[0].GetKind(), ReplacementValue::kKind_Signed);
-  EXPECT_EQ(nonFatal.values[0].GetSignedValue(), -2147483648LL);
-  EXPECT_EQ(nonFatal.values[1].GetKind(), ReplacementValue::kKind_Unsigned);
-  EXPECT_EQ(nonFatal.values[1].GetUnsignedValue(), 4294967295ULL);
-  EXPECT_EQ(nonFatal.values[2].GetKind(), ReplacementValue::kKind_Double);
-  EXPECT_EQ(nonFatal.values[2].GetDoubleValue(), 29.2334);
-  EXPECT_EQ(nonFatal.values[3].GetKind(), ReplacementValue::kKind_Empty);
+  EXPECT_EQ(fatal.number, 21);
+  EXPECT_TRUE(nonFatal.recordable && fatal.recordable);
+  using K = ReplacementValue::Kind;
+  const K kinds[] = {K::kKind_Signed, K::kKind_Unsigned, K::kKind_Double, K::kKind_Empty};
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(nonFatal.values[i].GetKind(), kinds[i]) << i;
+    EXPECT_EQ(fatal.values[i].GetKind(), K::kKind_Empty) << i;
+  }
   EXPECT_EQ(S(SubstituteErrorMessage(nonFatal.key.c_str(), nonFatal.values[0], nonFatal.values[1],
                                      nonFatal.values[2], nonFatal.values[3])),
             "This is a non-fatal exception. int:-2147483648, uint:4294967295, double:29.2334");
-
-  const Report& fatal = reports[1];
-  EXPECT_EQ(fatal.level, kErrorLevel_Fatal);
   EXPECT_EQ(fatal.key, "$$$/tvxcore/config/Error/test/fataltest=This is a fatal exception.");
-  EXPECT_EQ(fatal.module, 100u);
-  EXPECT_EQ(fatal.number, 21);
-  for (const auto& value : fatal.values) EXPECT_EQ(value.GetKind(), ReplacementValue::kKind_Empty);
-  EXPECT_EQ(Substitute(fatal.key.c_str()), "This is a fatal exception.");
 }
 
 TEST(ErrorRoadUninstalled, EveryEntryPointNamesTheMissingPiece) {
-  const std::string noManager =
-      "tvx::config::ErrorManager not initialized. Check tvx/config/Errors.h.";
-  const std::string noLocalizer =
-      "tvxcore::config::Localizer not initialized. Check tvxcore/config/Localizer.h.";
   ASSERT_EQ(ErrorManager::Get(true), nullptr);
   ASSERT_FALSE(Localizer::Initialized());
-  auto message = [](const std::function<void()>& call) -> std::string {
+  const auto message = [](const std::function<void()>& call) -> std::string {
     try {
       call();
     } catch (const std::logic_error& e) {
@@ -197,20 +156,24 @@ TEST(ErrorRoadUninstalled, EveryEntryPointNamesTheMissingPiece) {
     }
     return "(no exception)";
   };
-  EXPECT_EQ(message([] { ErrorManager::Get(false); }), noManager);
-  EXPECT_EQ(message([] {
-              ThrowError(kErrorLevel_NonFatal, "$$$/tvxcore/t=x", 100, 1, true, kNone, kNone, kNone,
-                         kNone);
-            }),
-            noManager);
-  EXPECT_EQ(message([] { tvxcore::config::TestThrowError(true); }), noManager);
-  EXPECT_EQ(message([] { DeferredErrorReporter reporter(true); }), noManager);
-  EXPECT_EQ(message([] { Localizer::Get(); }), noLocalizer);
-  EXPECT_EQ(message([] { SubstituteErrorMessage("$$$/tvxcore/t=x", kNone, kNone, kNone, kNone); }),
-            noLocalizer);
+  for (const auto& call : std::vector<std::function<void()>>{
+           [] { ErrorManager::Get(false); }, [] { TestThrowError(true); },
+           [] {
+             ThrowError(kErrorLevel_NonFatal, "$$$/t=x", 1, 1, true, kNone, kNone, kNone, kNone);
+           },
+           [] { DeferredErrorReporter reporter(true); }})
+    EXPECT_EQ(message(call),
+              "tvx::config::ErrorManager not initialized. Check tvx/config/Errors.h.");
+  for (const auto& call : std::vector<std::function<void()>>{
+           [] { Localizer::Get(); },
+           [] { SubstituteErrorMessage("$$$/t=x", kNone, kNone, kNone, kNone); }})
+    EXPECT_EQ(message(call),
+              "tvxcore::config::Localizer not initialized. Check tvxcore/config/Localizer.h.");
 }
 
-TEST_F(ErrorRoad, ReporterRecordsTheLastErrorAndStillLetsEachOneThrough) {
+// The newest reporter keeps the last recordable error, counts them, and lets
+// every report through to the manager; Finish reports the kept one once per batch.
+TEST_F(ErrorRoad, ReporterKeepsTheLastErrorAndFinishReportsEachBatchOnce) {
   DeferredErrorReporter reporter(true);
   EXPECT_EQ(reporter.GetLevel(), kErrorLevel_None);
   EXPECT_EQ(reporter.GetModule(), 111u);
@@ -225,41 +188,39 @@ TEST_F(ErrorRoad, ReporterRecordsTheLastErrorAndStillLetsEachOneThrough) {
 
   ASSERT_EQ(manager.Reports().size(), 3u) << "recording never stops the report";
   for (const Report& report : manager.Reports()) EXPECT_TRUE(report.deferred);
-  EXPECT_EQ(reporter.GetErrorCount(), 2);
+  EXPECT_EQ(reporter.GetErrorCount(), 2) << "unrecordable errors are not counted";
   EXPECT_EQ(reporter.GetKey(), "$$$/tvxcore/second=two");
   EXPECT_EQ(reporter.GetErrorNumber(), 2);
   EXPECT_EQ(reporter.GetModule(), 104u);
   EXPECT_EQ(reporter.GetLevel(), kErrorLevel_NonFatal);
   EXPECT_EQ(S(reporter.GetValue(0).GetString()), "v");
-}
 
-TEST_F(ErrorRoad, FinishReportsEachBatchOnceWhenAsked) {
-  DeferredErrorReporter reporting(true);
-  Raise("$$$/tvxcore/a=a", 1);
-  Raise("$$$/tvxcore/b=b", 2);
-  const std::size_t before = manager.Reports().size();
-  reporting.Finish();
-  reporting.Finish();
-  auto reports = manager.Reports();
-  ASSERT_EQ(reports.size(), before + 1);
-  EXPECT_EQ(reports.back().key, "$$$/tvxcore/b=b");
+  reporter.Finish();
+  reporter.Finish();
+  const auto reports = manager.Reports();
+  ASSERT_EQ(reports.size(), 4u);
+  EXPECT_EQ(reports.back().key, "$$$/tvxcore/second=two");
   EXPECT_EQ(reports.back().number, 2);
   EXPECT_TRUE(reports.back().recordable);
-  EXPECT_EQ(reporting.GetErrorCount(), 0);
-  EXPECT_EQ(reporting.GetFinishCount(), 2);
-  EXPECT_EQ(reporting.GetKey(), "$$$/tvxcore/b=b") << "the kept error stays after its report";
+  EXPECT_EQ(reporter.GetErrorCount(), 0);
+  EXPECT_EQ(reporter.GetFinishCount(), 2);
+  EXPECT_EQ(reporter.GetKey(), "$$$/tvxcore/second=two") << "the kept error stays after its report";
 
   Raise("$$$/tvxcore/c=c", 3);
-  const std::size_t afterThird = manager.Reports().size();
-  reporting.SetReportErrorWhenFinished(false);
-  reporting.Finish();
-  EXPECT_EQ(manager.Reports().size(), afterThird) << "with the flag off Finish only counts";
-  EXPECT_EQ(reporting.GetErrorCount(), 1);
-  EXPECT_EQ(reporting.GetFinishCount(), 3);
+  reporter.SetReportErrorWhenFinished(false);
+  reporter.Finish();
+  EXPECT_EQ(manager.Reports().size(), 5u) << "with the flag off Finish only counts";
+  EXPECT_EQ(reporter.GetErrorCount(), 1);
+  EXPECT_EQ(reporter.GetFinishCount(), 3);
 }
 
 TEST_F(ErrorRoad, NestedReportersFormAStackPerThread) {
-  auto outer = std::make_unique<DeferredErrorReporter>(false);
+  boost::intrusive_ptr<DeferredErrorReporter> outer = manager.NewDeferredErrorReporter(true);
+  EXPECT_EQ(outer->GetRefCount(), 1) << "an allocated reporter is counted";
+  {
+    boost::intrusive_ptr<DeferredErrorReporter> shared = outer;
+    EXPECT_EQ(outer->GetRefCount(), 2);
+  }
   {
     DeferredErrorReporter inner(false);
     Raise("$$$/tvxcore/inner=i", 1);
@@ -276,44 +237,28 @@ TEST_F(ErrorRoad, NestedReportersFormAStackPerThread) {
   }
   Raise("$$$/tvxcore/outer=o", 3);
   EXPECT_EQ(outer->GetErrorCount(), 1);
+  outer->Finish();
+  EXPECT_EQ(manager.Reports().back().key, "$$$/tvxcore/outer=o");
+  EXPECT_EQ(manager.Reports().size(), 4u);
   outer.reset();
   EXPECT_FALSE(manager.IsErrorReportingDeferred());
   Raise("$$$/tvxcore/none=n", 4);
   EXPECT_FALSE(manager.Reports().back().deferred);
 }
 
-TEST_F(ErrorRoad, AllocatedReporterIsCountedAndRegistered) {
-  {
-    boost::intrusive_ptr<DeferredErrorReporter> reporter = manager.NewDeferredErrorReporter(true);
-    EXPECT_EQ(reporter->GetRefCount(), 1);
-    boost::intrusive_ptr<DeferredErrorReporter> shared = reporter;
-    EXPECT_EQ(reporter->GetRefCount(), 2);
-    shared.reset();
-    Raise("$$$/tvxcore/x=x", 9);
-    EXPECT_EQ(reporter->GetErrorCount(), 1);
-    reporter->Finish();
-    EXPECT_EQ(manager.Reports().size(), 2u);
-  }
-  EXPECT_FALSE(manager.IsErrorReportingDeferred());
-}
-
 TEST_F(ErrorRoad, ReportersOnOneThreadDoNotSeeAnotherThreadsErrors) {
   DeferredErrorReporter mine(false);
-  constexpr int kThreads = 4;
-  constexpr int kErrorsEach = 50;
+  constexpr int kThreads = 4, kErrorsEach = 50;
   std::vector<int> counts(kThreads, -1);
-  std::vector<bool> deferredWithout(kThreads, true);
+  std::vector<char> deferredWithout(kThreads, true);
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < kThreads; ++t)
     threads.emplace_back([&, t] {
       deferredWithout[t] = manager.IsErrorReportingDeferred();
       DeferredErrorReporter theirs(false);
       for (int i = 0; i < kErrorsEach + t; ++i) Raise("$$$/tvxcore/thread=t", t);
       counts[t] = theirs.GetErrorCount();
-      ThrowError(kErrorLevel_NonFatal, "$$$/tvxcore/thread=t", 104, t, true, kNone, kNone, kNone,
-                 kNone);
     });
-  }
   for (auto& thread : threads) thread.join();
   for (int t = 0; t < kThreads; ++t) {
     EXPECT_FALSE(deferredWithout[t]) << "thread " << t;
@@ -324,52 +269,16 @@ TEST_F(ErrorRoad, ReportersOnOneThreadDoNotSeeAnotherThreadsErrors) {
 }
 
 TEST_F(ErrorRoad, ManagerUninstallsOnlyItself) {
-  {
-    RecordingErrorManager other;
-    EXPECT_EQ(ErrorManager::Get(), &manager) << "constructing does not install";
-  }
+  { RecordingErrorManager other; }  // constructing does not install, destroying does not clear
   EXPECT_EQ(ErrorManager::Get(), &manager);
   {
     RecordingErrorManager replacement;
     ErrorManager::Set(&replacement);
-    tvxcore::config::TestThrowError(true);
+    TestThrowError(true);
     EXPECT_EQ(replacement.Reports().size(), 1u);
   }
   EXPECT_EQ(ErrorManager::Get(true), nullptr);
   EXPECT_TRUE(manager.Reports().empty());
-}
-
-TEST(TopLevelFunction, WithoutManagerRunsDirectlyAndLetsExceptionsThrough) {
-  ASSERT_EQ(ErrorManager::Get(true), nullptr);
-  bool flag = true;
-  int runs = 0;
-  tvxcore::config::ExecuteTopLevelFunction<void>([&] { ++runs; }, &flag);
-  EXPECT_EQ(runs, 1);
-  EXPECT_FALSE(flag);
-  flag = true;
-  EXPECT_THROW(tvxcore::config::ExecuteTopLevelFunction<void>(
-                   [] { throw std::runtime_error("out"); }, &flag),
-               std::runtime_error);
-  EXPECT_FALSE(flag);
-  try {
-    tvxcore::config::ExecuteTopLevelFunction<void>(boost::function0<void>(), nullptr);
-    ADD_FAILURE() << "an empty function must throw";
-  } catch (const boost::bad_function_call& e) {
-    EXPECT_STREQ(e.what(), "call to empty boost::function");
-  }
-}
-
-TEST_F(ErrorRoad, TopLevelFunctionSaysWhetherTheManagerCaughtAFailure) {
-  manager.throwWhenNotDeferred = true;
-  bool flag = false;
-  int runs = 0;
-  tvxcore::config::ExecuteTopLevelFunction<void>([&] { ++runs; }, &flag);
-  EXPECT_EQ(runs, 1);
-  EXPECT_FALSE(flag);
-  tvxcore::config::ExecuteTopLevelFunction<void>([] { tvxcore::config::TestThrowError(true); },
-                                                 &flag);
-  EXPECT_TRUE(flag);
-  EXPECT_EQ(manager.Reports().size(), 1u);
 }
 
 class BaseManager : public ErrorManager {
@@ -379,18 +288,35 @@ class BaseManager : public ErrorManager {
                    const ReplacementValue&) override {}
 };
 
-TEST(ErrorManagerBase, DefaultsDoNothingAndCatchNothing) {
+// Only a manager whose handler caught a failure sets the flag; exceptions its
+// handler does not catch (and all of them without a manager) pass through.
+TEST(TopLevelFunction, FlagSaysWhetherTheManagerCaughtAFailure) {
   BaseManager base;
-  ErrorManager::Set(&base);
   EXPECT_FALSE(base.PurgeMemory(1024));
   EXPECT_EQ(base.ExecuteFunctionWithTopLevelExceptionHandler([] { return 7L; }), 7);
+  RecordingErrorManager catching;
+  catching.throwWhenNotDeferred = true;
   bool flag = true;
-  tvxcore::config::ExecuteTopLevelFunction<void>([] {}, &flag);
-  EXPECT_FALSE(flag);
-  EXPECT_THROW(tvxcore::config::ExecuteTopLevelFunction<void>(
-                   [] { throw std::runtime_error("through"); }, &flag),
-               std::runtime_error);
+  for (ErrorManager* installed : std::vector<ErrorManager*>{nullptr, &base, &catching}) {
+    ErrorManager::Set(installed);
+    int runs = 0;
+    flag = true;
+    ExecuteTopLevelFunction<void>([&] { ++runs; }, &flag);
+    EXPECT_EQ(runs, 1);
+    EXPECT_FALSE(flag);
+    EXPECT_THROW(ExecuteTopLevelFunction<void>([] { throw std::runtime_error("out"); }, &flag),
+                 std::runtime_error);
+  }
+  ExecuteTopLevelFunction<void>([] { TestThrowError(true); }, &flag);
+  EXPECT_TRUE(flag);
+  EXPECT_EQ(catching.Reports().size(), 1u);
   ErrorManager::Set(nullptr);
+  try {
+    ExecuteTopLevelFunction<void>(boost::function0<void>(), nullptr);
+    ADD_FAILURE() << "an empty function must throw";
+  } catch (const boost::bad_function_call& e) {
+    EXPECT_STREQ(e.what(), "call to empty boost::function");
+  }
 }
 
 TEST_F(ErrorRoad, OutOfMemoryHookRetriesWhileTheManagerPurges) {

@@ -1,19 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "config/ErrorTestSupport.h"
 #include "tvxcore/Locale.h"
 #include "tvxcore/config/Localizer.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/TextStreams.h"
 
-#include <limits>
-
 namespace {
 
 using tvxcore::Locale;
 using tvxcore::config::Localizer;
-using tvxtest::MapLocalizer;
-using tvxtest::S;
 using tvxtest::U;
 
 // Leaves the process as it found it: no localizer, no language.
@@ -24,40 +22,33 @@ class LocalizerTest : public ::testing::Test {
     Localizer::Set(nullptr);
     Locale::Initialize(tvxcore::UTF16String());
   }
-  MapLocalizer localizer;
+  tvxtest::MapLocalizer localizer;
 };
 
-bool EndsWith(const std::string& text, const std::string& tail) {
-  return text.size() >= tail.size() &&
-         text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 TEST_F(LocalizerTest, DictionaryLoadsFollowTheLanguage) {
+  const auto& paths = localizer.loadedPaths;
   Localizer::Set(&localizer);
-  EXPECT_TRUE(Localizer::Initialized());
   EXPECT_EQ(Localizer::Get(), &localizer);
-  EXPECT_TRUE(localizer.loadedPaths.empty()) << "no language yet, nothing to load";
+  EXPECT_TRUE(paths.empty()) << "no language yet, nothing to load";
 
   Locale::Initialize(U("de"));
-  ASSERT_EQ(localizer.loadedPaths.size(), 1u);
-  EXPECT_TRUE(EndsWith(localizer.loadedPaths[0], "/dict/tvx_de")) << localizer.loadedPaths[0];
+  ASSERT_EQ(paths.size(), 1u);
+  EXPECT_TRUE(paths[0].ends_with("/dict/tvx_de")) << paths[0];
 
   Localizer::LoadTVXDictionaries();
   Localizer::Set(nullptr);
   EXPECT_FALSE(Localizer::Initialized());
   Localizer::LoadTVXDictionaries();  // nothing installed: silent
-  EXPECT_EQ(localizer.loadedPaths.size(), 2u) << "clearing the localizer loads nothing";
+  EXPECT_EQ(paths.size(), 2u) << "clearing the localizer loads nothing";
 
   Localizer::Set(&localizer);  // installing with a known language loads at once
-  ASSERT_EQ(localizer.loadedPaths.size(), 3u);
-  EXPECT_TRUE(EndsWith(localizer.loadedPaths[2], "/dict/tvx_de"));
+  ASSERT_EQ(paths.size(), 3u);
+  EXPECT_TRUE(paths[2].ends_with("/dict/tvx_de")) << paths[2];
 
   Locale::Initialize(U("fr_FR"));
-  ASSERT_EQ(localizer.loadedPaths.size(), 4u);
-  EXPECT_TRUE(EndsWith(localizer.loadedPaths[3], "/dict/tvx_fr_FR"));
+  ASSERT_EQ(paths.size(), 4u);
+  EXPECT_TRUE(paths[3].ends_with("/dict/tvx_fr_FR")) << paths[3];
 }
-
-}  // namespace
 
 TEST_F(LocalizerTest, LibraryTextsFollowTheInstalledLocalizer) {
   using tvxcore::utility::NumberToString;
@@ -65,14 +56,14 @@ TEST_F(LocalizerTest, LibraryTextsFollowTheInstalledLocalizer) {
   EXPECT_EQ(NumberToString(nan, 0, 2, 0, 32), U("nan")) << "default text before a localizer";
   localizer.entries["$$$/tvxui/controls/UI_NumberEdit/NANDisplayString"] = "keine Zahl";
   Localizer::Set(&localizer);
-  const auto translated = NumberToString(nan, 0, 2, 0, 32);
-  Localizer::Set(nullptr);
-  EXPECT_EQ(translated, U("keine Zahl"));
+  EXPECT_EQ(NumberToString(nan, 0, 2, 0, 32), U("keine Zahl"));
 }
 
 TEST_F(LocalizerTest, TextStreamsUseTheDefaultLocale) {
   tvxcore::utility::oUTF16StringStream out;
-  EXPECT_TRUE(out.getloc() == tvxcore::Locale::Default());
+  EXPECT_TRUE(out.getloc() == Locale::Default());
   out << 1234.5 << u' ' << -7;
   EXPECT_EQ(out.str(), U("1234.5 -7"));
 }
+
+}  // namespace

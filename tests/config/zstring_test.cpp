@@ -9,23 +9,16 @@ namespace {
 
 using tvxcore::ZString;
 using tvxcore::config::Localizer;
-using tvxtest::MapLocalizer;
 using tvxtest::S;
 using tvxtest::U;
 
-class ZStringTest : public ::testing::Test {
- protected:
-  void TearDown() override { Localizer::Set(nullptr); }
-  MapLocalizer localizer;
-};
-
-TEST_F(ZStringTest, ZStringFillsEveryAtTokenOfTheTranslatedText) {
+// Every @n of the translated text (or the default text after "=") is filled,
+// ^n and a lone @ stay, @@ is a literal @, and values are not searched again.
+TEST(ZString, FillsEveryAtTokenOfTheTranslatedText) {
+  static tvxtest::MapLocalizer localizer;  // outlives a failed check that skips the reset
+  localizer.entries["$$$/tvxcore/filesupport/FileNotFound"] =
+      "Die Datei \xE2\x80\x9E@0\xE2\x80\x9C wurde nicht gefunden.";
   Localizer::Set(&localizer);
-  const auto z = [](const char* key, const std::vector<std::string>& values) {
-    std::vector<tvxcore::UTF16String> v(10);
-    for (std::size_t i = 0; i < values.size(); ++i) v[i] = U(values[i]);
-    return S(ZString(key, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9]));
-  };
   const struct {
     const char* key;
     std::vector<std::string> values;
@@ -43,32 +36,25 @@ TEST_F(ZStringTest, ZStringFillsEveryAtTokenOfTheTranslatedText) {
       {"$$$/tvxcore/filesupport/Delete=Could not delete the file '@0'.",
        {"/tmp/a b"},
        "Could not delete the file '/tmp/a b'."},
+      {"$$$/tvxcore/filesupport/FileNotFound=The file '@0' could not be found.",
+       {"b\xC3\xA4r.txt"},
+       "Die Datei \xE2\x80\x9E"
+       "b\xC3\xA4r.txt\xE2\x80\x9C wurde nicht gefunden."},
   };
-  for (const auto& c : cases) EXPECT_EQ(z(c.key, c.values), c.expected) << c.key;
-}
-
-TEST_F(ZStringTest, ZStringUsesTheDictionaryAndFallsBackToTheDefault) {
-  localizer.entries["$$$/tvxcore/filesupport/FileNotFound"] =
-      "Die Datei \xE2\x80\x9E@0\xE2\x80\x9C wurde nicht gefunden.";
-  Localizer::Set(&localizer);
-  EXPECT_EQ(S(ZString("$$$/tvxcore/filesupport/FileNotFound=The file '@0' "
-                      "could not be found.",
-                      U("b\xC3\xA4r.txt"))),
-            "Die Datei \xE2\x80\x9E"
-            "b\xC3\xA4r.txt\xE2\x80\x9C wurde nicht gefunden.");
-  EXPECT_EQ(S(ZString("$$$/tvxcore/filesupport/DirNotFound=The directory '@0' "
-                      "could not be found.",
-                      U("d"))),
-            "The directory 'd' could not be found.");
-
+  for (const auto& c : cases) {
+    std::vector<tvxcore::UTF16String> v(10);
+    for (std::size_t i = 0; i < c.values.size(); ++i) v[i] = U(c.values[i]);
+    EXPECT_EQ(S(ZString(c.key, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9])),
+              c.expected)
+        << c.key;
+  }
   Localizer::Set(nullptr);
   try {
     ZString("$$$/tvxcore/t=x");
     ADD_FAILURE() << "ZString without a localizer must throw";
   } catch (const std::logic_error& e) {
     EXPECT_STREQ(e.what(),
-                 "tvxcore::config::Localizer not initialized. Check "
-                 "tvxcore/config/Localizer.h.");
+                 "tvxcore::config::Localizer not initialized. Check tvxcore/config/Localizer.h.");
   }
 }
 

@@ -18,12 +18,16 @@ namespace {
 
 using namespace tvxcore::threads;
 
+template <typename F>
+void OnOtherThread(F body) {
+  std::thread(body).join();
+}
+
 bool TryLockOnOtherThread(const RecursiveMutex& mutex) {
   bool taken = false;
-  std::thread([&] {
-    taken = mutex.TryLock("other");
-    if (taken) mutex.Unlock();
-  }).join();
+  OnOtherThread([&] {
+    if ((taken = mutex.TryLock("other"))) mutex.Unlock();
+  });
   return taken;
 }
 
@@ -59,11 +63,11 @@ TEST(RecursiveMutex, ExcludesOtherThreadsAcrossRecycledRecords) {
 }
 
 TEST(Gate, TransitionsFollowTheStateTable) {
-  struct Case {
+  const struct {
     bool initiallyOpen;
     std::string operations;  // o = Open, c = Close
     bool passes;
-  } const cases[] = {
+  } cases[] = {
       {false, "", false},  {true, "", true},     {false, "o", true},     {true, "c", false},
       {true, "o", true},   {false, "c", false},  {false, "oc", false},   {false, "oo", true},
       {true, "cc", false}, {true, "coc", false}, {false, "ococo", true},
@@ -71,24 +75,21 @@ TEST(Gate, TransitionsFollowTheStateTable) {
   for (const auto& c : cases) {
     Gate gate(c.initiallyOpen);
     for (char op : c.operations) op == 'o' ? gate.Open() : gate.Close();
-    EXPECT_EQ(gate.PassThrough(0), c.passes) << c.initiallyOpen << " then " << c.operations;
-    EXPECT_EQ(gate.PassThrough(1), c.passes) << c.initiallyOpen << " then " << c.operations;
+    for (int wait : {0, 1})
+      EXPECT_EQ(gate.PassThrough(wait), c.passes) << c.initiallyOpen << " then " << c.operations;
   }
 }
 
 TEST(Gate, ReusedRecordsComeOutInTheRequestedPosition) {
-  for (bool leftOpen : {true, false}) {
+  for (bool leftOpen : {true, false})
     for (bool wanted : {false, true}) {
-      {
-        std::vector<std::unique_ptr<Gate>> previous;
-        for (int i = 0; i < 8; ++i) previous.push_back(std::make_unique<Gate>(leftOpen));
-      }
-      std::vector<std::unique_ptr<Gate>> reused;
-      for (int i = 0; i < 8; ++i) reused.push_back(std::make_unique<Gate>(wanted));
-      for (const auto& gate : reused)
+      std::vector<std::unique_ptr<Gate>> gates;
+      for (int i = 0; i < 8; ++i) gates.push_back(std::make_unique<Gate>(leftOpen));
+      gates.clear();
+      for (int i = 0; i < 8; ++i) gates.push_back(std::make_unique<Gate>(wanted));
+      for (const auto& gate : gates)
         EXPECT_EQ(gate->PassThrough(0), wanted) << "left " << leftOpen << ", wanted " << wanted;
     }
-  }
 }
 
 TEST(Gate, WaitersPassOnlyAfterOpenAndNegativeTimesWaitForEver) {
@@ -99,10 +100,7 @@ TEST(Gate, WaitersPassOnlyAfterOpenAndNegativeTimesWaitForEver) {
     std::vector<std::thread> waiters;
     for (int i = 0; i < 3; ++i)
       waiters.emplace_back([&] {
-        if (gate.PassThrough(wait)) {
-          ++passed;
-          if (!opened.load()) ++passedEarly;
-        }
+        if (gate.PassThrough(wait)) ++(opened ? passed : passedEarly);
       });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     opened = true;
@@ -122,10 +120,7 @@ TEST(Gate, ConcurrentOpenAndCloseLeaveAConsistentGate) {
   for (int t = 0; t < 4; ++t)
     threads.emplace_back([&, t] {
       for (int i = 0; i < 2000; ++i) {
-        if ((i + t) % 2)
-          gate.Open();
-        else
-          gate.Close();
+        (i + t) % 2 ? gate.Open() : gate.Close();
         if (gate.PassThrough(0)) ++passes;
       }
     });
@@ -153,22 +148,17 @@ TEST(SyncPoint, CopiesCountTowardOneRoundAndOneThreadCompletesIt) {
   auto original = std::make_unique<SyncPoint>(kThreads);
   SyncPoint assigned(7);
   assigned = *original;
-  std::vector<SyncPoint> copies{*original, assigned};
-  std::atomic<int> completions{0};
-  std::atomic<int> arrived{0};
-  std::atomic<int> behind{0};
+  const SyncPoint copies[kThreads] = {*original, *original, assigned};
+  std::atomic<int> completions{0}, arrived{0}, behind{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    SyncPoint mine = t == 0 ? *original : copies[t - 1];
-    threads.emplace_back([&, mine]() mutable {
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, mine = copies[t]]() mutable {
       for (int round = 0; round < kRounds; ++round) {
         ++arrived;
         if (mine.Wait()) ++completions;
-        // Nobody leaves a round before all have arrived.
-        if (arrived.load() < (round + 1) * kThreads) ++behind;
+        if (arrived.load() < (round + 1) * kThreads) ++behind;  // left before all arrived
       }
     });
-  }
   original.reset();  // the waiters keep the meeting point alive
   for (auto& t : threads) t.join();
   EXPECT_EQ(completions.load(), kRounds);
@@ -184,14 +174,10 @@ TEST(ReadWriteLock, AnnouncedWriterStopsNewReaders) {
     writerIn = true;
     lock.UnlockExclusive();
   });
-  // Wait (bounded) until the writer has announced itself.
-  bool refused = false;
-  for (int i = 0; i < 20000 && !refused; ++i) {
-    if (lock.TryLockShared())
-      lock.UnlockShared();
-    else
-      refused = true;
-    std::this_thread::yield();
+  bool refused = false;  // wait (bounded) until the writer has announced itself
+  for (int i = 0; i < 20000 && !refused; ++i, std::this_thread::yield()) {
+    refused = !lock.TryLockShared();
+    if (!refused) lock.UnlockShared();
   }
   EXPECT_TRUE(refused);
   EXPECT_FALSE(writerIn.load()) << "the writer entered while a reader held the lock";
@@ -200,8 +186,6 @@ TEST(ReadWriteLock, AnnouncedWriterStopsNewReaders) {
   EXPECT_TRUE(writerIn.load());
   EXPECT_TRUE(lock.TryLockShared());
   lock.UnlockShared();
-  lock.LockShared();
-  lock.UnlockShared();
 }
 
 TEST(ReadWriteLock, WritersAreAloneAndReadersSeeWholeUpdates) {
@@ -209,25 +193,17 @@ TEST(ReadWriteLock, WritersAreAloneAndReadersSeeWholeUpdates) {
   long first = 0, second = 0;
   std::atomic<int> torn{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 2; ++t)
-    threads.emplace_back([&] {
-      for (int i = 0; i < 3000; ++i) {
-        lock.LockExclusive();
-        ++first;
-        ++second;
-        lock.UnlockExclusive();
-      }
-    });
-  for (int t = 0; t < 2; ++t)
+  for (int t = 0; t < 4; ++t)
     threads.emplace_back([&, t] {
       for (int i = 0; i < 3000; ++i) {
-        if (t == 0) {
-          lock.LockShared();
-        } else if (!lock.TryLockShared()) {
-          continue;
+        if (t < 2) {
+          lock.LockExclusive();
+          ++first, ++second;
+          lock.UnlockExclusive();
+        } else if (t == 2 ? (lock.LockShared(), true) : lock.TryLockShared()) {
+          if (first != second) ++torn;
+          lock.UnlockShared();
         }
-        if (first != second) ++torn;
-        lock.UnlockShared();
       }
     });
   for (auto& t : threads) t.join();
@@ -241,34 +217,27 @@ TEST(CreateNamedThread, RunsStartBodyAndExitInOrder) {
   CreateNamedThread("worker", step("body"), ThreadPriority_BelowNormal, step("start"), step("exit"))
       .join();
   EXPECT_EQ(steps, (std::vector<std::string>{"start", "body", "exit"}));
-
   steps.clear();
-  CreateNamedThread("empty", boost::function<void()>(), ThreadPriority_Normal, step("start"),
-                    step("exit"))
-      .join();
-  EXPECT_TRUE(steps.empty());
-
-  steps.clear();
+  CreateNamedThread("empty", {}, ThreadPriority_Normal, step("start"), step("exit")).join();
+  EXPECT_TRUE(steps.empty()) << "no body, no start or exit";
   CreateNamedThread("bare", step("body"), static_cast<ThreadPriority>(7), {}, {}).join();
   EXPECT_EQ(steps, std::vector<std::string>{"body"});
 }
 
 TEST(ThreadIdentity, IdsAreTheSystemsAndNoThreadIsMainYet) {
   const auto mainId = GetCurrentThreadID();
-  EXPECT_EQ(GetCurrentThreadID(), mainId);
-  // The first thread of a process has the process's id.
-  EXPECT_EQ(mainId, GetCurrentProcessID());
+  EXPECT_EQ(mainId, GetCurrentProcessID()) << "the first thread has the process's id";
   EXPECT_FALSE(CurrentThreadIsMainThread());
   std::uint32_t otherId = 0, otherProcess = 0;
   bool otherIsMain = true;
-  std::thread([&] {
+  OnOtherThread([&] {
     otherId = GetCurrentThreadID();
     otherProcess = GetCurrentProcessID();
     otherIsMain = CurrentThreadIsMainThread();
-  }).join();
+  });
   EXPECT_NE(otherId, mainId);
   EXPECT_NE(otherId, 0u);
-  EXPECT_EQ(otherProcess, GetCurrentProcessID());
+  EXPECT_EQ(otherProcess, mainId);
   EXPECT_FALSE(otherIsMain);
 }
 

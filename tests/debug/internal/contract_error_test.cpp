@@ -9,27 +9,15 @@
 
 namespace {
 
-using tvxcore::config::ErrorManager;
+using namespace tvxcore::config;
 using tvxtest::RecordingErrorManager;
 
-std::vector<std::string> g_events;
-
-class EventManager : public RecordingErrorManager {
- public:
-  void ReportError(tvxcore::config::ErrorLevel inLevel, const char* inKey, std::uint32_t inModule,
-                   std::int32_t inErrorNumber, bool inRecordable,
-                   const tvxcore::config::ReplacementValue& inValue1,
-                   const tvxcore::config::ReplacementValue& inValue2,
-                   const tvxcore::config::ReplacementValue& inValue3,
-                   const tvxcore::config::ReplacementValue& inValue4) override {
-    g_events.push_back("report");
-    RecordingErrorManager::ReportError(inLevel, inKey, inModule, inErrorNumber, inRecordable,
-                                       inValue1, inValue2, inValue3, inValue4);
-  }
-};
+RecordingErrorManager* g_manager = nullptr;
+std::vector<std::string> g_observed;  // expression, line, reports made before the observer ran
 
 void Observe(const char* expression, const char*, long line) {
-  g_events.push_back(std::string("observe ") + expression + " " + std::to_string(line));
+  g_observed.push_back(std::string(expression) + " " + std::to_string(line) + " " +
+                       std::to_string(g_manager->Reports().size()));
 }
 
 int Checked(int value) {
@@ -38,34 +26,31 @@ int Checked(int value) {
 }
 
 TEST(ContractCheck, ViolationRaisesTheFatalContractErrorAfterTheObserver) {
-  EventManager manager;
+  RecordingErrorManager manager;
+  g_manager = &manager;
   ErrorManager::Set(&manager);
-  g_events.clear();
   auto previous = tvxcore::debug::internal::SetContractObserverForTesting(&Observe);
-
   EXPECT_EQ(Checked(4), 8);
   EXPECT_TRUE(manager.Reports().empty()) << "a kept contract reports nothing";
   EXPECT_EQ(Checked(-1), -2);
-
   tvxcore::debug::internal::SetContractObserverForTesting(previous);
   ErrorManager::Set(nullptr);
 
-  ASSERT_EQ(g_events, (std::vector<std::string>{"observe value > 0 12", "report"}));
-  auto reports = manager.Reports();
+  EXPECT_EQ(g_observed, std::vector<std::string>{"value > 0 12 0"});
+  const auto reports = manager.Reports();
   ASSERT_EQ(reports.size(), 1u);
-  EXPECT_EQ(reports[0].level, tvxcore::config::kErrorLevel_Fatal);
+  EXPECT_EQ(reports[0].level, kErrorLevel_Fatal);
   EXPECT_EQ(reports[0].key,
             "$$$/tvxcore/utility/Error/Contract/InputContractViolation=An input contract "
             "violation has occurred!");
   EXPECT_EQ(reports[0].module, 105u);
   EXPECT_EQ(reports[0].number, 25);
   EXPECT_TRUE(reports[0].recordable);
-  for (const auto& value : reports[0].values) {
-    EXPECT_EQ(value.GetKind(), tvxcore::config::ReplacementValue::kKind_Empty);
-  }
+  for (const auto& value : reports[0].values)
+    EXPECT_EQ(value.GetKind(), ReplacementValue::kKind_Empty);
 }
 
-TEST(ContractCheck, ViolationWithoutAnErrorManagerThrowsTheMissingManagerError) {
+TEST(ContractCheck, ThrowingOrMissingManagerStopsTheCheckingFunction) {
   ASSERT_EQ(ErrorManager::Get(true), nullptr);
   try {
     Checked(0);
@@ -73,15 +58,12 @@ TEST(ContractCheck, ViolationWithoutAnErrorManagerThrowsTheMissingManagerError) 
   } catch (const std::logic_error& e) {
     EXPECT_STREQ(e.what(), "tvx::config::ErrorManager not initialized. Check tvx/config/Errors.h.");
   }
-}
-
-TEST(ContractCheck, ManagerThatThrowsStopsTheCheckingFunction) {
   RecordingErrorManager manager;
   manager.throwWhenNotDeferred = true;
   ErrorManager::Set(&manager);
   EXPECT_THROW(Checked(-5), tvxtest::RecordedFailure);
   {
-    tvxcore::config::DeferredErrorReporter deferred(false);
+    DeferredErrorReporter deferred(false);
     EXPECT_EQ(Checked(-5), -10) << "a deferring manager returns, and the check goes on";
     EXPECT_EQ(deferred.GetErrorNumber(), 25);
     EXPECT_EQ(deferred.GetModule(), 105u);

@@ -40,8 +40,7 @@ TEST(ThreadPriority, ThreadsRunAtTheirOwnNiceValue) {
   // Out-of-scale values count as normal, whatever the system lets normal be.
   EXPECT_EQ(NiceInsideThread(static_cast<ThreadPriority>(7)),
             NiceInsideThread(ThreadPriority_Normal));
-  // Only the created thread changed.
-  EXPECT_EQ(tvxcore::platform::GetCurrentThreadNice(), parent);
+  EXPECT_EQ(tvxcore::platform::GetCurrentThreadNice(), parent) << "only the created thread changed";
 }
 
 struct alignas(16) Node {
@@ -71,7 +70,7 @@ TEST(LockFreeStack, ConcurrentPushAndPopLoseAndDuplicateNothing) {
     });
   for (auto& t : threads) t.join();
   EXPECT_EQ(clashes.load(), 0);
-  std::vector<void*> drained;
+  std::vector<void*> drained;  // every node comes back exactly once
   while (void* p = stack.Pop()) drained.push_back(p);
   EXPECT_TRUE(stack.IsEmpty());
   ASSERT_EQ(drained.size(), static_cast<std::size_t>(kNodes));
