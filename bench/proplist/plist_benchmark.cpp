@@ -79,7 +79,7 @@ struct Data {
               break;
             }
             case 4: {
-              std::uint64_t v = (std::uint64_t{rng()} << 32) | rng();
+              unsigned long long v = (static_cast<unsigned long long>(rng()) << 32) | rng();
               mid->SetValue(U8(key), v);
               node = plist_new_uint(v);
               break;

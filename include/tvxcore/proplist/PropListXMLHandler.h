@@ -33,12 +33,11 @@ class TVXCORE_EXPORT PropListXMLHandler : public xml::AbstractParseHandler {
   explicit PropListXMLHandler(PropList* root);
   ~PropListXMLHandler() override;
 
+  // The handler overrides exactly these events; the namespace forms of the
+  // base class forward to them, so a host's subclass that overrides any of
+  // them is called for every element.
   void StartElement(const UTF16String& name,
                     const std::map<UTF16String, UTF16String>& attributes) override;
-  // Same effect as StartElement, without building the attribute map.
-  void StartElementWithNamespace(const UTF16String& qualifiedName, const UTF16String& namespaceURI,
-                                 const UTF16String& localName,
-                                 const std::vector<xml::Attribute>& attributes) override;
   void EndElement(const UTF16String& name) override;
   void Characters(const UTF16String& text) override;
 

@@ -109,11 +109,11 @@ struct SimpleNodeTraits<std::int32_t> {
   static constexpr PropListPropertyType kType = kPropListType_Int32;
 };
 template <>
-struct SimpleNodeTraits<std::int64_t> {
+struct SimpleNodeTraits<long long> {
   static constexpr PropListPropertyType kType = kPropListType_Int64;
 };
 template <>
-struct SimpleNodeTraits<std::uint64_t> {
+struct SimpleNodeTraits<unsigned long long> {
   static constexpr PropListPropertyType kType = kPropListType_UInt64;
 };
 template <>
@@ -151,17 +151,20 @@ class TVXCORE_EXPORT SimpleTypeArrayNode final : public PropNodeBase {
 extern template class SimpleTypeArrayNode<std::uint16_t>;
 extern template class SimpleTypeArrayNode<std::uint32_t>;
 extern template class SimpleTypeArrayNode<std::int32_t>;
-extern template class SimpleTypeArrayNode<std::int64_t>;
-extern template class SimpleTypeArrayNode<std::uint64_t>;
+extern template class SimpleTypeArrayNode<long long>;
+extern template class SimpleTypeArrayNode<unsigned long long>;
 extern template class SimpleTypeArrayNode<float>;
 extern template class SimpleTypeArrayNode<double>;
 
 // A nested list; owns it. The list may be null, which writes nothing.
+// Copying, writing and destroying a node walk its tree with an explicit work
+// list, never by recursion, so a tree of any depth costs constant stack.
 class TVXCORE_EXPORT PropListNode final : public PropNodeBase {
  public:
   static constexpr PropListPropertyType kType = kPropListType_PropList;
 
   explicit PropListNode(std::unique_ptr<PropList> list) : list_(std::move(list)) {}
+  ~PropListNode() override;
   void WriteXML(UTF8String& out) const override;
   PropListPropertyType GetType() const override { return kType; }
   std::unique_ptr<PropNodeBase> Clone() const override;
@@ -169,6 +172,7 @@ class TVXCORE_EXPORT PropListNode final : public PropNodeBase {
   PropList* List() const { return list_.get(); }
 
  private:
+  friend class PropList;
   std::unique_ptr<PropList> list_;
 };
 
@@ -200,8 +204,8 @@ extern template class PropListArrayNode<BoolPropNode>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint16_t>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint32_t>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::int32_t>>;
-extern template class PropListArrayNode<SimpleTypeArrayNode<std::int64_t>>;
-extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint64_t>>;
+extern template class PropListArrayNode<SimpleTypeArrayNode<long long>>;
+extern template class PropListArrayNode<SimpleTypeArrayNode<unsigned long long>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<float>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<double>>;
 
