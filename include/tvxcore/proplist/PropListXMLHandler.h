@@ -6,7 +6,6 @@
 
 #include <map>
 #include <memory>
-#include <vector>
 
 #include "tvxcore/Export.h"
 #include "tvxcore/proplist/PropList.h"
@@ -24,7 +23,9 @@ class PropListReader;
 // without a key goes under the empty key). An array takes the type of its last
 // element, and an empty array the type of its "array.type". A "prop.map"
 // version above PropList::GetCurrentVersion() is reported on the error road;
-// a lower one becomes the root list's version.
+// a lower one becomes the root list's version. Keys and string values are
+// taken with the writer's escapes of units XML cannot carry undone
+// (U+E01B and four hexadecimal digits; see PropNodes.h).
 //
 // The root list is not owned and must outlive the parse. One instance serves
 // one document; it is given to xml::GetParser, which hands it to the parser.

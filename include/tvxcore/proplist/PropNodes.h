@@ -2,6 +2,12 @@
 //
 // One node holds one value under one key: a string, a bool, one number, a
 // sub-list, or an array of scalar nodes. Each node writes its own XML text.
+// Keys and strings are written so that the library's reader gives them back
+// unit for unit: besides the five reserved characters, a carriage return is
+// written "&#13;", and what XML 1.0 cannot carry at all (U+0000 to U+0008,
+// U+000B, U+000C, U+000E to U+001F, U+FFFE, U+FFFF, a lone surrogate, the
+// escape character U+E01B itself, and in UTF-8 text a byte that starts no
+// valid sequence) is written as U+E01B followed by four hexadecimal digits.
 // Most code reaches nodes only through PropList's typed getters and setters.
 #pragma once
 
