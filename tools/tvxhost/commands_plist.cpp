@@ -144,9 +144,9 @@ std::string ValueText(const PropList& list, const UTF8String& key) {
     case pl::kPropListType_Int32:
       return scalar(std::int32_t{}, number);
     case pl::kPropListType_Int64:
-      return scalar(std::int64_t{}, number);
+      return scalar(0LL, number);
     case pl::kPropListType_UInt64:
-      return scalar(std::uint64_t{}, number);
+      return scalar(0ULL, number);
     case pl::kPropListType_Float:
       return scalar(float{}, number);
     case pl::kPropListType_Double:
@@ -164,9 +164,9 @@ std::string ValueText(const PropList& list, const UTF8String& key) {
     case pl::kPropListType_Int32Array:
       return array(std::int32_t{}, number);
     case pl::kPropListType_Int64Array:
-      return array(std::int64_t{}, number);
+      return array(0LL, number);
     case pl::kPropListType_UInt64Array:
-      return array(std::uint64_t{}, number);
+      return array(0ULL, number);
     case pl::kPropListType_FloatArray:
       return array(float{}, number);
     case pl::kPropListType_DoubleArray:
@@ -288,8 +288,8 @@ bool SetTyped(PropList& list, const UTF8String& key, const std::string& type,
   if (base == "u16") return set(number(std::uint16_t{}));
   if (base == "u32") return set(number(std::uint32_t{}));
   if (base == "i32") return set(number(std::int32_t{}));
-  if (base == "i64") return set(number(std::int64_t{}));
-  if (base == "u64") return set(number(std::uint64_t{}));
+  if (base == "i64") return set(number(0LL));
+  if (base == "u64") return set(number(0ULL));
   if (base == "float") return set(number(float{}));
   if (base == "double") return set(number(double{}));
   return false;
