@@ -14,6 +14,7 @@
 #include "filesupport/TempDirFixture.h"
 #include "platform/TestSeams.h"
 #include "tvxcore/filesupport/FileExceptions.h"
+#include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 
 using namespace tvxcore;
@@ -52,6 +53,26 @@ bool Throws(const std::function<void()>& call, const std::type_info& type,
     return typeid(e) == type && e.GetFile().FullPath() == file;
   }
   return false;
+}
+
+TEST_F(FileFaultTest, SaveWhoseFlushFailsLeavesTheTargetAndNamesIt) {
+  for (const int err : {EIO, ENOSPC, EDQUOT}) {
+    for (const bool existed : {true, false}) {
+      SCOPED_TRACE(std::to_string(err) + (existed ? " over a target" : " new target"));
+      fs::remove(root_ / "doc.txt");
+      if (existed) Write("doc.txt", "the good old version");
+      {
+        SafeSave save(File(Path("doc.txt")));
+        std::ofstream(tvxtest::N(save.CreateTempFile().FullPath()), std::ios::binary)
+            << "the new one, of which the device lost some";
+        seams::FailNext(seams::Fault::kSync, err);
+        EXPECT_TRUE(Throws([&] { save.Commit(); }, typeid(file_exception), Path("doc.txt")));
+        EXPECT_FALSE(save.GetTempFile().Exists()) << "the unreliable copy is gone at once";
+      }
+      EXPECT_EQ(Read("doc.txt"), existed ? "the good old version" : "");
+      EXPECT_EQ(Entries(), existed ? std::set<std::string>{"doc.txt"} : std::set<std::string>{});
+    }
+  }
 }
 
 TEST_F(FileFaultTest, CopyThatFailsHalfWayLeavesTheDestinationAsItWas) {
