@@ -96,4 +96,29 @@ TEST_F(FileFaultTest, CopyThatFailsHalfWayLeavesTheDestinationAsItWas) {
   }
 }
 
+TEST_F(FileFaultTest, DirectorySwappedForALinkDuringDeleteIsRemovedAsTheLink) {
+  Write("outside/keep.txt", "mine");
+  for (const bool linkToDir : {true, false}) {
+    SCOPED_TRACE(linkToDir ? "link to a directory" : "link to a file");
+    for (const char* name : {"top/a/f1", "top/a/f2", "top/b/f3", "top/c"}) Write(name);
+    // Just before the deletion enters "a", "a" goes elsewhere and a link
+    // to the outside takes its name.
+    seams::SetBeforeDescend([&](const std::string& name) {
+      if (name != "a") return;
+      fs::rename(root_ / "top/a", root_ / "moved");
+      if (linkToDir)
+        fs::create_directory_symlink(root_ / "outside", root_ / "top/a");
+      else
+        fs::create_symlink(root_ / "outside/keep.txt", root_ / "top/a");
+    });
+    Dir(Path("top")).Delete();
+    seams::SetBeforeDescend(nullptr);
+    EXPECT_FALSE(OnDisk("top"));
+    EXPECT_EQ(Read("outside/keep.txt"), "mine");
+    EXPECT_EQ(Entries("moved"), (std::set<std::string>{"f1", "f2"}))
+        << "left the tree: not touched";
+    fs::remove_all(root_ / "moved");
+  }
+}
+
 }  // namespace
