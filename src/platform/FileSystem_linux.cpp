@@ -460,13 +460,13 @@ int CopyFileContents(const std::string& from, const std::string& to,
   const bool replaces = ::stat(to.c_str(), &existing) == 0;
   if (replaces) {
     if (S_ISDIR(existing.st_mode)) return kErrorAccessDenied;
-    // A file the caller may not write is not replaced either.
-    if (::faccessat(AT_FDCWD, to.c_str(), W_OK, AT_EACCESS) != 0) return LastError(to);
     if (existing.st_dev == st.st_dev && existing.st_ino == st.st_ino) {
       // Onto itself: the copy would be the file it replaces. Refused.
       outFailedSide = CopySide::kSource;
       return kErrorSharingViolation;
     }
+    // A file the caller may not write is not replaced either.
+    if (::faccessat(AT_FDCWD, to.c_str(), W_OK, AT_EACCESS) != 0) return LastError(to);
     struct stat link;
     if (::lstat(to.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
       std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(to.c_str(), nullptr),
