@@ -66,8 +66,7 @@ void SafeSave::Commit() {
   // the device before it takes the target's name: a failed flush (an I/O
   // error, a full disk or quota) may have lost some of what was written. A
   // missing temporary file leaves both steps to the rename, which reports it.
-  int error = platform::MatchPermissions(from, to);
-  if (error == 0) error = platform::SyncFileAtPath(from);
+  int error = platform::PrepareReplacement(from, to);
   if (error != 0 && error != platform::kErrorFileNotFound &&
       error != platform::kErrorPathNotFound) {
     try {

@@ -38,13 +38,17 @@ int ReplaceFileAtomically(const std::string& from, const std::string& to) {
   return err == ENOENT ? ErrorForPath(err, from) : TranslateErrno(err, false);
 }
 
-int SyncFileAtPath(const std::string& path) {
+int PrepareReplacement(const std::string& path, const std::string& model) {
   ScopedFd fd(Open(path, O_RDONLY));
-  // A file its owner may only write to is synced through a descriptor for writing.
+  // A file its owner may only write to is reached through a descriptor for writing.
   if (!fd.valid() && errno == EACCES) fd.Reset(Open(path, O_WRONLY));
   if (!fd.valid()) return ErrorForPath(errno, path);
-  const int error = SyncDescriptor(fd.get());
-  if (error != 0) return error;
+  struct stat wanted, current;
+  if (::stat(model.c_str(), &wanted) == 0 && !S_ISDIR(wanted.st_mode) &&
+      (::fstat(fd.get(), &current) != 0 || (current.st_mode & 07777) != (wanted.st_mode & 07777)) &&
+      ::fchmod(fd.get(), wanted.st_mode & 07777) != 0)
+    return TranslateErrno(errno, false);
+  if (const int error = SyncDescriptor(fd.get())) return error;
   const int closeError = fd.Close();
   return closeError == 0 ? kErrorSuccess : TranslateErrno(closeError, false);
 }
@@ -58,31 +62,21 @@ int SyncDirectoryAtPath(const std::string& path) {
 int CreateFileLike(const std::string& path, const std::string& model) {
   struct stat st;
   const bool hasModel = ::stat(model.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
-  // Owner-only until the model's bits are set, so the new contents are never
-  // open to more eyes than the old ones.
-  const mode_t createMode = hasModel ? (st.st_mode & 0700) : 0666;
+  // Owner-only until the model's bits are set.
+  const mode_t createMode = hasModel ? 0600 : 0666;
   for (int attempt = 0;; ++attempt) {
     ScopedFd fd(Open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, createMode));
     if (!fd.valid()) {
       if (errno == EEXIST && attempt == 0 && ::unlink(path.c_str()) == 0) continue;
       return ErrorForPath(errno, path);
     }
-    if (hasModel && ::fchmod(fd.get(), st.st_mode & 07777) != 0) {
+    if (hasModel && ::fchmod(fd.get(), (st.st_mode & 07777) | S_IRUSR | S_IWUSR) != 0) {
       const int err = errno;
       ::unlink(path.c_str());
       return TranslateErrno(err, false);
     }
     return kErrorSuccess;
   }
-}
-
-int MatchPermissions(const std::string& path, const std::string& model) {
-  struct stat wanted, current;
-  if (::stat(model.c_str(), &wanted) != 0 || S_ISDIR(wanted.st_mode)) return kErrorSuccess;
-  if (::stat(path.c_str(), &current) != 0) return ErrorForPath(errno, path);
-  if ((current.st_mode & 07777) == (wanted.st_mode & 07777)) return kErrorSuccess;
-  if (::chmod(path.c_str(), wanted.st_mode & 07777) != 0) return ErrorForPath(errno, path);
-  return kErrorSuccess;
 }
 
 }  // namespace tvxcore::platform

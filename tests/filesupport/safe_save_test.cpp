@@ -135,9 +135,10 @@ TEST_F(SafeSaveTest, SavedFileKeepsThePermissionBitsOfTheOneItReplaces) {
     SafeSave save(File(Path("settings.plist")));
     if (viaSave) {
       EXPECT_EQ(&save.CreateTempFile(), &save.GetTempFile());
-      // Never more open than the old file, not even while being written.
+      // Never more open to others than the old file, not even while being
+      // written; its owner may write it.
       EXPECT_EQ(fs::status(N(save.GetTempFile().FullPath())).permissions(),
-                bits != 0 ? fs::perms(bits) : usual);
+                bits != 0 ? fs::perms(bits | 0600) : usual);
       std::ofstream(N(save.GetTempFile().FullPath()), std::ios::binary | std::ios::trunc) << "new";
     } else {
       WriteTemp(save, "new");

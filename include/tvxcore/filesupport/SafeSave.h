@@ -45,10 +45,11 @@ class TVXCORE_EXPORT SafeSave {
   const File& GetTarget() const { return target_; }
 
   // Creates the temporary file empty, with the permission bits of the target
-  // when it exists (the usual default for a new file), so the new contents are
-  // never readable by more users than the old ones; a leftover file of that
-  // name is replaced. Failures are File::Create's exceptions for the target.
-  // Returns GetTempFile().
+  // when it exists (plus reading and writing for the owner, until Commit) and
+  // the usual default for a new file, so the new contents are never readable
+  // by more users than the old ones; a leftover file of that name is
+  // replaced. Failures are File::Create's exceptions for the target. Returns
+  // GetTempFile().
   File& CreateTempFile();
 
   // Gives the temporary file the target's permission bits, flushes it to disk
