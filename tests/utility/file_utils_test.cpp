@@ -272,7 +272,7 @@ TEST_F(FileUtilsTest, FailedCopiesNameTheFileThatFailedAndTouchNothing) {
   namespace fs = std::filesystem;
   fs::permissions(root_, fs::perms::others_exec | fs::perms::group_exec, fs::perm_options::add);
   Write("secret", "s");
-  fs::permissions(root_ / "secret", fs::perms::owner_read);
+  fs::permissions(root_ / "secret", fs::perms::none);
   MakeDir("ro");
   Write("ro/kept", "kept");
   fs::permissions(root_ / "ro/kept", fs::perms(0444));
