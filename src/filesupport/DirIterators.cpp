@@ -104,13 +104,25 @@ void IteratorHelper::Read(const UTF16String& path, boost::function<bool()>* abor
   entries_ = boost::make_shared<Entries>();
   index_ = 0;
   ReadInto(path, resolveAliases_, skipLinkedDirs_, abortCheck, resolvedFilesOnly,
-           wantDirs_ ? nullptr : entries_.get(), wantDirs_ ? entries_.get() : nullptr);
+           wantDirs_ ? nullptr : entries_.get(), wantDirs_ ? entries_.get() : nullptr, nullptr);
   Finish();
 }
 
+namespace {
+
+// Whether the directory at `path` is one of `dirs`.
+bool IsAmong(const UTF16String& path, const IteratorHelper::DirIds& dirs) {
+  std::string native;
+  platform::FileId id;
+  if (!internal::ToNative(path, native) || platform::GetFileId(native, id) != 0) return false;
+  return std::find(dirs.begin(), dirs.end(), std::make_pair(id.device, id.inode)) != dirs.end();
+}
+
+}  // namespace
+
 void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool skipLinkedDirs,
                               boost::function<bool()>* abortCheck, bool resolvedFilesOnly,
-                              Entries* files, Entries* dirs) {
+                              Entries* files, Entries* dirs, const DirIds* enteredDirs) {
   std::string native;
   if (!internal::ToNative(path, native)) return;
   const bool checkAbort = abortCheck != nullptr && !abortCheck->empty();
@@ -128,7 +140,9 @@ void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool
       bool isDir = entry.isDirectory;
       Entries* into = isDir ? dirs : files;
       if (isDir && entry.isSymlink && skipLinkedDirs) into = nullptr;
-      if (resolveAliases && !isDir && EndsWithLnk(entry.name)) {
+      // The alias is the link itself, a file whatever it leads to; only a
+      // real directory named "*.lnk" is no alias.
+      if (resolveAliases && (!isDir || entry.isSymlink) && EndsWithLnk(entry.name)) {
         UTF16String full = prefixText;
         internal::AppendFromNative(entry.name, full);
         bool keep = true;
@@ -136,12 +150,18 @@ void IteratorHelper::ReadInto(const UTF16String& path, bool resolveAliases, bool
         bool targetIsDir = false;
         const long result = utility::FileUtils::ResolveIT(target, targetIsDir);
         if (resolvedFilesOnly) {
+          // Only a file target replaces the alias; a broken alias, or one to
+          // a directory, is listed as the file it is.
           if (result >= 0 && !targetIsDir) full = DirHelper(target).Path();
+          isDir = false;
         } else if (result < 0) {
           keep = false;  // a broken alias isn't listed
         } else {
           full = DirHelper(target).Path();
           isDir = targetIsDir;
+          // A walk doesn't enter a directory it is already inside of, so
+          // aliases that lead back up can't make it loop.
+          if (isDir && enteredDirs != nullptr && IsAmong(full, *enteredDirs)) keep = false;
         }
         into = isDir ? dirs : files;
         if (keep && into != nullptr) into->Append(ViewOf(full));
@@ -366,9 +386,18 @@ void RecursiveFileIterator::Enter(const Dir& dir) {
   files->entries_ = Reclaim(files_.helper_.get());
   if (!files->entries_) files->entries_ = spareOrNew();
   dirs->entries_ = spareOrNew();
-  // Links to directories are left out, so a cycle of links can't trap the walk.
+  // Links to directories are left out, so a cycle of links can't trap the
+  // walk; the target of an alias is entered unless the walk is inside it.
+  if (resolveAliases_) {
+    std::string native;
+    platform::FileId id;
+    if (!internal::ToNative(dir.Helper().Path(), native) || platform::GetFileId(native, id) != 0)
+      id = platform::FileId();
+    enteredDirs_.emplace_back(id.device, id.inode);
+  }
   IteratorHelper::ReadInto(dir.Helper().Path(), resolveAliases_, true, &abortCheck_, false,
-                           files->entries_.get(), dirs->entries_.get());
+                           files->entries_.get(), dirs->entries_.get(),
+                           resolveAliases_ ? &enteredDirs_ : nullptr);
   files->Finish();
   dirs->Finish();
   files_ = std::move(filesIt);
@@ -401,6 +430,7 @@ void RecursiveFileIterator::Step() {
     } else {
       if (!spare_) spare_ = Reclaim(stack_.back().first.helper_.get());
       stack_.pop_back();
+      if (!enteredDirs_.empty()) enteredDirs_.pop_back();
     }
   }
 }

@@ -66,4 +66,21 @@ void ThrowCopyError(int error, const UTF16String& from, const UTF16String& to) {
   }
 }
 
+void ThrowCopySideError(int error, bool destination, const UTF16String& from,
+                        const UTF16String& to) {
+  if (!destination) {
+    if (error == 2 || error == 3) throw file_not_found_exception(File(from));
+    throw file_exception(File(from));
+  }
+  switch (error) {
+    case 2:
+    case 3:
+      throw create_invalidpath_exception(File(to));
+    case 5:
+      throw create_accessdenied_exception(File(to));
+    default:
+      throw file_exception(File(to));
+  }
+}
+
 }  // namespace tvxcore::filesupport::internal

@@ -290,16 +290,15 @@ void Dir::Create() {
 void Dir::Delete() {
   std::string native;
   if (!ToNative(Helper().Path(), native)) throw dir_delete_exception(*this);
-  // Links are removed as the files they are, never followed.
-  std::vector<UTF16String> files, dirs;
-  platform::ListDirectory(native, [&](const platform::DirEntry& entry) {
-    UTF16String path = JoinPath(Helper().Path(), internal::FromNative(entry.name));
-    (entry.isDirectory && !entry.isSymlink ? dirs : files).push_back(std::move(path));
-    return true;
-  });
-  for (const auto& path : files) File(path).Delete();
-  for (const auto& path : dirs) Dir(path).Delete();
-  if (platform::RemoveDirectory(native) != 0) throw dir_delete_exception(*this);
+  // Files, then subdirectories, then the directory itself. Links are removed
+  // as the files they are and never followed, this one included: a Dir that
+  // names a link removes the link and leaves what it points at.
+  platform::TreeRemovalFailure failure;
+  if (platform::RemoveTree(native, failure) == 0) return;
+  if (failure.path == native) throw dir_delete_exception(*this);
+  const UTF16String path = internal::FromNative(failure.path);
+  if (failure.isDirectory) throw dir_delete_exception(Dir(path));
+  throw file_delete_exception(File(path));
 }
 
 void Dir::Rename(const UTF16String& newName) {

@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/AtomicReplace.h"
 #include "platform/FileSystem.h"
@@ -46,17 +47,37 @@ SafeSave::~SafeSave() noexcept(false) {
   }
 }
 
+File& SafeSave::CreateTempFile() {
+  std::string temp, target;
+  const int error =
+      internal::ToNative(temp_.FullPath(), temp) && internal::ToNative(target_.FullPath(), target)
+          ? platform::CreateFileLike(temp, target)
+          : static_cast<int>(platform::kErrorInvalidName);
+  // The user asked to save the target: a failure names it, not the temporary file.
+  internal::ThrowCreateError(error, target_);
+  return temp_;
+}
+
 void SafeSave::Commit() {
   std::string from, to;
-  const bool named =
-      internal::ToNative(temp_.FullPath(), from) && internal::ToNative(target_.FullPath(), to);
-  // A temporary file that can't be synced is no reason to stop: the rename
-  // still gives a whole file in every case but a power loss. A missing one
-  // makes the rename fail below.
-  if (named) platform::SyncFileAtPath(from);
-  const int error = named ? platform::ReplaceFileAtomically(from, to)
-                          : static_cast<int>(platform::kErrorInvalidName);
-  if (error != 0) throw rename_file(temp_, target_.GetName());
+  if (!internal::ToNative(temp_.FullPath(), from) || !internal::ToNative(target_.FullPath(), to))
+    throw rename_file(target_, target_.GetName());
+  // The new version takes the old one's permission bits, and must be whole on
+  // the device before it takes the target's name: a failed flush (an I/O
+  // error, a full disk or quota) may have lost some of what was written. A
+  // missing temporary file leaves both steps to the rename, which reports it.
+  int error = platform::PrepareReplacement(from, to);
+  if (error != 0 && error != platform::kErrorFileNotFound &&
+      error != platform::kErrorPathNotFound) {
+    try {
+      temp_.Delete();
+    } catch (const file_delete_exception&) {
+      // The destructor tries again.
+    }
+    throw file_exception(target_);
+  }
+  error = platform::ReplaceFileAtomically(from, to);
+  if (error != 0) throw rename_file(target_, target_.GetName());
   temp_ = target_;
   UTF16String parent;
   fu::SplitLongPath(target_.FullPath(), &parent, nullptr, nullptr);

@@ -76,6 +76,27 @@ int CreateEmptyFile(const std::string& path, bool failIfExists);
 int DeleteFile(const std::string& path);
 int CreateDirectory(const std::string& path);
 int RemoveDirectory(const std::string& path);
+
+// The entry RemoveTree stopped at.
+struct TreeRemovalFailure {
+  std::string path;         // the full path of the entry
+  bool isDirectory = true;  // a directory (or the tree itself), else a file or link
+};
+// Removes the directory at `path` and everything below it, files before
+// subdirectories, and never follows a symbolic link: a link at `path` itself
+// or anywhere inside is removed as the link it is, and its target stays. An
+// entry swapped for a link while the removal runs is not entered either. No
+// recursion and a bounded number of descriptors at any depth. Stops at the
+// first entry that can't be removed: its error, and the entry in `outFailure`.
+int RemoveTree(const std::string& path, TreeRemovalFailure& outFailure);
+
+// What makes a file itself: its device and inode (links followed).
+struct FileId {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  bool operator==(const FileId&) const = default;
+};
+int GetFileId(const std::string& path, FileId& out);
 // Moves without replacing: an existing target is kErrorAlreadyExists.
 int MovePath(const std::string& from, const std::string& to);
 
@@ -131,11 +152,20 @@ bool GetVolumeLabel(const MountPoint& mount, std::string& outLabel);
 int GetVolumeSpace(const std::string& path, std::uint64_t& outFreeForCaller,
                    std::uint64_t& outTotal);
 
-// Copies the contents (and permission bits) of `from` onto `to`, replacing
-// it. `progress` is told the fraction done after each chunk; a true answer
-// cancels, removes `to` and gives kErrorRequestAborted.
+// The side of a copy that a failure belongs to.
+enum class CopySide { kSource, kDestination };
+// Copies the contents and permission bits of `from` to `to`, replacing it.
+// The bytes go to a new file beside `to`, which is renamed onto `to` when it
+// is complete (and, when it replaces a file, synced first): `to` holds its old
+// contents or the whole copy, never a part. A link at `to` has the file it
+// leads to replaced. `from` and `to` naming one file (the same device and
+// inode, through a hard or symbolic link too) is refused with
+// kErrorSharingViolation, and nothing is touched. `progress` is told the
+// fraction done after each chunk; a true answer cancels with
+// kErrorRequestAborted. On any failure the new file is removed, and
+// `outFailedSide` says whether the source or the destination failed.
 int CopyFileContents(const std::string& from, const std::string& to,
-                     const std::function<bool(double)>& progress);
+                     const std::function<bool(double)>& progress, CopySide& outFailedSide);
 // Copies modification and access times and the permission bits.
 int CopyTimesAndMode(const std::string& from, const std::string& to);
 int SetModifiedToNow(const std::string& path);

@@ -7,17 +7,24 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
 
 #include "platform/FileSystem.h"
+#include "platform/TestSeams.h"
+#include "platform/internal/Posix.h"
 
 namespace tvxcore::platform {
 namespace {
+
+using internal::RetryOnEintr;
+using internal::ScopedFd;
 
 std::string ParentOf(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
@@ -28,22 +35,6 @@ std::string ParentOf(std::string path) {
 }
 
 int LastError(const std::string& path) { return ErrorForPath(errno, path); }
-
-// A descriptor closed on every path.
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
 
 void Fill(const struct stat& st, FileAttributes& out) {
   out.isDirectory = S_ISDIR(st.st_mode);
@@ -187,7 +178,7 @@ int GetLinkAttributes(const std::string& path, FileAttributes& out) {
 
 int CreateEmptyFile(const std::string& path, bool failIfExists) {
   int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (failIfExists ? O_EXCL : O_TRUNC);
-  Fd fd(::open(path.c_str(), flags, 0666));
+  ScopedFd fd(RetryOnEintr([&] { return ::open(path.c_str(), flags, 0666); }));
   if (!fd.valid()) {
     const int err = errno;
     if (err == EEXIST) return kErrorFileExists;
@@ -255,7 +246,8 @@ int GetFileSize(const std::string& path, std::uint64_t& outSize) {
 
 int ListDirectoryBlocks(const std::string& path,
                         const std::function<bool(const DirEntry*, std::size_t)>& visit) {
-  Fd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+  ScopedFd fd(RetryOnEintr(
+      [&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); }));
   if (!fd.valid()) return LastError(path);
   // One read takes in a directory of about a thousand entries. The buffers
   // stay with the thread for its next listing (fresh ones each time cost page
@@ -422,28 +414,93 @@ int GetVolumeSpace(const std::string& path, std::uint64_t& outFreeForCaller,
   return kErrorSuccess;
 }
 
+namespace {
+
+// Errors of a transfer that belong to the file being written; the others
+// are taken to come from reading the source.
+bool IsWriteSideError(int err) {
+  return err == ENOSPC || err == EDQUOT || err == EFBIG || err == EROFS;
+}
+
+// A name in `dir` for the copy under way, made with O_EXCL. The name is
+// hidden and shortened so that it stays within NAME_MAX.
+int CreateCopyTemp(const std::string& dir, const std::string& name, std::string& outPath,
+                   ScopedFd& outFd) {
+  static std::atomic<unsigned> counter{0};
+  constexpr std::size_t kNameBytes = 64;
+  for (int attempt = 0;; ++attempt) {
+    char suffix[64];
+    std::snprintf(suffix, sizeof suffix, ".%d-%u.tvxcopy", static_cast<int>(::getpid()),
+                  counter.fetch_add(1, std::memory_order_relaxed));
+    outPath = (dir == "/" ? std::string() : dir) + "/." + name.substr(0, kNameBytes) + suffix;
+    outFd.Reset(RetryOnEintr([&] {
+      return ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0600);
+    }));
+    if (outFd.valid()) return kErrorSuccess;
+    if (errno != EEXIST || attempt == 100) return ErrorForPath(errno, outPath);
+  }
+}
+
+}  // namespace
+
 int CopyFileContents(const std::string& from, const std::string& to,
-                     const std::function<bool(double)>& progress) {
-  Fd in(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
+                     const std::function<bool(double)>& progress, CopySide& outFailedSide) {
+  outFailedSide = CopySide::kSource;
+  ScopedFd in(RetryOnEintr([&] { return ::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
   if (!in.valid()) return LastError(from);
   struct stat st;
-  if (::fstat(in.get(), &st) != 0) return LastError(from);
+  if (::fstat(in.get(), &st) != 0) return TranslateErrno(errno, false);
   if (S_ISDIR(st.st_mode)) return kErrorAccessDenied;
-  Fd out(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, st.st_mode & 07777));
-  if (!out.valid()) return LastError(to);
-  ::fchmod(out.get(), st.st_mode & 07777);
+
+  // What the copy replaces: the file that a link at `to` leads to, else `to`.
+  outFailedSide = CopySide::kDestination;
+  if (to.empty()) return kErrorPathNotFound;
+  std::string target = to;
+  struct stat existing;
+  const bool replaces = ::stat(to.c_str(), &existing) == 0;
+  if (replaces) {
+    if (S_ISDIR(existing.st_mode)) return kErrorAccessDenied;
+    if (existing.st_dev == st.st_dev && existing.st_ino == st.st_ino) {
+      // Onto itself: the copy would be the file it replaces. Refused.
+      outFailedSide = CopySide::kSource;
+      return kErrorSharingViolation;
+    }
+    // A file the caller may not write is not replaced either.
+    if (::faccessat(AT_FDCWD, to.c_str(), W_OK, AT_EACCESS) != 0) return LastError(to);
+    struct stat link;
+    if (::lstat(to.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+      std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(to.c_str(), nullptr),
+                                                           &std::free);
+      if (resolved) target = resolved.get();
+    }
+  } else if (errno != ENOENT) {
+    return LastError(to);
+  }
+  std::string name = target;
+  while (name.size() > 1 && name.back() == '/') name.pop_back();
+  name = name.substr(name.find_last_of('/') + 1);
+
+  std::string tempPath;
+  ScopedFd out;
+  if (const int error = CreateCopyTemp(ParentOf(target), name, tempPath, out)) return error;
+  // From here on every failure removes the unfinished copy.
+  auto fail = [&](int error, CopySide side) {
+    out.Reset();
+    ::unlink(tempPath.c_str());
+    outFailedSide = side;
+    return error;
+  };
   const std::uint64_t total = static_cast<std::uint64_t>(st.st_size);
   constexpr std::size_t kChunk = 1 << 20;
   std::uint64_t done = 0;
   bool useRange = true;
-  auto fail = [&](int err) {
-    ::unlink(to.c_str());
-    return err;
-  };
-  if (progress && progress(0.0)) return fail(kErrorRequestAborted);
+  if (progress && progress(0.0)) return fail(kErrorRequestAborted, CopySide::kSource);
   for (;;) {
     ssize_t n;
-    if (useRange) {
+    if (const int injected = seams::TakeFailure(seams::Fault::kWrite)) {
+      errno = injected;
+      n = -1;
+    } else if (useRange) {
       n = ::copy_file_range(in.get(), nullptr, out.get(), nullptr, kChunk, 0);
       if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
         useRange = false;
@@ -454,14 +511,40 @@ int CopyFileContents(const std::string& from, const std::string& to,
     }
     if (n < 0) {
       if (errno == EINTR) continue;
-      return fail(TranslateErrno(errno, false));
+      const int err = errno;
+      return fail(TranslateErrno(err, false),
+                  IsWriteSideError(err) ? CopySide::kDestination : CopySide::kSource);
     }
     if (n == 0) break;
     done += static_cast<std::uint64_t>(n);
     if (progress && progress(total ? static_cast<double>(done) / static_cast<double>(total) : 1.0))
-      return fail(kErrorRequestAborted);
+      return fail(kErrorRequestAborted, CopySide::kSource);
   }
-  if (progress && total == 0 && progress(1.0)) return fail(kErrorRequestAborted);
+  if (progress && total == 0 && progress(1.0)) return fail(kErrorRequestAborted, CopySide::kSource);
+  // The permission bits of the source, as far as the file system keeps them.
+  ::fchmod(out.get(), st.st_mode & 07777);
+  // A file that is replaced is gone for good: the copy is on the device first.
+  if (replaces) {
+    int injected = seams::TakeFailure(seams::Fault::kSync);
+    if (injected == 0 && ::fsync(out.get()) != 0 && errno != EINVAL && errno != EROFS)
+      injected = errno;
+    if (injected != 0) return fail(TranslateErrno(injected, false), CopySide::kDestination);
+  }
+  if (const int err = out.Close()) return fail(TranslateErrno(err, false), CopySide::kDestination);
+  if (::rename(tempPath.c_str(), target.c_str()) != 0) {
+    const int err = errno;
+    return fail(err == EISDIR || err == ENOTEMPTY ? static_cast<int>(kErrorAccessDenied)
+                                                  : ErrorForPath(err, target),
+                CopySide::kDestination);
+  }
+  return kErrorSuccess;
+}
+
+int GetFileId(const std::string& path, FileId& out) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return LastError(path);
+  out.device = static_cast<std::uint64_t>(st.st_dev);
+  out.inode = static_cast<std::uint64_t>(st.st_ino);
   return kErrorSuccess;
 }
 
@@ -481,7 +564,8 @@ int SetModifiedToNow(const std::string& path) {
 }
 
 int WriteBytes(const std::string& path, std::string_view bytes, bool append) {
-  Fd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC), 0666));
+  const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC);
+  ScopedFd fd(RetryOnEintr([&] { return ::open(path.c_str(), flags, 0666); }));
   if (!fd.valid()) return LastError(path);
   while (!bytes.empty()) {
     ssize_t n = ::write(fd.get(), bytes.data(), bytes.size());

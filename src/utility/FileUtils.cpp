@@ -20,6 +20,7 @@ using filesupport::internal::FromNative;
 using filesupport::internal::ToNative;
 
 using filesupport::internal::ThrowCopyError;
+using filesupport::internal::ThrowCopySideError;
 using filesupport::internal::ThrowForError;
 
 bool Attributes(const UTF16String& path, platform::FileAttributes& out, int* error = nullptr) {
@@ -265,13 +266,17 @@ void Copy(const UTF16String& from, const UTF16String& to) {
 bool CopyWithProgress(const UTF16String& from, const UTF16String& to,
                       bool (*callback)(double, void*), void* context) {
   std::string nativeFrom, nativeTo;
-  if (!ToNative(from, nativeFrom)) ThrowCopyError(platform::kErrorFileNotFound, from, to);
-  if (!ToNative(to, nativeTo)) ThrowCopyError(platform::kErrorPathNotFound, from, to);
+  if (!ToNative(from, nativeFrom))
+    ThrowCopySideError(platform::kErrorFileNotFound, false, from, to);
+  if (!ToNative(to, nativeTo)) ThrowCopySideError(platform::kErrorPathNotFound, true, from, to);
   std::function<bool(double)> progress;
   if (callback != nullptr) progress = [&](double fraction) { return callback(fraction, context); };
-  const int error = platform::CopyFileContents(nativeFrom, nativeTo, progress);
+  platform::CopySide side = platform::CopySide::kSource;
+  const int error = platform::CopyFileContents(nativeFrom, nativeTo, progress, side);
   if (error == platform::kErrorRequestAborted) return false;
-  if (error != 0) ThrowCopyError(error, from, to);
+  // The exception names the file that failed: the source for a missing,
+  // unreadable or identical file, the destination for a bad path or a write.
+  if (error != 0) ThrowCopySideError(error, side == platform::CopySide::kDestination, from, to);
   return true;
 }
 

@@ -30,9 +30,8 @@ class TempDirTest : public ::testing::Test {
   void SetUp() override {
     static std::atomic<int> counter{0};
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    root_ = std::filesystem::temp_directory_path() /
-            ("tvxfs-" + std::to_string(std::random_device{}()) + "-" + std::to_string(counter++) +
-             "-" + info->name());
+    root_ = Base() / ("tvxfs-" + std::to_string(std::random_device{}()) + "-" +
+                      std::to_string(counter++) + "-" + info->name());
     std::filesystem::remove_all(root_);
     std::filesystem::create_directories(root_);
   }
@@ -42,6 +41,9 @@ class TempDirTest : public ::testing::Test {
                                  std::filesystem::perm_options::add, ignored);
     std::filesystem::remove_all(root_, ignored);
   }
+
+  // Where the directory is made.
+  virtual std::filesystem::path Base() const { return std::filesystem::temp_directory_path(); }
 
   // The native path of a name below the directory.
   std::string Native(std::string_view relative = {}) const {

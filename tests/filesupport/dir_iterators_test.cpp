@@ -126,23 +126,55 @@ TEST_F(DirIteratorTest, AbortChecksShortenListingsAndWalks) {
 TEST_F(DirIteratorTest, AliasesStandForTheirTargets) {
   namespace fu = tvxcore::utility::FileUtils;
   Write("data/target.txt");
-  MakeDir("data/folder");
-  MakeDir("list");
+  Write("data/folder/inner.txt");
+  MakeDir("list/real.lnk");  // a directory of that name is no alias
   ASSERT_EQ(fu::CreateLink(Path("data/target.txt"), Path("list/file.lnk")), 0);
   ASSERT_EQ(fu::CreateLink(Path("data/folder"), Path("list/folder.lnk")), 0);
   ASSERT_EQ(fu::CreateLink(Path("data/gone"), Path("list/broken.lnk")), 0);
   ASSERT_EQ(fu::CreateLink(Path("data/target.txt"), Path("list/CAPS.LNK")), 0);
+  ASSERT_EQ(fu::CreateLink(Path("data/folder"), Path("list/DIR.LNK")), 0);
   const Dir list(Path("list"));
-  // Without resolution the links are what they are.
-  EXPECT_EQ(Relative(Files(list)), (Names{"list/CAPS.LNK", "list/broken.lnk", "list/file.lnk"}));
-  EXPECT_EQ(Relative(Dirs(list)), (Names{"list/folder.lnk"}));
-  // Resolved: targets replace links, a broken one goes, capitals aren't aliases.
-  EXPECT_EQ(Relative(Files(list, true)), (Names{"data/target.txt", "list/CAPS.LNK"}));
-  // A link to a directory reads as a directory before any resolution.
-  EXPECT_EQ(Relative(Dirs(list, true)), (Names{"list/folder.lnk"}));
-  // Files only: file targets replace links, broken ones stay as themselves.
-  EXPECT_EQ(Relative(Files(list, true, true)),
-            (Names{"data/target.txt", "list/CAPS.LNK", "list/broken.lnk"}));
+  struct Row {
+    bool dirs, resolve, filesOnly;
+    Names expected;
+  };
+  const Row rows[] = {
+      // Without resolution the links are what they lead to; capitals are
+      // never aliases.
+      {false, false, false, {"list/CAPS.LNK", "list/broken.lnk", "list/file.lnk"}},
+      {true, false, false, {"list/DIR.LNK", "list/folder.lnk", "list/real.lnk"}},
+      // Resolved: targets replace aliases, files and directories alike, and
+      // a broken one goes.
+      {false, true, false, {"data/target.txt", "list/CAPS.LNK"}},
+      {true, true, false, {"data/folder", "list/DIR.LNK", "list/real.lnk"}},
+      // Files only: file targets replace aliases; broken ones and those to a
+      // directory stay as the files they are.
+      {false,
+       true,
+       true,
+       {"data/target.txt", "list/CAPS.LNK", "list/broken.lnk", "list/folder.lnk"}},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(
+        Relative(row.dirs ? Dirs(list, row.resolve) : Files(list, row.resolve, row.filesOnly)),
+        row.expected)
+        << (row.dirs ? "dirs" : "files") << " resolve " << row.resolve << " filesOnly "
+        << row.filesOnly;
+  }
+  // A walk with resolution enters the target of an alias to a directory,
+  // but not one that leads back to where the walk already is.
+  ASSERT_EQ(fu::CreateLink(Path("list"), Path("data/folder/back.lnk")), 0);
+  ASSERT_EQ(fu::CreateLink(Path("data/folder"), Path("data/folder/self.lnk")), 0);
+  for (const bool resolve : {false, true}) {
+    std::vector<UTF16String> walked;
+    for (RecursiveFileIterator it(list, resolve);
+         it != RecursiveFileIterator() && walked.size() < 50; ++it)
+      walked.push_back((*it).FullPath());
+    const Names expected = resolve
+                               ? Names{"data/folder/inner.txt", "data/target.txt", "list/CAPS.LNK"}
+                               : Names{"list/CAPS.LNK", "list/broken.lnk", "list/file.lnk"};
+    EXPECT_EQ(Relative(walked), expected) << "resolve " << resolve;
+  }
 }
 
 TEST_F(DirIteratorTest, RecursiveWalkVisitsFilesBeforeSubdirectoriesAndResumes) {

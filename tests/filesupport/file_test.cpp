@@ -1,5 +1,8 @@
 // File and Dir as values on native paths, and every way their operations fail.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <cstdlib>
@@ -209,6 +212,49 @@ TEST_F(FileTest, DirCreateMakesOneLevelAndDeleteEmptiesTheTree) {
   dir.Delete();
   EXPECT_FALSE(OnDisk("top"));
   EXPECT_TRUE(OnDisk("outside/keep"));  // a link is removed, never followed
+  // A Dir that names a link removes the link alone, with or without a
+  // trailing slash.
+  for (const char* name : {"via-link", "via-link/"}) {
+    std::filesystem::create_directory_symlink(root_ / "outside", root_ / "via-link");
+    Dir(Path(name)).Delete();
+    EXPECT_FALSE(OnDisk("via-link")) << name;
+    EXPECT_TRUE(OnDisk("outside/keep")) << name;
+  }
+}
+
+// A hundred thousand directories cost a disk-backed file system a minute:
+// this fixture stands in memory (/dev/shm) where the system has it.
+class DeepTreeTest : public tvxtest::TempDirTest {
+ protected:
+  std::filesystem::path Base() const override {
+    std::error_code ignored;
+    return std::filesystem::is_directory("/dev/shm", ignored) && ::access("/dev/shm", W_OK) == 0
+               ? std::filesystem::path("/dev/shm")
+               : TempDirTest::Base();
+  }
+};
+
+TEST_F(DeepTreeTest, DeleteRemovesATreeOfAHundredThousandLevels) {
+  // Made level by level through descriptors: its paths are far beyond
+  // PATH_MAX. A file every thousand levels, and a link out of the tree.
+  Write("outside/keep", "mine");
+  int fd = ::open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  for (int level = 0; level < 100000; ++level) {
+    ASSERT_EQ(::mkdirat(fd, "d", 0700), 0) << level;
+    const int next = ::openat(fd, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ::close(fd);
+    fd = next;
+    ASSERT_GE(fd, 0) << level;
+    if (level % 1000 == 0) ::close(::openat(fd, "f", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    if (level == 50000) {
+      ASSERT_EQ(::symlinkat((root_ / "outside").c_str(), fd, "out"), 0);
+    }
+  }
+  ::close(fd);
+  Dir(Path("d")).Delete();
+  EXPECT_FALSE(OnDisk("d"));
+  EXPECT_TRUE(OnDisk("outside/keep"));
 }
 
 TEST_F(FileTest, EveryFailureIsItsException) {
@@ -235,6 +281,7 @@ TEST_F(FileTest, EveryFailureIsItsException) {
   ExpectFailure<file_exception>("error", [&] { (void)File(Path("file/below")).Created(); });
   ExpectFailure<dir_create_exception>("DirCreate", [&] { Dir(Path("no/parent")).Create(); });
   ExpectFailure<dir_delete_exception>("DirDelete", [&] { Dir(Path("missing")).Delete(); });
+  ExpectFailure<dir_delete_exception>("DirDelete", [&] { Dir(Path("file")).Delete(); });
   ExpectFailure<rename_dir_already_exists>("DirRename/exists",
                                            [&] { Dir(Path("a")).Rename(u"b"); });
   ExpectFailure<rename_dir>("DirRename", [&] { Dir(Path("missing")).Rename(u"c"); });
@@ -265,7 +312,8 @@ TEST_F(FileTest, ReadOnlyDirectoryRefusesChangesWithTheirExceptions) {
            BitUnlessThrown<dir_create_exception>(2, [&] { Dir(Path("ro/newdir")).Create(); }) |
            BitUnlessThrown<file_delete_exception>(4, [&] { File(Path("ro/kept")).Delete(); }) |
            BitUnlessThrown<rename_file>(8, [&] { File(Path("ro/kept")).Rename(u"x"); }) |
-           BitUnlessThrown<dir_delete_exception>(16, [&] { Dir(Path("ro/sub")).Delete(); });
+           BitUnlessThrown<dir_delete_exception>(16, [&] { Dir(Path("ro/sub")).Delete(); }) |
+           BitUnlessThrown<file_delete_exception>(32, [&] { Dir(Path("ro")).Delete(); });
   });
   EXPECT_EQ(failed, 0) << "bits of the operations that failed otherwise; -1: no child";
   EXPECT_TRUE(OnDisk("ro/kept") && OnDisk("ro/sub"));

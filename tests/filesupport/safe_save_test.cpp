@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -6,8 +7,10 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
+#include "filesupport/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/threads/Thread.h"
@@ -102,7 +105,7 @@ TEST_F(SafeSaveTest, FailedCommitRaisesRenameFileAndLeavesOldTarget) {
       } catch (const rename_file& error) {
         EXPECT_STREQ(error.what(),
                      "$$$/tvxcore/filesupport/Rename=Could not rename the file '@0' to '@1'.");
-        EXPECT_EQ(N(error.GetFile().FullPath()), tempPath);
+        EXPECT_EQ(N(error.GetFile().FullPath()), Native(target)) << "the user's file is named";
         EXPECT_EQ(N(error.GetNewName()), target);
       }
       EXPECT_EQ(std::filesystem::exists(tempPath), writeTemp);
@@ -111,6 +114,70 @@ TEST_F(SafeSaveTest, FailedCommitRaisesRenameFileAndLeavesOldTarget) {
   }
   EXPECT_EQ(Read("busy.xml/inside.txt"), "kept");
   EXPECT_EQ(Read("plain.xml"), "old");
+}
+
+TEST_F(SafeSaveTest, SavedFileKeepsThePermissionBitsOfTheOneItReplaces) {
+  namespace fs = std::filesystem;
+  const mode_t mask = ::umask(022);
+  ::umask(mask);
+  const auto usual = fs::perms(0666 & ~mask);
+  // The target's bits before the save (0 for no target), and whether the
+  // temporary file is made by CreateTempFile or by the caller.
+  const std::pair<int, bool> cases[] = {{0600, false}, {0600, true}, {0640, false},
+                                        {0444, true},  {0, false},   {0, true}};
+  for (auto [bits, viaSave] : cases) {
+    SCOPED_TRACE(std::to_string(bits) + (viaSave ? " CreateTempFile" : " File::Create"));
+    fs::remove(Native("settings.plist"));
+    if (bits != 0) {
+      Write("settings.plist", "old");
+      fs::permissions(root_ / "settings.plist", fs::perms(bits));
+    }
+    SafeSave save(File(Path("settings.plist")));
+    if (viaSave) {
+      EXPECT_EQ(&save.CreateTempFile(), &save.GetTempFile());
+      // Never more open to others than the old file, not even while being
+      // written; its owner may write it.
+      EXPECT_EQ(fs::status(N(save.GetTempFile().FullPath())).permissions(),
+                bits != 0 ? fs::perms(bits | 0600) : usual);
+      std::ofstream(N(save.GetTempFile().FullPath()), std::ios::binary | std::ios::trunc) << "new";
+    } else {
+      WriteTemp(save, "new");
+    }
+    save.Commit();
+    EXPECT_EQ(Read("settings.plist"), "new");
+    EXPECT_EQ(fs::status(root_ / "settings.plist").permissions(),
+              bits != 0 ? fs::perms(bits) : usual);
+  }
+}
+
+TEST_F(SafeSaveTest, TempFileThatCantBeMadeIsReportedForTheTarget) {
+  namespace fs = std::filesystem;
+  MakeDir("ro");
+  Write("ro/r.plist", "old");
+  fs::permissions(root_, fs::perms::others_exec | fs::perms::group_exec, fs::perm_options::add);
+  fs::permissions(root_ / "ro", fs::perms(0555));
+  // The target, the exception expected and whether it needs a folder that
+  // refuses (and so the save run without root's power).
+  struct Row {
+    const char* target;
+    const std::type_info& expected;
+    bool unprivileged;
+  };
+  const Row rows[] = {{"missing/r.plist", typeid(create_invalidpath_exception), false},
+                      {"ro/r.plist", typeid(create_accessdenied_exception), true}};
+  for (const Row& row : rows) {
+    auto attempt = [&] {
+      try {
+        SafeSave(File(Path(row.target))).CreateTempFile();
+      } catch (const create_exception& e) {
+        return typeid(e) == row.expected && e.GetFile().FullPath() == Path(row.target) ? 0 : 1;
+      }
+      return 2;
+    };
+    EXPECT_EQ(row.unprivileged ? tvxtest::RunUnprivileged(attempt) : attempt(), 0) << row.target;
+  }
+  EXPECT_EQ(Read("ro/r.plist"), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "ro"), {}), 1);
 }
 
 TEST_F(SafeSaveTest, AbandonedSaveRemovesItsTempFileAndLeavesTarget) {

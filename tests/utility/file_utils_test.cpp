@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <set>
 #include <typeinfo>
 
 #include "filesupport/TempDirFixture.h"
+#include "filesupport/Unprivileged.h"
 #include "tvxcore/config/Localizer.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/utility/FileUtils.h"
@@ -24,6 +27,13 @@ class FileUtilsTest : public tvxtest::TempDirTest {
   std::string Read(std::string_view relative) const {
     std::ifstream in(root_ / relative, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
+  }
+  // The names in a folder of the fixture, hidden ones included.
+  std::set<std::string> Entries(std::string_view relative = ".") const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(root_ / relative))
+      names.insert(entry.path().filename().string());
+    return names;
   }
 };
 
@@ -176,7 +186,7 @@ TEST_F(FileUtilsTest, ExistenceCreationRemovalAndText) {
   EXPECT_FALSE(OnDisk("no"));
 }
 
-TEST_F(FileUtilsTest, CopyReplacesReportsProgressCancelsAndMapsFailures) {
+TEST_F(FileUtilsTest, CopyReplacesTakesTheSourceBitsReportsProgressAndCancelsCleanly) {
   Write("src", std::string(5 << 20, 'p'));
   Write("dst", "old");
   fu::Copy(Path("src"), Path("dst"));
@@ -199,20 +209,102 @@ TEST_F(FileUtilsTest, CopyReplacesReportsProgressCancelsAndMapsFailures) {
   EXPECT_FALSE(fu::CopyWithProgress(Path("src"), Path("b"), callback, &seen));
   EXPECT_LT(seen.fractions.back(), 1.0);
   EXPECT_FALSE(OnDisk("b"));  // a cancelled copy leaves nothing
+  Write("b", "old");
+  seen = Seen{{}, 0.3};
+  EXPECT_FALSE(fu::CopyWithProgress(Path("src"), Path("b"), callback, &seen));
+  EXPECT_EQ(Read("b"), "old");  // nor does it touch what it would have replaced
   Write("empty", "");
   seen = Seen{};
   EXPECT_TRUE(fu::CopyWithProgress(Path("empty"), Path("e"), callback, &seen));
   EXPECT_TRUE(OnDisk("e"));
+  // The copy takes the source's permission bits, also over an existing file.
+  std::filesystem::permissions(root_ / "src", std::filesystem::perms(0640));
+  fu::Copy(Path("src"), Path("dst"));
+  EXPECT_EQ(std::filesystem::status(root_ / "dst").permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(Entries(), (std::set<std::string>{"a", "b", "dst", "e", "empty", "src"}));
+}
 
-  EXPECT_THROW(fu::Copy(Path("missing"), Path("x")), file_not_found_exception);
-  try {
-    fu::Copy(Path("src"), Path("no/dir/x"));
-    FAIL();
-  } catch (const create_invalidpath_exception& e) {
-    EXPECT_EQ(e.GetFile().FullPath(), Path("no/dir/x"));  // the destination is named
+// Each failed copy throws the exception of its cause for the file that
+// failed, and leaves every file as it was.
+TEST_F(FileUtilsTest, FailedCopiesNameTheFileThatFailedAndTouchNothing) {
+  Write("src", std::string(3 << 20, 's'));
+  Write("dir/inside", "kept");
+  std::filesystem::create_hard_link(root_ / "src", root_ / "hard");
+  std::filesystem::create_symlink(root_ / "src", root_ / "soft");
+  struct Row {
+    const char* from;
+    const char* to;
+    const std::type_info& expected;
+    bool namesDestination;
+  };
+  const Row rows[] = {
+      {"src", "src", typeid(file_exception), false},  // onto itself
+      {"src", "hard", typeid(file_exception), false},
+      {"src", "soft", typeid(file_exception), false},
+      {"hard", "src", typeid(file_exception), false},
+      {"missing", "x", typeid(file_not_found_exception), false},
+      {"no/dir/src", "x", typeid(file_not_found_exception), false},
+      {"dir", "x", typeid(file_exception), false},  // a directory is no file to copy
+      {"src", "", typeid(create_invalidpath_exception), true},
+      {"src", "no/dir/x", typeid(create_invalidpath_exception), true},
+      {"src", "src/x", typeid(create_invalidpath_exception), true},
+      {"src", "dir", typeid(create_accessdenied_exception), true},
+  };
+  const std::set<std::string> before = Entries();
+  for (const Row& row : rows) {
+    const UTF16String from = Path(row.from), to = *row.to ? Path(row.to) : UTF16String();
+    try {
+      fu::Copy(from, to);
+      ADD_FAILURE() << row.from << " -> " << row.to << ": no failure";
+    } catch (const file_exception& e) {
+      EXPECT_EQ(typeid(e), row.expected) << row.from << " -> " << row.to << ": " << e.what();
+      EXPECT_EQ(e.GetFile().FullPath(), row.namesDestination ? to : from)
+          << row.from << " -> " << row.to;
+    }
+    EXPECT_TRUE(Read("src") == std::string(3 << 20, 's')) << row.from << " -> " << row.to;
+    EXPECT_EQ(Entries(), before) << row.from << " -> " << row.to;
   }
-  MakeDir("d");
-  EXPECT_THROW(fu::Copy(Path("src"), Path("d")), create_accessdenied_exception);
+  EXPECT_EQ(Read("dir/inside"), "kept");
+
+  // What only permissions refuse, without root's power to ignore them: an
+  // unreadable source is the source's failure, a folder that may not be
+  // written the destination's.
+  namespace fs = std::filesystem;
+  fs::permissions(root_, fs::perms::others_exec | fs::perms::group_exec, fs::perm_options::add);
+  Write("secret", "s");
+  fs::permissions(root_ / "secret", fs::perms::none);
+  MakeDir("ro");
+  Write("ro/kept", "kept");
+  fs::permissions(root_ / "ro/kept", fs::perms(0444));
+  fs::permissions(root_ / "ro", fs::perms(0555));
+  Write("readonly", "kept");
+  fs::permissions(root_ / "readonly", fs::perms(0444));
+  auto names = [](const std::function<void()>& copy, const UTF16String& file,
+                  const std::type_info& type) {
+    try {
+      copy();
+    } catch (const file_exception& e) {
+      return typeid(e) == type && e.GetFile().FullPath() == file;
+    }
+    return false;
+  };
+  const int failed = tvxtest::RunUnprivileged([&] {
+    return (names([&] { fu::Copy(Path("secret"), Path("x")); }, Path("secret"),
+                  typeid(file_exception))
+                ? 0
+                : 1) |
+           (names([&] { fu::Copy(Path("src"), Path("ro/x")); }, Path("ro/x"),
+                  typeid(create_accessdenied_exception))
+                ? 0
+                : 2) |
+           (names([&] { fu::Copy(Path("src"), Path("readonly")); }, Path("readonly"),
+                  typeid(create_accessdenied_exception))
+                ? 0
+                : 4);
+  });
+  EXPECT_EQ(failed, 0) << "bits of the rows that failed otherwise; -1: no child";
+  EXPECT_EQ(Read("readonly"), "kept");
+  EXPECT_EQ(Entries("ro"), std::set<std::string>{"kept"});
 }
 
 TEST_F(FileUtilsTest, AttributesAndModifiedTime) {

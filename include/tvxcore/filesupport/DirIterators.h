@@ -8,11 +8,15 @@
 //
 // On Linux: names beginning with "." are hidden; a symbolic link to a
 // directory lists as a directory, and any other link (a broken one included)
-// as a file. With alias resolution, a link named "*.lnk" stands for its
-// target, and a broken one is dropped. The recursive walk never enters a
-// linked directory, so a link cycle can't make it loop.
+// as a file. With alias resolution, a link named "*.lnk" is an alias and
+// stands for its target, a file or a directory, and a broken one is dropped;
+// a listing of resolved files only keeps an alias to a directory, or a broken
+// one, as the file it is. The recursive walk never enters a linked directory,
+// so a link cycle can't make it loop; with alias resolution it enters the
+// target of an alias, unless the walk is already inside that directory.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -28,6 +32,8 @@ class TVXCORE_EXPORT IteratorHelper
  public:
   // The snapshot: the full paths, in order, back to back in one buffer.
   class Entries;
+  // Directories by device and inode.
+  using DirIds = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
 
   // An end position.
   IteratorHelper();
@@ -46,10 +52,11 @@ class TVXCORE_EXPORT IteratorHelper
 
  private:
   void Read(const UTF16String& path, boost::function<bool()>* abortCheck, bool resolvedFilesOnly);
-  // One pass over the directory fills either or both vectors.
+  // One pass over the directory fills either or both vectors. An alias whose
+  // target is one of `enteredDirs` (when given) is left out.
   static void ReadInto(const UTF16String& path, bool resolveAliases, bool skipLinkedDirs,
                        boost::function<bool()>* abortCheck, bool resolvedFilesOnly, Entries* files,
-                       Entries* dirs);
+                       Entries* dirs, const DirIds* enteredDirs);
   void Finish();
 
   bool wantDirs_ = false;
@@ -106,6 +113,9 @@ class TVXCORE_EXPORT RecursiveFileIterator {
   PathComparePtr compare_;
   // A spent listing of subdirectories, kept to be refilled.
   boost::shared_ptr<IteratorHelper::Entries> spare_;
+  // With alias resolution: the directories the walk is inside of, one a
+  // level of the stack, so that an alias leading back up isn't entered.
+  IteratorHelper::DirIds enteredDirs_;
 };
 
 }  // namespace tvxcore::filesupport

@@ -159,8 +159,11 @@ class TVXCORE_EXPORT Dir {
   // Makes one level; an existing directory is no failure. Throws
   // dir_create_exception.
   void Create();
-  // Deletes the directory with everything in it. Symbolic links inside are
-  // removed, never followed. Throws file_delete_exception for a file inside,
+  // Deletes the directory with everything in it, files before
+  // subdirectories. Symbolic links are removed, never followed: a Dir that
+  // names a link removes only the link, and a link inside (also one swapped
+  // in while the deletion runs) goes as a link. Works for trees of any depth.
+  // Stops at the first failure: file_delete_exception for a file inside,
   // dir_delete_exception for a directory.
   void Delete();
   // Throws rename_dir_already_exists when the new name is taken, else

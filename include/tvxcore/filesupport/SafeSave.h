@@ -17,15 +17,17 @@ namespace tvxcore::filesupport {
 // stands in the target's directory, so threads and processes saving the same
 // target at once never share a temporary file.
 //
-// Commit() makes the temporary file durable (fsync) and then renames it onto
-// the target in one atomic step: at every moment the target's name holds
-// either the complete old file or the complete new one, even if the process
-// dies or the machine loses power in between. Attributes and permissions of
-// the old file are not carried over.
+// Commit() gives the temporary file the target's permission bits, makes it
+// durable (fsync) and then renames it onto the target in one atomic step: at
+// every moment the target's name holds either the complete old file or the
+// complete new one, even if the process dies or the machine loses power in
+// between. A new file keeps the bits it was created with. Every failure
+// reported by the SafeSave itself names the target, the user's file, never
+// the temporary one.
 //
-// The SafeSave owns nothing but the two File values; the caller creates,
-// opens and writes the temporary file, and closes its streams before
-// Commit(). One thread at a time.
+// The SafeSave owns nothing but the two File values; the caller creates
+// (preferably with CreateTempFile()), opens and writes the temporary file,
+// and closes its streams before Commit(). One thread at a time.
 class TVXCORE_EXPORT SafeSave {
  public:
   // Computes the temporary name; creates nothing on disk.
@@ -42,12 +44,22 @@ class TVXCORE_EXPORT SafeSave {
   File& GetTempFile() { return temp_; }
   const File& GetTarget() const { return target_; }
 
-  // Flushes the temporary file to disk and renames it onto the target,
-  // replacing an existing target atomically; afterwards GetTempFile() names
-  // the target. Throws rename_file (for the temporary file and the target's
-  // name) when the rename fails: a missing temporary file, a directory at
-  // the target, no permission. The old target then stands unchanged and the
-  // destructor removes the temporary file.
+  // Creates the temporary file empty, with the permission bits of the target
+  // when it exists (plus reading and writing for the owner, until Commit) and
+  // the usual default for a new file, so the new contents are never readable
+  // by more users than the old ones; a leftover file of that name is
+  // replaced. Failures are File::Create's exceptions for the target. Returns
+  // GetTempFile().
+  File& CreateTempFile();
+
+  // Gives the temporary file the target's permission bits, flushes it to disk
+  // and renames it onto the target, replacing an existing target atomically;
+  // afterwards GetTempFile() names the target. A failed flush (EIO, ENOSPC,
+  // EDQUOT: the new version may be incomplete) or a failure to set the bits
+  // throws file_exception for the target and removes the temporary file; a
+  // failed rename (a missing temporary file, a directory at the target, no
+  // permission) throws rename_file for the target and its name. Either way
+  // the old target stands unchanged, and the destructor removes what is left.
   void Commit();
 
  private:

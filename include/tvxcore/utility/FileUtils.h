@@ -80,13 +80,19 @@ TVXCORE_EXPORT bool EnsureDirectoryExists(const UTF16String& path);
 TVXCORE_EXPORT bool CreateNewFile(const UTF16String& path);
 TVXCORE_EXPORT bool CreateNewDirectory(const UTF16String& path);
 TVXCORE_EXPORT bool RemoveFile(const UTF16String& path);
-// Copies, replacing `to`. Failures: file_not_found_exception (source),
-// create_invalidpath_exception / create_accessdenied_exception (destination),
-// file_exception otherwise.
+// Copies the contents and permission bits, replacing `to`. The copy is made
+// under a temporary name beside `to` and renamed onto it when complete, so
+// `to` holds its old contents or the whole copy, never a part. Copying a file
+// onto itself (also through a hard or symbolic link) is refused. Failures
+// name the file that failed: file_not_found_exception for a missing source,
+// file_exception for an unreadable one or for `from` and `to` naming one
+// file; create_invalidpath_exception for a destination path that is empty or
+// whose folder is missing, create_accessdenied_exception for one that may
+// not be written, file_exception for a failed write (a full disk).
 TVXCORE_EXPORT void Copy(const UTF16String& from, const UTF16String& to);
 // As Copy, telling `callback` the fraction done with `context`; a true answer
-// cancels, removes the partial copy and gives false. A null callback never
-// cancels.
+// cancels, removes the partial copy (`to` stays as it was) and gives false. A
+// null callback never cancels.
 TVXCORE_EXPORT bool CopyWithProgress(const UTF16String& from, const UTF16String& to,
                                      bool (*callback)(double, void*), void* context);
 // Copies the times and permission bits of a file. file_not_found_exception for

@@ -100,6 +100,28 @@ TEST(PathErrorMapping, ZeroIsQuietAndCopyTakesPathsFromTheRightSide) {
       EXPECT_EQ(e.GetFile().FullPath(), *row.side) << "code " << row.code;
     }
   }
+  // Where the failing side is known, it is the one named, with the key of
+  // its cause.
+  struct SideRow {
+    int code;
+    bool destination;
+    const std::type_info& expected;
+  };
+  for (const SideRow& row :
+       {SideRow{2, false, typeid(file_not_found_exception)},
+        SideRow{3, false, typeid(file_not_found_exception)},
+        SideRow{5, false, typeid(file_exception)}, SideRow{32, false, typeid(file_exception)},
+        SideRow{2, true, typeid(create_invalidpath_exception)},
+        SideRow{3, true, typeid(create_invalidpath_exception)},
+        SideRow{5, true, typeid(create_accessdenied_exception)},
+        SideRow{112, true, typeid(file_exception)}}) {
+    try {
+      internal::ThrowCopySideError(row.code, row.destination, from, to);
+    } catch (const file_exception& e) {
+      EXPECT_EQ(typeid(e), row.expected) << row.code << " " << row.destination;
+      EXPECT_EQ(e.GetFile().FullPath(), row.destination ? to : from) << row.code;
+    }
+  }
 }
 
 TEST(PathCodec, NamesRoundTripWhateverTheirBytesButZeroUnitsCantNameAFile) {
