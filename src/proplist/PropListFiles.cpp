@@ -110,8 +110,7 @@ void SavePropList(filesupport::File& file, const PropList& list) {
   UTF8String text;
   WritePropList(text, list);
   filesupport::SafeSave save(file);
-  filesupport::File& temp = save.GetTempFile();
-  temp.Create(false);
+  filesupport::File& temp = save.CreateTempFile();
   {
     filesupport::OPlatformByteStream out(temp, filesupport::kPlatformStreamDefault);
     filesupport::OBufferedByteStream buffered(out, kWriteWindow, kWriteBlock);

@@ -311,11 +311,36 @@ TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList)
   EXPECT_EQ(WriteText(list), WriteText(PropList()));
 }
 
-TEST_F(PropListFiles, SaveOntoDirectoryRaisesRenameAndKeepsIt) {
+// A failed save names the user's file, never the temporary one, and leaves
+// what was there.
+TEST_F(PropListFiles, FailedSavesNameTheTargetAndKeepWhatWasThere) {
   Write("taken.xml/inside", "kept");
-  EXPECT_THROW(utils::SavePropList(Path("taken.xml"), Sample()), filesupport::rename_file);
+  try {
+    utils::SavePropList(Path("taken.xml"), Sample());
+    ADD_FAILURE() << "saving onto a directory succeeded";
+  } catch (const filesupport::rename_file& e) {
+    EXPECT_EQ(N(e.GetFile().FullPath()), Native("taken.xml"));
+  }
   EXPECT_EQ(Read("taken.xml/inside"), "kept");
   EXPECT_EQ(Entries(), 1) << "the temporary file is gone";
+
+  MakeDir("ro");
+  Write("ro/r.xml", "old");
+  std::filesystem::permissions(root_, std::filesystem::perms::others_exec,
+                               std::filesystem::perm_options::add);
+  std::filesystem::permissions(
+      Native("ro"), std::filesystem::perms::others_read | std::filesystem::perms::others_exec,
+      std::filesystem::perm_options::replace);
+  const int result = tvxtest::RunUnprivileged([&] {
+    try {
+      utils::SavePropList(Path("ro/r.xml"), Sample());
+    } catch (const filesupport::file_exception& e) {
+      return N(e.GetFile().FullPath()) == Native("ro/r.xml") ? 0 : 2;
+    }
+    return 1;
+  });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Read("ro/r.xml"), "old");
 }
 
 TEST_F(PropListFiles, RectanglesAndPointsRoundTripThroughTextAndDefaultToZero) {
