@@ -339,8 +339,9 @@ TEST(ByteStreamEncoding, FloatingTextReadsAsAStandardExtractionWould) {
   }
   EXPECT_EQ(Decode<double>(Encode(std::string("1e99999999999999999999"))), kMax);
   // No number, or an underflow to +0.
-  for (const std::string text : {"0x10", "1e", "1e+", ".", "-", "", "abc", "--1", "e5", "inf",
-                                 "-inf", "nan", "1e-400", "10000e-330", "0e999999"}) {
+  for (const std::string text :
+       {"0x10", "1e", "1e+", ".", "-", "", "abc", "--1", "- 5", "+-5", "-+5", "e5", "inf", "-inf",
+        "nan", "1e-400", "10000e-330", "0e999999"}) {
     const double value = Decode<double>(Encode(text));
     EXPECT_TRUE(value == 0 && !std::signbit(value)) << '"' << text << '"';
   }
