@@ -68,7 +68,7 @@ void WriteTvx(fs::OByteStream& out, const std::vector<Value>& values) {
         out << static_cast<std::int32_t>(v.integer);
         break;
       case kInt64:
-        out << v.integer;
+        out << static_cast<long long>(v.integer);
         break;
       case kString:
         out << v.text;
@@ -85,7 +85,7 @@ std::int64_t ReadTvx(fs::IByteStream& in, const std::vector<Value>& values) {
   bool b;
   short s;
   std::int32_t i;
-  std::int64_t l;
+  long long l;
   std::string text;
   double d;
   for (const Value& v : values) {

@@ -74,8 +74,6 @@ constexpr Decoder kDecoders[] = {
     Exact<unsigned short>,
     Exact<std::int32_t>,
     Exact<std::uint32_t>,
-    Exact<long>,
-    Exact<unsigned long>,
     Exact<long long>,
     Exact<unsigned long long>,
     Floating<float>,

@@ -95,34 +95,35 @@ void IBufferedByteStream::Fill(unsigned long long pos, std::uint32_t count) {
   const auto newCount =
       static_cast<std::uint32_t>(std::min<unsigned long long>(length_ - newStart, bufferSize_));
 
-  if (newStart >= bufferStart_ && newStart < oldEnd) {
-    // 5. Forward with overlap: keep the shared tail, read the rest behind it.
-    const auto keep = static_cast<std::uint32_t>(oldEnd - newStart);
-    std::memmove(buffer, buffer + (newStart - bufferStart_), keep);
-    try {
+  // The buffer may already hold bytes of the new place when a call to `inner`
+  // fails (moved in steps 5 and 7, or read in part), so a failure empties the
+  // window: nothing is served from it until a fill succeeds.
+  try {
+    if (newStart >= bufferStart_ && newStart < oldEnd) {
+      // 5. Forward with overlap: keep the shared tail, read the rest behind it.
+      const auto keep = static_cast<std::uint32_t>(oldEnd - newStart);
+      std::memmove(buffer, buffer + (newStart - bufferStart_), keep);
       inner_.CurPos(newStart + keep);
       inner_.ReadBlock(buffer + keep, newCount > keep ? newCount - keep : 0);
-    } catch (...) {
-      bufferCount_ = 0;
-      throw;
-    }
-  } else if (newStart < bufferStart_ && newStart + newCount >= bufferStart_) {
-    // 7. Backward with overlap: slide the shared head up, read the gap before it.
-    const auto gap = static_cast<std::uint32_t>(bufferStart_ - newStart);
-    const auto slide = static_cast<std::uint32_t>(
-        std::min<unsigned long long>(bufferCount_, newStart + newCount - bufferStart_));
-    std::memmove(buffer + gap, buffer, slide);
-    try {
+    } else if (newStart < bufferStart_ && newStart + newCount >= bufferStart_ &&
+               newStart + newCount <= oldEnd) {
+      // 7. Backward with overlap: slide the shared head up, read the gap before it.
+      // Only when the old window reaches the new one's end, which an emptied
+      // window does not: its bytes would be taken as valid without a read.
+      const auto gap = static_cast<std::uint32_t>(bufferStart_ - newStart);
+      const auto slide = static_cast<std::uint32_t>(
+          std::min<unsigned long long>(bufferCount_, newStart + newCount - bufferStart_));
+      std::memmove(buffer + gap, buffer, slide);
       inner_.CurPos(newStart);
       inner_.ReadBlock(buffer, gap);
-    } catch (...) {
-      bufferCount_ = 0;
-      throw;
+    } else {
+      // 6 and 8. No overlap: read the whole window.
+      inner_.CurPos(newStart);
+      inner_.ReadBlock(buffer, newCount);
     }
-  } else {
-    // 6 and 8. No overlap: read the whole window.
-    inner_.CurPos(newStart);
-    inner_.ReadBlock(buffer, newCount);
+  } catch (...) {
+    bufferCount_ = 0;
+    throw;
   }
 
   // 9.

@@ -118,14 +118,6 @@ OByteStream& operator<<(OByteStream& out, const unsigned int& value) {
   PutBigEndian(out, value);
   return out;
 }
-OByteStream& operator<<(OByteStream& out, const long& value) {
-  PutBigEndian(out, value);
-  return out;
-}
-OByteStream& operator<<(OByteStream& out, const unsigned long& value) {
-  PutBigEndian(out, value);
-  return out;
-}
 OByteStream& operator<<(OByteStream& out, const long long& value) {
   PutBigEndian(out, value);
   return out;
@@ -194,14 +186,6 @@ IByteStream& operator>>(IByteStream& in, int& value) {
   return in;
 }
 IByteStream& operator>>(IByteStream& in, unsigned int& value) {
-  GetBigEndian(in, value);
-  return in;
-}
-IByteStream& operator>>(IByteStream& in, long& value) {
-  GetBigEndian(in, value);
-  return in;
-}
-IByteStream& operator>>(IByteStream& in, unsigned long& value) {
   GetBigEndian(in, value);
   return in;
 }

@@ -2,11 +2,14 @@
 // entry-field evaluator.
 #include "tvxcore/utility/NumberText.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tvxcore/utility/TextStreams.h"
 #include "tvxcore/utility/UnicodeConversion.h"
@@ -18,7 +21,6 @@ namespace {
 
 constexpr std::uint64_t kMaximumPadding = std::uint64_t{1} << 20;
 constexpr std::uint64_t kMaximumFractionDigits = 400;
-constexpr int kMaximumCalculateDepth = 256;
 
 bool IsDigit(UTF16Char u) { return u >= u'0' && u <= u'9'; }
 
@@ -244,35 +246,67 @@ void StringToNumber(std::uint32_t& result, const UTF16String& text, NumberFlags 
   Parse(result, text, flags);
 }
 
-void HexStringToNumber(std::int32_t& result, const UTF16String& text) {
+namespace {
+
+// What strtol and strtoul with base 16 read, for a 32-bit long: white space,
+// one optional sign, an optional "0x" or "0X" when a hex digit follows, then
+// hex digits up to the first other unit. The magnitude saturates just above
+// 2^32, which is all that either caller needs to tell overflow.
+struct HexReading {
+  bool negative = false;
+  std::uint64_t magnitude = 0;
+};
+
+int HexDigit(UTF8Char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+HexReading ReadHex(const UTF16String& text) {
   const UTF8String narrow = UTF16to8(text);
-  const long long value = std::strtoll(reinterpret_cast<const char*>(narrow.c_str()), nullptr, 16);
-  if (value > std::numeric_limits<std::int32_t>::max()) {
-    result = std::numeric_limits<std::int32_t>::max();
-  } else if (value < std::numeric_limits<std::int32_t>::min()) {
+  std::size_t i = 0;
+  while (i < narrow.size() && (narrow[i] == ' ' || (narrow[i] >= '\t' && narrow[i] <= '\r'))) ++i;
+  HexReading reading;
+  if (i < narrow.size() && (narrow[i] == '+' || narrow[i] == '-')) {
+    reading.negative = narrow[i] == '-';
+    ++i;
+  }
+  if (i + 2 < narrow.size() && narrow[i] == '0' && (narrow[i + 1] == 'x' || narrow[i + 1] == 'X') &&
+      HexDigit(narrow[i + 2]) >= 0) {
+    i += 2;
+  }
+  constexpr std::uint64_t kSaturated = (std::uint64_t{1} << 32) + 1;
+  for (int digit; i < narrow.size() && (digit = HexDigit(narrow[i])) >= 0; ++i) {
+    reading.magnitude = std::min(reading.magnitude * 16 + static_cast<unsigned>(digit), kSaturated);
+  }
+  return reading;
+}
+
+}  // namespace
+
+void HexStringToNumber(std::int32_t& result, const UTF16String& text) {
+  const HexReading r = ReadHex(text);
+  constexpr std::uint64_t kMax = std::numeric_limits<std::int32_t>::max();
+  if (!r.negative) {
+    result = static_cast<std::int32_t>(std::min(r.magnitude, kMax));
+  } else if (r.magnitude > kMax) {
     result = std::numeric_limits<std::int32_t>::min();
   } else {
-    result = static_cast<std::int32_t>(value);
+    result = -static_cast<std::int32_t>(r.magnitude);
   }
 }
 
 void HexStringToNumber(std::uint32_t& result, const UTF16String& text) {
-  const UTF8String narrow = UTF16to8(text);
-  const char* p = reinterpret_cast<const char*>(narrow.c_str());
-  // The magnitude decides overflow; a minus sign then negates modulo 2^32.
-  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
-  bool negative = false;
-  if (*p == '+' || *p == '-') negative = *p++ == '-';
-  if (*p == '+' || *p == '-') {  // a second sign: nothing parses
-    result = 0;
-    return;
-  }
-  const unsigned long long magnitude = std::strtoull(p, nullptr, 16);
-  if (magnitude > std::numeric_limits<std::uint32_t>::max()) {
+  // As strtoul: overflow of the magnitude gives the largest value whatever the
+  // sign; otherwise a minus sign negates modulo 2^32.
+  const HexReading r = ReadHex(text);
+  if (r.magnitude > std::numeric_limits<std::uint32_t>::max()) {
     result = std::numeric_limits<std::uint32_t>::max();
   } else {
-    const auto m = static_cast<std::uint32_t>(magnitude);
-    result = negative ? static_cast<std::uint32_t>(0u - m) : m;
+    const auto m = static_cast<std::uint32_t>(r.magnitude);
+    result = r.negative ? static_cast<std::uint32_t>(0u - m) : m;
   }
 }
 
@@ -292,85 +326,35 @@ bool IsOperator(UTF16Char u) {
   return u == u'+' || u == u'-' || u == u'*' || u == u'/' || u == u'e' || u == u'E' || u == u'^';
 }
 
-// Parentheses of `text` never close below depth 0.
-bool Balanced(const UTF16String& text) {
-  long depth = 0;
-  for (UTF16Char u : text) {
-    if (u == u'(') {
-      ++depth;
-    } else if (u == u')' && --depth < 0) {
-      return false;
-    }
-  }
-  return true;
+bool IsKept(UTF16Char u) {
+  return IsDigit(u) || u == u'(' || u == u')' || u == u'+' || u == u'-' || u == u'*' || u == u'/' ||
+         u == u'.' || u == u',' || u == u'^' || u == u'e' || u == u'E';
 }
 
-double Evaluate(UTF16String text, NumberFlags flags, int depth) {
-  if (depth > kMaximumCalculateDepth) return 0;
-  std::erase_if(text, [](UTF16Char u) {
-    return !(IsDigit(u) || u == u'(' || u == u')' || u == u'+' || u == u'-' || u == u'*' ||
-             u == u'/' || u == u'.' || u == u',' || u == u'^' || u == u'e' || u == u'E');
-  });
-  if (text.size() < 2) return StringToNumber(text, flags);
-  while (text.size() > 1 && text.front() == u'(' && text.back() == u')') {
-    UTF16String inner = text.substr(1, text.size() - 2);
-    if (!Balanced(inner)) break;
-    text = std::move(inner);
-    if (++depth > kMaximumCalculateDepth) return 0;
-  }
-
-  constexpr std::size_t kNone = UTF16String::npos;
-  std::size_t exponent = kNone, plus = kNone, minus = kNone, times = kNone, divide = kNone,
-              power = kNone;
-  long level = 0;
-  for (std::size_t i = 0; i < text.size();) {
-    const UTF16Char u = text[i];
-    if (u == u'(') {
-      ++level;
-    } else if (u == u')') {
-      --level;
-    } else if (level == 0) {
-      if (u == u'+') {
-        plus = i;
-        minus = kNone;
-      } else if (u == u'-') {
-        minus = i;
-        plus = kNone;
-      } else if (u == u'*' || u == u'/' || u == u'e' || u == u'E' || u == u'^') {
-        if (i == 0 || IsOperator(text[i - 1])) {
-          text.erase(i, 1);  // an operator without a left operand is dropped
-          continue;
-        }
-        if (u == u'*') {
-          times = i;
-        } else if (u == u'/') {
-          divide = i;
-        } else if (u == u'^') {
-          power = i;
-        } else {
-          exponent = i;
-        }
-      }
-    }
-    ++i;
-  }
-
-  std::size_t split = kNone;
-  UTF16Char op = 0;
-  for (auto [position, symbol] :
-       {std::pair{exponent, u'e'}, std::pair{plus, u'+'}, std::pair{minus, u'-'},
-        std::pair{times, u'*'}, std::pair{divide, u'/'}, std::pair{power, u'^'}}) {
-    if (position != kNone) {
-      split = position;
-      op = symbol;
-      break;
-    }
-  }
-  if (split == kNone) return StringToNumber(text, flags);
-  const double left = split == 0 ? 0 : Evaluate(text.substr(0, split), flags, depth + 1);
-  const double right = Evaluate(text.substr(split + 1), flags, depth + 1);
+// Binding strength: the split order of the evaluator, loosest first. The part
+// of a text is split at the last operator of the loosest kind it holds, which
+// is the tree a left-associative precedence parser builds.
+int Strength(UTF16Char op) {
   switch (op) {
     case u'e':
+    case u'E':
+      return 0;
+    case u'+':
+    case u'-':
+      return 1;
+    case u'*':
+      return 2;
+    case u'/':
+      return 3;
+    default:
+      return 4;  // ^
+  }
+}
+
+double Combine(UTF16Char op, double left, double right) {
+  switch (op) {
+    case u'e':
+    case u'E':
       return left * std::pow(10.0, right);
     case u'+':
       return left + right;
@@ -385,12 +369,179 @@ double Evaluate(UTF16String text, NumberFlags flags, int depth) {
   }
 }
 
+// The evaluator of Calculate, without recursion: the work of each nesting
+// level lives in a frame on the heap, and the operators of one level are
+// reduced with an operand and an operator stack, so neither the length nor
+// the nesting of the text is bounded by the thread's stack.
+//
+// A level is a part of the text whose parentheses were stripped. Its operators
+// are those at depth 0, counted from the level's start; "*", "/", "e", "E"
+// and "^" are dropped when they open the level or follow another operator.
+// The parts between the level's operators (operands) are either a whole
+// parenthesised group, which becomes a nested level, or a number.
+class Calculator {
+ public:
+  Calculator(UTF16String text, NumberFlags flags) : text_(std::move(text)), flags_(flags) {
+    std::erase_if(text_, [](UTF16Char u) { return !IsKept(u); });
+    // The closing parenthesis of each opening one (kNone when unclosed): the
+    // first later position where the count of open ones is back to what it was.
+    match_.assign(text_.size(), kNone);
+    std::vector<std::size_t> open;
+    for (std::size_t i = 0; i < text_.size(); ++i) {
+      if (text_[i] == u'(') {
+        open.push_back(i);
+      } else if (text_[i] == u')' && !open.empty()) {
+        match_[open.back()] = i;
+        open.pop_back();
+      }
+    }
+  }
+
+  double Run() {
+    std::size_t begin = 0, end = text_.size();
+    StripLiterally(begin, end);
+    PushLevel(begin, end);
+    for (;;) {
+      Level& level = levels_.back();
+      const std::size_t opPos = NextOperator(level);
+      // The operand before the operator: its dropped operators are left out.
+      std::size_t first = level.operandStart;
+      while (first < opPos && IsOperator(text_[first]) &&
+             (first == level.begin || IsOperator(text_[first - 1]))) {
+        ++first;
+      }
+      level.pendingPos = opPos;
+      // An operand between operators is a part of its own and loses a pair
+      // of parentheses around it; a level without operators was stripped
+      // before its dropped operators were left out, and is a number.
+      const bool wholeLevel = opPos == level.end && level.operandStart == level.begin;
+      if (!wholeLevel && Strippable(first, opPos)) {
+        std::size_t innerBegin = first + 1, innerEnd = opPos - 1;
+        StripLiterally(innerBegin, innerEnd);
+        PushLevel(innerBegin, innerEnd);
+        continue;
+      }
+      double value = StringToNumber(text_.substr(first, opPos - first), flags_);
+      // Hand the value to its level; a finished level hands its own result to
+      // the level it is an operand of.
+      for (;;) {
+        Level& current = levels_.back();
+        values_.push_back(value);
+        const std::size_t at = current.pendingPos;
+        if (at < current.end) {
+          const UTF16Char op = text_[at];
+          Reduce(current.opBase, Strength(op));
+          ops_.push_back(op);
+          current.next = at + 1;
+          current.operandStart = at + 1;
+          break;
+        }
+        Reduce(current.opBase, -1);
+        value = values_.back();
+        values_.pop_back();
+        levels_.pop_back();
+        if (levels_.empty()) return value;
+      }
+    }
+  }
+
+ private:
+  static constexpr std::size_t kNone = UTF16String::npos;
+
+  struct Level {
+    std::size_t begin, end;  // the level's part of the text, parentheses stripped
+    std::size_t next;        // where the search for the next operator goes on
+    long depth;              // parenthesis depth at `next`, from the level's start
+    std::size_t operandStart;
+    std::size_t pendingPos;  // the operator after the operand in work, or `end`
+    std::size_t opBase;      // the level's first entry on the operator stack
+  };
+
+  void PushLevel(std::size_t begin, std::size_t end) {
+    levels_.push_back(Level{begin, end, begin, 0, begin, end, ops_.size()});
+  }
+
+  // Removes one enclosing pair at a time while the text is "(" ... ")" and the
+  // part inside never closes more than it opened.
+  void StripLiterally(std::size_t& begin, std::size_t& end) const {
+    while (end - begin > 1 && text_[begin] == u'(' && text_[end - 1] == u')' &&
+           (match_[begin] == kNone || match_[begin] >= end - 1)) {
+      ++begin;
+      --end;
+    }
+  }
+
+  bool Strippable(std::size_t begin, std::size_t end) const {
+    return end > begin + 1 && text_[begin] == u'(' && text_[end - 1] == u')' &&
+           (match_[begin] == kNone || match_[begin] >= end - 1);
+  }
+
+  // The position of the next operator of `level` at depth 0, or its end.
+  // Groups that open at depth 0 or deeper are skipped whole; after a stray
+  // ")" the depth is negative and the text is walked unit by unit.
+  std::size_t NextOperator(Level& level) const {
+    std::size_t i = level.next;
+    long depth = level.depth;
+    std::size_t found = level.end;
+    while (i < level.end) {
+      const UTF16Char u = text_[i];
+      if (u == u'(') {
+        if (depth >= 0) {
+          const std::size_t close = match_[i];
+          if (close == kNone || close >= level.end) {
+            i = level.end;  // the rest of the level is deeper
+            break;
+          }
+          i = close + 1;
+        } else {
+          ++depth;
+          ++i;
+        }
+        continue;
+      }
+      if (u == u')') {
+        --depth;
+      } else if (depth == 0 && IsOperator(u)) {
+        const bool dropped =
+            u != u'+' && u != u'-' && (i == level.begin || IsOperator(text_[i - 1]));
+        if (!dropped) {
+          found = i;
+          break;
+        }
+      }
+      ++i;
+    }
+    level.next = i;
+    level.depth = depth;
+    return found;
+  }
+
+  // Applies the stacked operators of the current level that bind at least as
+  // strongly as `strength` (all of them for -1).
+  void Reduce(std::size_t opBase, int strength) {
+    while (ops_.size() > opBase && Strength(ops_.back()) >= strength) {
+      const UTF16Char op = ops_.back();
+      ops_.pop_back();
+      const double right = values_.back();
+      values_.pop_back();
+      values_.back() = Combine(op, values_.back(), right);
+    }
+  }
+
+  UTF16String text_;
+  NumberFlags flags_;
+  std::vector<std::size_t> match_;
+  std::vector<Level> levels_;
+  std::vector<double> values_;
+  std::vector<UTF16Char> ops_;
+};
+
 }  // namespace
 
 double Calculate(UTF16String text, NumberFlags flags) {
   if (!flags.IsSet(kNumberPlainInput)) DeInternationalizeNum(text);
   flags.Set(kNumberPlainInput);
-  return Evaluate(std::move(text), flags, 0);
+  return Calculator(std::move(text), flags).Run();
 }
 
 }  // namespace tvxcore::utility

@@ -44,9 +44,26 @@ struct StreamInit : std::basic_ios<CharT> {
   }
 };
 
+// libstdc++ makes a stream's fill, a blank, through the stream's ctype facet
+// the first time the fill is read, and every number written reads it. The
+// unit types have no ctype facet, so the blank is stored directly, in the
+// state that basic_ios keeps for its derived classes.
+template <typename CharT>
+struct FillState : std::basic_ios<CharT> {
+  static void SetBlank(std::basic_ios<CharT>& stream) {
+    stream.*(&FillState::_M_fill) = static_cast<CharT>(' ');
+    stream.*(&FillState::_M_fill_init) = true;
+  }
+};
+
+// The state every text stream starts in: the library's locale, a blank fill,
+// and skipws clear (skipping needs a ctype facet too; the number facets skip
+// white space themselves).
 template <typename Stream>
 void Imbue(Stream& stream) {
   stream.imbue(internal::DefaultStreamLocale());
+  FillState<typename Stream::char_type>::SetBlank(stream);
+  stream.unsetf(std::ios_base::skipws);
 }
 
 }  // namespace

@@ -43,7 +43,9 @@ std::vector<unsigned char> PatternAt(unsigned long long pos, std::size_t count) 
 }
 
 // A reading stream over a pattern of `length` bytes that records every call
-// the wrapper makes, and can be told to fail its next block read.
+// the wrapper makes, and can be told to fail one of its next calls: a failing
+// seek moves nothing, a failing block read delivers the first half of its
+// bytes before the io_error, as a read that breaks off part way does.
 class RecordingSource : public IByteStream {
  public:
   explicit RecordingSource(unsigned long long length) : length_(length) {}
@@ -54,19 +56,27 @@ class RecordingSource : public IByteStream {
   }
   void ReadBlock(unsigned char* dst, std::uint32_t count) override {
     log("R" + std::to_string(count));
-    if (std::exchange(failNextRead, false)) throw io_error();
-    if (pos_ + count > length_) throw eof_error();
-    for (std::uint32_t i = 0; i < count; ++i) dst[i] = Pattern(pos_++);
+    const bool fail = FailsNow();
+    const std::uint32_t deliver = fail ? count / 2 : count;
+    if (pos_ + deliver > length_) throw eof_error();
+    for (std::uint32_t i = 0; i < deliver; ++i) dst[i] = Pattern(pos_++);
+    if (fail) throw io_error();
   }
   void CurPos(unsigned long long pos) override {
     log("@" + std::to_string(pos));
+    if (FailsNow()) throw io_error();
     pos_ = pos;
   }
   unsigned long long CurPos() const override { return pos_; }
   unsigned long long Length() const override { return length_; }
 
   Log log;
-  bool failNextRead = false;
+  // Counts down over seeks and block reads; the call that brings it from 1 to
+  // 0 fails. 0 means no failure.
+  int failAtCall = 0;
+
+ private:
+  bool FailsNow() { return failAtCall > 0 && --failAtCall == 0; }
 
  private:
   unsigned long long length_;
@@ -122,7 +132,7 @@ TEST(BufferedReading, WindowAlignsToBlocksAndKeepsOneBlockOfHistory) {
     for (const auto pos : row.gets) {
       source.log.calls.clear();
       in.CurPos(pos);
-      EXPECT_EQ(in.Get(), Pattern(pos)) << row.what;
+      ASSERT_EQ(in.Get(), Pattern(pos)) << row.what;
       EXPECT_EQ(in.CurPos(), pos + 1) << row.what;
     }
     EXPECT_EQ(source.log.calls, row.calls) << row.what;
@@ -153,7 +163,7 @@ TEST(BufferedReading, BlocksUpToBufferLessBlockGoThroughTheWindowLongerOnesBypas
   // The window survived the bypass and still answers without a call.
   source.log.calls.clear();
   in.CurPos(4095);
-  EXPECT_EQ(in.Get(), Pattern(4095));
+  ASSERT_EQ(in.Get(), Pattern(4095));
   in.ReadBlock(got.data(), 0);
   EXPECT_TRUE(source.log.calls.empty());
 }
@@ -187,20 +197,45 @@ TEST(BufferedReading, EndOfStreamAndBadSizes) {
 }
 
 TEST(BufferedReading, FailedFillPassesTheErrorAndServesNoMisplacedByte) {
-  // Each row: a window is set up by a Get, then a Get elsewhere fails in the
-  // inner stream; afterwards every byte still reads right.
-  const unsigned long long rows[][2] = {{0, 4100}, {5000, 2100}, {20000, 100}};
+  // Each row: a window is set up by a Get at the first position, then a Get at
+  // the second fails in the inner stream at its first call (the seek) or its
+  // second (the block read, which breaks off half way); the position stays.
+  // Afterwards a Get at the third position, then every byte around the first
+  // two, read right.
+  const unsigned long long rows[][3] = {
+      {0, 4100, 0},         // forward, overlapping
+      {5000, 2100, 5000},   // backward, overlapping
+      {5000, 2100, 904},    // then backward again from the emptied window
+      {20000, 100, 20000},  // backward, no overlap
+      {0, 9000, 0},         // forward, no overlap
+      {0, 9000, 9500},
+  };
   for (const auto& row : rows) {
-    RecordingSource source(100000);
-    IBufferedByteStream in(source, 4096, 1024);
-    in.CurPos(row[0]);
-    in.Get();
-    source.failNextRead = true;
-    in.CurPos(row[1]);
-    EXPECT_THROW(in.Get(), io_error) << row[1];
-    for (const auto pos : {row[0], row[1], row[0] + 1000, row[1] + 1000}) {
-      in.CurPos(pos);
-      EXPECT_EQ(in.Get(), Pattern(pos)) << row[0] << " then " << row[1] << ", at " << pos;
+    for (const int failAt : {1, 2}) {
+      const std::string what = std::to_string(row[0]) + " then " + std::to_string(row[1]) +
+                               (failAt == 1 ? ", seek fails" : ", read fails") + ", then " +
+                               std::to_string(row[2]);
+      RecordingSource source(100000);
+      IBufferedByteStream in(source, 4096, 1024);
+      in.CurPos(row[0]);
+      in.Get();
+      source.failAtCall = failAt;
+      in.CurPos(row[1]);
+      EXPECT_THROW(in.Get(), io_error) << what;
+      EXPECT_EQ(in.CurPos(), row[1]) << what;
+      in.CurPos(row[2]);
+      ASSERT_EQ(in.Get(), Pattern(row[2])) << what;
+      std::vector<unsigned char> block(100);
+      for (const auto start : {row[0], row[1]}) {
+        const unsigned long long from = start < 4096 ? 0 : start - 4096;
+        for (unsigned long long pos = from; pos < start + 4096; pos += 61) {
+          in.CurPos(pos);
+          ASSERT_EQ(in.Get(), Pattern(pos)) << what << ", at " << pos;
+        }
+        in.CurPos(start);
+        in.ReadBlock(block.data(), 100);
+        EXPECT_EQ(block, PatternAt(start, 100)) << what;
+      }
     }
   }
 }

@@ -247,7 +247,7 @@ TEST(OCountingByteStream, MeasuresEveryValueAsItsEncodedSize) {
   check(true);
   check(short{1});
   check(std::int32_t{1});
-  check(std::int64_t{1});
+  check(1LL);
   check(std::string(300, 'x'));
   check(tvxcore::UTF16String(5, u'x'));
   check(0.1);

@@ -34,8 +34,8 @@ TEST(Locale, DefaultIsTheClassicLocaleKeptFromFirstUse) {
   const auto& punct = std::use_facet<std::numpunct<char>>(first);
   EXPECT_EQ(punct.decimal_point(), '.');
   EXPECT_TRUE(punct.grouping().empty());
-  EXPECT_TRUE(std::has_facet<std::ctype<tvxcore::UTF16Char>>(first));
   EXPECT_TRUE(std::has_facet<std::num_put<tvxcore::UTF16Char>>(first));
+  EXPECT_TRUE(std::has_facet<std::num_get<tvxcore::UTF8Char>>(first));
   EXPECT_EQ(&Locale::Native(), &Locale::Native());
 }
 

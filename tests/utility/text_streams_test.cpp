@@ -1,7 +1,11 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <iomanip>
+#include <limits>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 #include "tvxcore/utility/TextStreams.h"
 #include "tvxcore/utility/UnicodeConversion.h"
@@ -48,6 +52,150 @@ TEST(TextStreams, FormatAndParseNumbersInBothWidths) {
   UTF8StringStream both8;
   both8 << 9;
   EXPECT_EQ(both8.str(), UTF8String(AsciiToUTF8Impl("9")));
+}
+
+template <typename Stream>
+void Fill(Stream& stream, char c) {
+  stream.fill(static_cast<typename Stream::char_type>(c));
+}
+
+template <typename String>
+std::string Narrowed(const String& text) {
+  std::string narrow;
+  for (auto unit : text) narrow.push_back(static_cast<char>(unit));
+  return narrow;
+}
+
+template <typename String>
+String Widened(const std::string& text) {
+  return String(text.begin(), text.end());
+}
+
+TEST(TextStreams, NumbersFollowEveryFormatFlagAsANarrowClassicStreamDoes) {
+  const auto cases = std::make_tuple(
+      [](auto& s) { s << std::hex << std::showbase << std::uppercase << 255; },
+      [](auto& s) { s << std::oct << -8 << std::dec << 8; },
+      [](auto& s) { s << std::setw(8) << std::internal << -42 << 7; },  // width applies once
+      [](auto& s) {
+        Fill(s, '*');
+        s << std::setw(8) << std::internal << std::hex << std::showbase << 42;
+      },
+      [](auto& s) {
+        Fill(s, '*');
+        s << std::left << std::setw(6) << 1.5 << std::right << std::setw(4) << true;
+      },
+      [](auto& s) { s << std::showpos << 0 << 2.5; },
+      [](auto& s) { s << std::fixed << std::setprecision(3) << 2.0 / 3; },
+      [](auto& s) { s << std::scientific << std::uppercase << 12345.678; },
+      [](auto& s) { s << std::showpoint << 2.0; }, [](auto& s) { s << std::hexfloat << 1.5; },
+      [](auto& s) { s << std::setprecision(36) << 0.1 << 1e300L; },
+      [](auto& s) { s << std::boolalpha << true << false; },
+      [](auto& s) { s << std::numeric_limits<unsigned long long>::max(); },
+      [](auto& s) { s << std::numeric_limits<long long>::min(); },
+      [](auto& s) { s << -std::numeric_limits<double>::infinity(); },
+      [](auto& s) { s << static_cast<short>(-3) << static_cast<unsigned short>(7) << 9u << 4L; },
+      [](auto& s) { s << static_cast<const void*>(nullptr); });
+  int index = 0;
+  std::apply(
+      [&](auto... write) {
+        (
+            [&] {
+              std::ostringstream narrow;
+              narrow.imbue(std::locale::classic());
+              write(narrow);
+              oUTF16StringStream wide;
+              write(wide);
+              oUTF8StringStream utf8;
+              write(utf8);
+              EXPECT_EQ(wide.str(), Widened<UTF16String>(narrow.str())) << "case " << index;
+              EXPECT_EQ(Narrowed(utf8.str()), narrow.str()) << "case " << index;
+              EXPECT_TRUE(wide.good() && utf8.good()) << "case " << index;
+              ++index;
+            }(),
+            ...);
+      },
+      cases);
+  // A fill outside ASCII pads as it stands.
+  oUTF16StringStream wide;
+  wide.fill(u'\u2007');
+  wide << std::setw(4) << 7;
+  EXPECT_EQ(wide.str(), u"\u2007\u2007\u20077");
+}
+
+template <typename T, typename Setup>
+void ExpectReadsAsANarrowClassicStream(const std::string& text, T start, Setup setup) {
+  const auto read = [&](auto& stream) {
+    setup(stream);
+    T value = start;
+    stream >> value;
+    return std::make_tuple(value, stream.rdstate());
+  };
+  std::istringstream narrow(text);
+  narrow.imbue(std::locale::classic());
+  const auto expected = read(narrow);
+  iUTF16StringStream wide(Widened<UTF16String>(text));
+  iUTF8StringStream utf8(Widened<UTF8String>(text));
+  EXPECT_EQ(read(wide), expected) << text;
+  EXPECT_EQ(read(utf8), expected) << text;
+}
+
+TEST(TextStreams, NumbersReadAsANarrowClassicStreamReadsThem) {
+  const auto none = [](auto&) {};
+  const auto hex = [](auto& s) { s >> std::hex; };
+  const auto words = [](auto& s) { s >> std::boolalpha; };
+  ExpectReadsAsANarrowClassicStream(" \t\n12 rest", 5, none);
+  ExpectReadsAsANarrowClassicStream("   ", 0, none);
+  ExpectReadsAsANarrowClassicStream("", 0, none);
+  ExpectReadsAsANarrowClassicStream("abc", 5, none);
+  ExpectReadsAsANarrowClassicStream("-", 5, none);
+  ExpectReadsAsANarrowClassicStream("- 5", 5, none);
+  ExpectReadsAsANarrowClassicStream("99999999999", 5, none);
+  ExpectReadsAsANarrowClassicStream("-5", 5u, none);
+  ExpectReadsAsANarrowClassicStream("0x1F", 5, hex);
+  ExpectReadsAsANarrowClassicStream("-ff", 5L, hex);
+  ExpectReadsAsANarrowClassicStream("2.5e1x", 1.0, none);
+  ExpectReadsAsANarrowClassicStream("1e", 1.0, none);
+  ExpectReadsAsANarrowClassicStream(".5", 1.0f, none);
+  ExpectReadsAsANarrowClassicStream("1e5000", 1.0L, none);
+  ExpectReadsAsANarrowClassicStream("18446744073709551615", 5ull, none);
+  ExpectReadsAsANarrowClassicStream("1", false, none);
+  ExpectReadsAsANarrowClassicStream("2", false, none);
+  ExpectReadsAsANarrowClassicStream("true", false, words);
+  ExpectReadsAsANarrowClassicStream("fals", true, words);
+
+  // Nothing but white space: 0 and failure, where a narrow stream fails
+  // before it reads and leaves the value as it was.
+  iUTF8StringStream blank(Widened<UTF8String>(" \t"));
+  int untouched = 5;
+  blank >> untouched;
+  EXPECT_EQ(untouched, 0);
+  EXPECT_TRUE(blank.fail() && blank.eof());
+
+  // Units outside ASCII end a number, and stay in the stream.
+  iUTF16StringStream wide(u"12\u00E9 \uFF13");
+  int first = 0, second = 5;
+  wide >> first;
+  EXPECT_EQ(first, 12);
+  EXPECT_EQ(wide.get(), u'\u00E9');
+  wide >> second;
+  EXPECT_EQ(second, 0);  // a full-width digit is no digit
+  EXPECT_TRUE(wide.fail());
+}
+
+TEST(TextStreams, LibraryDefinesNoMembersOfStandardFacets) {
+  // The standard library defines ctype and numpunct for char and wchar_t only;
+  // completing them for the library's unit types would define members of
+  // standard classes, which the library must not export (nor define at all).
+  for (const char* symbol : {
+           "_ZNKSt5ctypeIDsE8do_widenEc",  // char16_t
+           "_ZNKSt5ctypeIDsE5do_isEtDs",   //
+           "_ZNSt5ctypeIDsED2Ev",          //
+           "_ZNKSt5ctypeIhE8do_widenEc",   // unsigned char
+           "_ZNSt7__cxx118numpunctIDsE22_M_initialize_numpunctEP15__locale_struct",  //
+           "_ZNSt7__cxx118numpunctIhE22_M_initialize_numpunctEP15__locale_struct",   //
+       }) {
+    EXPECT_EQ(dlsym(RTLD_DEFAULT, symbol), nullptr) << symbol;
+  }
 }
 
 TEST(TextStreams, BufferHandsOverOnFullAreaAndFlushOnly) {

@@ -52,7 +52,8 @@ TEST(UTF8Counts, JudgeSequencesByTheirLeadByte) {
       {"\x80\x80x", 3, 3},  // stray continuation bytes count as characters
       {"\xF8\x88\x80\x80\x80", 5, -1},
       {"a\xFC", 5, -1},
-      {"\xE2", 5, 1},  // cut by the terminator: counted, and not read past it
+      {"\xE2", 5, 1},           // cut by the terminator: counted, and not read past it
+      {"a\xE2\0\x82x", 10, 2},  // the zero byte ends the walk inside the sequence
   };
   for (const auto& c : characters) {
     EXPECT_EQ(GetUTF8CharacterCount(c.text ? U8(c.text) : nullptr, c.limit), c.characters)
@@ -70,6 +71,8 @@ TEST(UTF8Counts, JudgeSequencesByTheirLeadByte) {
       {"ab\xF8\x88\x80\x80\x80", 3, -1},
       {"ab\xF8\x88\x80\x80\x80", 2, 2},
       {"a\xE2\x82", 5, 3},  // cut by the terminator
+      {"a\xE2\0\x82x", -1, 2},
+      {"a\xE2\0\x82x", 3, 2},
   };
   for (const auto& c : bytes) {
     EXPECT_EQ(GetUTF8ByteCount(c.text ? U8(c.text) : nullptr, c.limit), c.characters)

@@ -53,10 +53,10 @@ class TVXCORE_EXPORT IBufferedByteStream : public IByteStream {
   // `blockSize`, one block earlier when that block fits beside the request
   // and the start is beyond the first block; it holds bufferSize bytes, or
   // what is left to the length. Bytes the old window shares with the new one
-  // are moved, not read again. When reading from `inner` fails, the window
-  // keeps its old place; if its bytes had already been moved for the new
-  // place, it is emptied instead, so no byte is ever served at a wrong
-  // position.
+  // are moved, not read again. When a call to `inner` fails, the window is
+  // emptied before the exception passes on (its bytes may already be those of
+  // the new place, moved or read in part), so no byte is ever served at a
+  // wrong position; the position is left as it was before the failed call.
   virtual void Fill(unsigned long long pos, std::uint32_t count);
 
  private:

@@ -17,10 +17,18 @@
 namespace tvxcore::filesupport {
 
 // The encoding. Integers are big-endian two's complement at the width of their
-// type: 1 byte for the character types and bool, 2 for short, 4 for the 32-bit
-// types (std::int32_t, std::uint32_t), 8 for the 64-bit ones (long and
-// long long on this platform). There is no tag, version or alignment: a reader
-// must know the sequence of types.
+// type: 1 byte for the character types and bool, 2 for short, 4 for int and
+// unsigned int (std::int32_t, std::uint32_t), 8 for long long and unsigned
+// long long. There is no tag, version or alignment: a reader must know the
+// sequence of types.
+//
+//  - long and unsigned long have no operators (they are deleted). The encoding
+//    gives them 4 bytes, the width they have where the format was made, but
+//    they are 8 bytes wide here, so neither width can be taken without a
+//    silent change: code that wrote a long would produce a different file, or
+//    lose the high half. The caller says which one it means, std::int32_t or
+//    long long. std::int64_t, std::uint64_t and std::size_t are long on this
+//    platform and are caught too: write them as long long or unsigned long long.
 //
 //  - bool goes out as 0 or 1; any non-zero byte reads as true.
 //  - tribool goes out as the low byte of its state (0 false, 1 true,
@@ -57,8 +65,6 @@ TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const short& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const unsigned short& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const int& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const unsigned int& value);
-TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const long& value);
-TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const unsigned long& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const long long& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const unsigned long long& value);
 TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const float& value);
@@ -72,6 +78,13 @@ TVXCORE_EXPORT OByteStream& operator<<(OByteStream& out, const UTF16String& valu
 OByteStream& operator<<(OByteStream& out, const char* value) = delete;
 OByteStream& operator<<(OByteStream& out, const void* value) = delete;
 
+// No width is right for long and unsigned long (see above): choose
+// std::int32_t or long long (std::uint32_t or unsigned long long).
+OByteStream& operator<<(OByteStream& out, const long& value) = delete;
+OByteStream& operator<<(OByteStream& out, const unsigned long& value) = delete;
+IByteStream& operator>>(IByteStream& in, long& value) = delete;
+IByteStream& operator>>(IByteStream& in, unsigned long& value) = delete;
+
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, bool& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, boost::logic::tribool& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, char& value);
@@ -81,8 +94,6 @@ TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, short& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, unsigned short& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, int& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, unsigned int& value);
-TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, long& value);
-TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, unsigned long& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, long long& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, unsigned long long& value);
 TVXCORE_EXPORT IByteStream& operator>>(IByteStream& in, float& value);

@@ -12,10 +12,11 @@
 namespace tvxcore::threads {
 
 // The priority scale that every thread-creating call of the library takes.
-// Any value outside the list counts as ThreadPriority_Normal. On Linux the
-// priority becomes the thread's own nice value; raising it above normal needs
+// Any other value of the underlying int counts as ThreadPriority_Normal (the
+// fixed underlying type makes every int a valid value). On Linux the priority
+// becomes the thread's own nice value; raising it above normal needs
 // privileges and silently stays normal without them.
-enum ThreadPriority {
+enum ThreadPriority : int {
   ThreadPriority_Idle = 0,
   ThreadPriority_Lowest = 1,
   ThreadPriority_BelowNormal = 2,

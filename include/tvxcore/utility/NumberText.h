@@ -83,8 +83,11 @@ TVXCORE_EXPORT void StringToNumber(std::uint32_t& result, const UTF16String& tex
                                    NumberFlags flags);
 
 // Parses hexadecimal text like the C library's strtol/strtoul with base 16
-// on 32-bit values: an optional sign and "0x", stopping at the first other
-// character; out-of-range values give the nearest limit.
+// on 32-bit values: leading white space, at most one sign right before the
+// digits (so "- 5" and "--5" give 0), an optional "0x", stopping at the first
+// other character. Out-of-range values give the nearest limit; for the
+// unsigned form a minus sign negates modulo 2^32 ("-1" is 0xFFFFFFFF) and a
+// magnitude beyond 32 bits gives 0xFFFFFFFF whatever the sign.
 TVXCORE_EXPORT void HexStringToNumber(std::int32_t& result, const UTF16String& text);
 TVXCORE_EXPORT void HexStringToNumber(std::uint32_t& result, const UTF16String& text);
 
@@ -97,8 +100,9 @@ TVXCORE_EXPORT void ValidateForHex(UTF16String& text);
 // "e" binds loosest (1+2e3 is 3000), then the last "+" or "-", then "*", "/"
 // and "^" (2*3/4 is 2*(3/4); chains of "^" go left to right). A leading sign
 // works as 0 minus the rest; dividing by zero gives the left operand.
-// Nesting is limited to 256 levels of splits and parentheses: a part deeper
-// than that evaluates to 0. Never throws.
+// Texts of any length and nesting give their exact value: the evaluation
+// keeps its work on the heap, not on the thread's stack, and takes time in
+// proportion to the length of the text. Never throws, except std::bad_alloc.
 TVXCORE_EXPORT double Calculate(UTF16String text, NumberFlags flags);
 
 }  // namespace tvxcore::utility

@@ -3,7 +3,21 @@
 // console output, and the global streams of utility::streams.
 //
 // Every stream class is imbued on construction with the library's default
-// locale, which can format and parse numbers in UTF16Char and UTF8Char.
+// locale, through which numbers (and bool and pointers) are written and read
+// exactly as a narrow stream in the classic locale writes and reads them, with
+// every format flag, width and fill; a unit outside ASCII ends a number.
+//
+// The standard library has no character classes (ctype) for UTF16Char and
+// UTF8Char, and this library defines none, so the parts of the standard
+// streams that need them don't work on these streams: std::endl, the narrow
+// inserters (<< 'x' and << "x") and std::getline without a delimiter throw
+// std::bad_cast; std::ws and reading a word with >> into a string set
+// badbit. Write u'\n' and flush(), and pass the delimiter to getline. The
+// streams start with skipws clear: reading a number skips the white space
+// before it by itself (so `in >> a >> b` works as usual, and text of nothing
+// but white space reads as 0 with failbit and eofbit), a single unit is read
+// as it stands, and setting skipws makes every extraction fail.
+//
 // Streams and buffers belong to one thread at a time; the global streams are
 // not synchronised.
 #pragma once

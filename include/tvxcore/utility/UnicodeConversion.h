@@ -53,13 +53,16 @@ TVXCORE_EXPORT int UTF16StrLen(const UTF16Char* text) noexcept;
 // Counts the characters of zero-terminated UTF-8 `text` in its first
 // `byteLimit` bytes, judging each sequence by its lead byte alone (a stray
 // continuation byte counts as a character, and the last sequence may run past
-// the limit). A lead byte of a sequence longer than four bytes gives -1; a
-// null pointer or a limit below 1 gives 0.
+// the limit). A zero byte ends the count, also inside a sequence, which then
+// counts as one character: the text is never read past its terminator. A lead
+// byte of a sequence longer than four bytes gives -1; a null pointer or a limit
+// below 1 gives 0.
 TVXCORE_EXPORT int GetUTF8CharacterCount(const UTF8Char* text, int byteLimit) noexcept;
 
 // The number of bytes of the first `characterCount` characters of
 // zero-terminated UTF-8 `text`, judged by lead bytes as above; a zero byte ends
-// the walk early, so a negative count measures the whole text. A lead byte of a
+// the walk early, also inside a sequence (whose bytes before it count), so a
+// negative count measures the whole text. A lead byte of a
 // sequence longer than four bytes gives -1; null or a count of 0 gives 0.
 TVXCORE_EXPORT int GetUTF8ByteCount(const UTF8Char* text, int characterCount) noexcept;
 

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <limits>
 #include <thread>
 #include <vector>
 
+#include "platform/AddressSpace.h"
 #include "platform/Thread.h"
 #include "threads/internal/LockFreeStack.h"
 #include "threads/internal/ThreadPriorityMap.h"
@@ -16,8 +19,17 @@ using namespace tvxcore::threads;
 TEST(ThreadPriority, ScaleMapsToRelativePrioritiesAndNiceValues) {
   struct Case {
     int value, relative, nice;
-  } const cases[] = {{0, -15, 19}, {1, -2, 10}, {2, -1, 5}, {3, 0, 0},  {4, 1, -5},
-                     {5, 2, -10},  {6, 0, 0},   {7, 0, 0},  {-1, 0, 0}, {1000, 0, 0}};
+  } const cases[] = {{0, -15, 19},
+                     {1, -2, 10},
+                     {2, -1, 5},
+                     {3, 0, 0},
+                     {4, 1, -5},
+                     {5, 2, -10},
+                     {6, 0, 0},
+                     {7, 0, 0},
+                     {-1, 0, 0},
+                     {1000, 0, 0},
+                     {std::numeric_limits<int>::max(), 0, 0}};
   for (const auto& c : cases) {
     const int relative = internal::RelativePriorityOf(static_cast<ThreadPriority>(c.value));
     EXPECT_EQ(relative, c.relative) << c.value;
@@ -38,8 +50,10 @@ TEST(ThreadPriority, ThreadsRunAtTheirOwnNiceValue) {
   EXPECT_EQ(NiceInsideThread(ThreadPriority_Idle), 19);
   EXPECT_GE(NiceInsideThread(ThreadPriority_Lowest), 10);
   // Out-of-scale values count as normal, whatever the system lets normal be.
-  EXPECT_EQ(NiceInsideThread(static_cast<ThreadPriority>(7)),
-            NiceInsideThread(ThreadPriority_Normal));
+  const int normal = NiceInsideThread(ThreadPriority_Normal);
+  for (const int value : {7, 6, -1, 1000, std::numeric_limits<int>::min()}) {
+    EXPECT_EQ(NiceInsideThread(static_cast<ThreadPriority>(value)), normal) << value;
+  }
   EXPECT_EQ(tvxcore::platform::GetCurrentThreadNice(), parent) << "only the created thread changed";
 }
 
@@ -49,11 +63,21 @@ struct alignas(16) Node {
   int sequence;
 };
 
-TEST(LockFreeStack, ConcurrentPushAndPopLoseAndDuplicateNothing) {
+// Every form of the stack, and the one the process chose.
+template <typename Stack>
+class LockFreeStackTest : public ::testing::Test {};
+using StackForms = ::testing::Types<internal::BasicLockFreeStack<internal::PackedStackLayout>,
+                                    internal::BasicLockFreeStack<internal::WideStackLayout>,
+                                    internal::LockFreeStack>;
+TYPED_TEST_SUITE(LockFreeStackTest, StackForms);
+
+TYPED_TEST(LockFreeStackTest, ConcurrentPushAndPopLoseAndDuplicateNothing) {
   constexpr int kNodes = 512, kThreads = 4, kIterations = 20000;
   std::vector<Node> nodes(kNodes);
-  internal::LockFreeStack stack;
+  TypeParam stack;
+  EXPECT_TRUE(stack.IsEmpty());
   stack.BuildUnshared(nodes.data(), kNodes, sizeof(Node));
+  EXPECT_FALSE(stack.IsEmpty());
   std::atomic<int> clashes{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t)
@@ -77,6 +101,37 @@ TEST(LockFreeStack, ConcurrentPushAndPopLoseAndDuplicateNothing) {
   std::sort(drained.begin(), drained.end());
   EXPECT_EQ(std::adjacent_find(drained.begin(), drained.end()), drained.end());
   EXPECT_EQ(drained.front(), static_cast<void*>(nodes.data()));
+}
+
+TYPED_TEST(LockFreeStackTest, PopsInReverseOrderOfPushes) {
+  Node nodes[3];
+  TypeParam stack;
+  EXPECT_EQ(stack.Pop(), nullptr);
+  for (Node& node : nodes) stack.Push(&node);
+  for (int i = 2; i >= 0; --i) EXPECT_EQ(stack.Pop(), &nodes[i]);
+  EXPECT_EQ(stack.Pop(), nullptr);
+  EXPECT_TRUE(stack.IsEmpty());
+}
+
+// The packed form holds only 16-byte aligned addresses below 2^48; anything
+// else ends the process before the stack could be corrupted.
+TEST(LockFreeStackDeathTest, PackedFormRefusesAnAddressItCannotHold) {
+  internal::BasicLockFreeStack<internal::PackedStackLayout> stack;
+  alignas(16) static unsigned char storage[64];
+  EXPECT_DEATH(stack.Push(storage + 8), "not 16-byte aligned below 2\\^48");
+  EXPECT_DEATH(stack.Push(reinterpret_cast<void*>(std::uintptr_t{1} << 48)),
+               "not 16-byte aligned below 2\\^48");
+  EXPECT_TRUE(stack.IsEmpty());
+}
+
+TEST(LockFreeStack, TheProcessUsesOneFormFittingItsAddressSpace) {
+  const bool wide = internal::UsesWideStacks();
+  EXPECT_EQ(internal::UsesWideStacks(), wide) << "the choice never changes";
+  EXPECT_EQ(wide, tvxcore::platform::MappingsCanReachAbove(48));
+  if (!wide) {
+    EXPECT_FALSE(tvxcore::platform::MappingsCanReachAbove(47))
+        << "packed only where nothing lies above 2^47";
+  }
 }
 
 }  // namespace

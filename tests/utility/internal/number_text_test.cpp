@@ -152,6 +152,17 @@ TEST_F(NumberText, ParsesTheLongestLeadingNumberAndNeverThrows) {
   EXPECT_EQ(parse(std::int64_t{0}, u"-9,000,000,000"), -9000000000);
   EXPECT_EQ(parse(0.0f, u"0.25"), 0.25f);
   EXPECT_EQ(parse(std::uint32_t{0}, u"4000000000"), 4000000000u);
+  // A sign stands right before the digits, once.
+  for (const char16_t* text : {u"- 5", u"- -5", u"+-5", u"-+5", u"--5"}) {
+    EXPECT_EQ(parse(std::int32_t{5}, text), 0) << Narrow(text);
+    EXPECT_EQ(parse(std::uint32_t{5}, text), 0u) << Narrow(text);
+    EXPECT_EQ(parse(std::int64_t{5}, text), 0) << Narrow(text);
+    EXPECT_EQ(parse(std::uint64_t{5}, text), 0u) << Narrow(text);
+    EXPECT_EQ(parse(5.0, text), 0) << Narrow(text);
+    EXPECT_EQ(parse(5.0f, text), 0) << Narrow(text);
+  }
+  EXPECT_EQ(parse(std::uint32_t{0}, u" -5"), 4294967291u);  // negated modulo 2^32
+  EXPECT_EQ(parse(std::uint64_t{0}, u"-5"), std::numeric_limits<std::uint64_t>::max() - 4);
 }
 
 TEST_F(NumberText, HexParsingAndValidation) {
@@ -169,6 +180,17 @@ TEST_F(NumberText, HexParsingAndValidation) {
       {u"-80000001", std::numeric_limits<std::int32_t>::min(), 0x7FFFFFFFu},
       {u"zz", 0, 0},
       {u"  a!b", 10, 10},
+      // Signs as the C library reads them: one, right before the digits.
+      {u"- 5", 0, 0},
+      {u"- -5", 0, 0},
+      {u"+-5", 0, 0},
+      {u"-+5", 0, 0},
+      {u"\t+0x1f", 31, 31},
+      {u"-0x80000000", std::numeric_limits<std::int32_t>::min(), 0x80000000u},
+      {u"-FFFFFFFF", std::numeric_limits<std::int32_t>::min(), 1u},
+      {u"-100000000", std::numeric_limits<std::int32_t>::min(), 0xFFFFFFFFu},
+      {u"0x", 0, 0},
+      {u"-0xg", 0, 0},
   };
   for (const auto& c : cases) {
     std::int32_t s = 1;
@@ -204,6 +226,8 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
       {u"1e5", 100000},
       {u"e5", 5},    // no left operand: the "e" is dropped
       {u"1+e5", 6},  // after an operator: dropped
+      {u"e(3)", 0},  // the part left after the drop keeps its parentheses
+      {u"2+e(3)", 5},
       {u"2**3", 6},  // the second "*" is dropped
       {u"(((4)))", 4},
       {u"(1)+(2)", 3},  // the outer pair is not one group
@@ -219,22 +243,38 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
   EXPECT_DOUBLE_EQ(Calculate(u"1,000+1", kNumberKeepCommas), 2);
 }
 
-TEST_F(NumberText, CalculateBoundsItsNesting) {
-  auto nested = [](int levels) {
-    return UTF16String(static_cast<std::size_t>(levels), u'(') + u"1" +
-           UTF16String(static_cast<std::size_t>(levels), u')');
-  };
-  EXPECT_DOUBLE_EQ(Calculate(nested(200), 0), 1);
-  EXPECT_DOUBLE_EQ(Calculate(nested(100000), 0), 0);  // beyond the limit
-  auto chain = [](int terms) {
-    UTF16String text = u"1";
-    for (int i = 1; i < terms; ++i) text += u"+1";
+TEST_F(NumberText, CalculateHasNoLimitOfLengthOrNesting) {
+  const auto repeat = [](const char16_t* unit, int count) {
+    UTF16String text;
+    for (int i = 0; i < count; ++i) text += unit;
     return text;
   };
-  EXPECT_DOUBLE_EQ(Calculate(chain(200), 0), 200);
-  // Deeper than 256 splits, the leftmost part counts as 0.
-  EXPECT_DOUBLE_EQ(Calculate(chain(300), 0), 256);
-  EXPECT_TRUE(std::isfinite(Calculate(chain(20000), 0)));
+  const auto nested = [&](int levels, const char16_t* inside) {
+    return repeat(u"(", levels) + inside + repeat(u")", levels);
+  };
+  const auto chain = [&](int terms, const char16_t* op) { return u"1" + repeat(op, terms - 1); };
+  struct Case {
+    UTF16String text;
+    double expected;
+  };
+  const Case cases[] = {
+      {nested(300, u"5"), 5},
+      {nested(200000, u"1"), 1},
+      {chain(301, u"+1"), 301},
+      {chain(300000, u"+1"), 300000},
+      {chain(300000, u"-1"), -299998},
+      {chain(100000, u"*1"), 1},
+      {u"2" + repeat(u"^1", 100000), 2},
+      {u"1" + repeat(u"e0", 100000), 1},
+      {repeat(u"1+(", 100000) + u"1" + repeat(u")", 100000), 100001},   // deep on the right
+      {repeat(u"(", 100000) + u"1" + repeat(u"+1)", 100000), 100001},   // deep on the left
+      {repeat(u"-(", 100001) + u"5" + repeat(u")", 100001), -5},        // unary signs
+      {repeat(u"2*(", 1000) + u"1" + repeat(u")/2", 1000), 1},          // all kinds nested
+      {repeat(u"((", 50000) + u"3" + repeat(u")", 100000) + u"*2", 6},  // pairs stripped
+  };
+  for (const auto& c : cases) {
+    EXPECT_DOUBLE_EQ(Calculate(c.text, 0), c.expected) << Narrow(c.text.substr(0, 40));
+  }
 }
 
 }  // namespace
