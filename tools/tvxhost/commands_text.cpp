@@ -60,7 +60,9 @@ int Utf8(const Args& raw) {
   std::cout << std::dec << std::nouppercase << std::setfill(' ') << "\ncharacters "
             << utility::GetUTF8CharacterCount(bytes.c_str(), static_cast<int>(bytes.size()))
             << "\nerror " << kErrors[error] << '\n';
-  return error == utility::kUnicodeNoError ? kExitSuccess : kExitFailure;
+  if (error == utility::kUnicodeNoError) return kExitSuccess;
+  throw Failure("the text is not valid UTF-8: " + std::string(kErrors[error]) + " after " +
+                std::to_string(count) + (count == 1 ? " unit" : " units"));
 }
 
 int Normalize(const Args& raw) {
