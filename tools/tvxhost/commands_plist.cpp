@@ -180,36 +180,78 @@ std::string ValueText(const PropList& list, const UTF8String& key) {
   }
 }
 
-void ShowTree(const PropList& list, int depth) {
-  std::list<UTF8String> names;
-  list.GetPropertyNames(names);
-  for (const UTF8String& name : names) {
-    auto type = list.GetPropertyType(name);
-    std::cout << std::string(depth * 2, ' ') << Str(name) << " (" << TypeName(type) << ")";
-    if (type == pl::kPropListType_PropList) {
-      std::cout << '\n';
-      if (const PropList* sub = list.GetSubList(name)) ShowTree(*sub, depth + 1);
+// A key as shown: as it stands, or quoted when it holds a control character.
+std::string KeyText(const UTF8String& key) {
+  for (const auto c : key)
+    if (c < 0x20 || c == 0x7F) return Quote(Str(key));
+  return Str(key);
+}
+
+// Indentation for a nesting depth. Lists may nest very deeply: beyond 32
+// levels the indentation stays, and with `mark` the level is written out.
+std::string Indent(std::size_t depth, bool mark = false) {
+  if (depth <= 32) return std::string(depth * 2, ' ');
+  return std::string(64, ' ') + (mark ? "[" + std::to_string(depth) + "] " : "");
+}
+
+// One list being walked: its keys and the next one to visit. The walks below
+// keep these on a stack of their own rather than recursing, so that no depth
+// of nesting can exhaust the call stack.
+struct Level {
+  const PropList* list;
+  std::vector<UTF8String> names;
+  std::size_t next = 0;
+  explicit Level(const PropList& in) : list(&in) {
+    std::list<UTF8String> keys;
+    in.GetPropertyNames(keys);
+    names.assign(keys.begin(), keys.end());
+  }
+};
+
+void ShowTree(const PropList& root, std::ostream& out) {
+  std::vector<Level> stack;
+  stack.emplace_back(root);
+  while (!stack.empty()) {
+    Level& level = stack.back();
+    if (level.next == level.names.size()) {
+      stack.pop_back();
+      continue;
+    }
+    const UTF8String& name = level.names[level.next++];
+    const PropList* list = level.list;
+    const auto type = list->GetPropertyType(name);
+    out << Indent(stack.size() - 1, true) << KeyText(name) << " (" << TypeName(type) << ")";
+    if (const PropList* sub = list->GetSubList(name)) {
+      out << '\n';
+      stack.emplace_back(*sub);  // `level` is not used after this
     } else {
-      std::cout << " = " << ValueText(list, name) << '\n';
+      out << " = " << ValueText(*list, name) << '\n';
     }
   }
 }
 
-void Json(const PropList& list, int depth, std::ostream& out) {
-  std::list<UTF8String> names;
-  list.GetPropertyNames(names);
-  out << "{";
-  bool first = true;
-  for (const UTF8String& name : names) {
-    out << (first ? "\n" : ",\n") << std::string((depth + 1) * 2, ' ') << Quote(Str(name)) << ": ";
-    first = false;
-    if (const PropList* sub = list.GetSubList(name)) {
-      Json(*sub, depth + 1, out);
+void Json(const PropList& root, std::ostream& out) {
+  std::vector<Level> stack;
+  stack.emplace_back(root);
+  out << '{';
+  while (!stack.empty()) {
+    Level& level = stack.back();
+    const std::size_t depth = stack.size();
+    if (level.next == level.names.size()) {
+      out << (level.names.empty() ? "}" : "\n" + Indent(depth - 1) + "}");
+      stack.pop_back();
+      continue;
+    }
+    const UTF8String& name = level.names[level.next++];
+    const PropList* list = level.list;
+    out << (level.next == 1 ? "\n" : ",\n") << Indent(depth) << Quote(Str(name)) << ": ";
+    if (const PropList* sub = list->GetSubList(name)) {
+      out << '{';
+      stack.emplace_back(*sub);  // `level` is not used after this
     } else {
-      out << ValueText(list, name);
+      out << ValueText(*list, name);
     }
   }
-  out << (first ? "}" : "\n" + std::string(depth * 2, ' ') + "}");
 }
 
 // `text` when a property list can carry it: valid UTF-8 without control
@@ -352,7 +394,7 @@ int Show(const Args& raw) {
   PropList list;
   Load(args[0], list);
   std::cout << "version " << list.GetVersion() << '\n';
-  ShowTree(list, 0);
+  ShowTree(list, std::cout);
   return kExitSuccess;
 }
 
@@ -360,7 +402,7 @@ int ToJson(const Args& raw) {
   const ArgList args(raw, {}, {"<file>"});
   PropList list;
   Load(args[0], list);
-  Json(list, 0, std::cout);
+  Json(list, std::cout);
   std::cout << '\n';
   return kExitSuccess;
 }
@@ -388,7 +430,7 @@ int Get(const Args& raw) {
   if (!holder || holder->GetPropertyType(key) == pl::kPropListType_None)
     throw Failure("no value at " + Quoted(args[1]));
   if (const PropList* sub = holder->GetSubList(key)) {
-    Json(*sub, 0, std::cout);
+    Json(*sub, std::cout);
     std::cout << '\n';
   } else {
     std::cout << ValueText(*holder, key) << '\n';

@@ -1,3 +1,4 @@
+#include <cctype>
 #include <exception>
 #include <iomanip>
 #include <iostream>
@@ -177,7 +178,7 @@ int Main(const Args& argv) {
     const std::string& command = argv[at];
     const Args rest(argv.begin() + static_cast<long>(at) + 1, argv.end());
     if (command == "help") {
-      if (rest.empty()) {
+      if (rest.empty() || (rest.size() == 1 && IsHelp(rest[0]))) {
         PrintHelp(std::cout);
         return kExitSuccess;
       }
