@@ -17,8 +17,9 @@ unset LD_LIBRARY_PATH
 fail() { echo "install test FAILED: $*" >&2; exit 1; }
 
 echo "== find_package, no C++ standard set by the consumer"
-cmake -S tests/install -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build "$work/cmake" >/dev/null
+cmake -S tests/install -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/cmake.log" &&
+  cmake --build "$work/cmake" >>"$work/cmake.log" 2>&1 ||
+  { cat "$work/cmake.log"; fail "the consumer does not build through find_package"; }
 "$work/cmake/tvxcore_consumer"
 
 echo "== pkg-config"

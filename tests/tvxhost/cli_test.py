@@ -30,6 +30,7 @@ failures = []
 def run(args, cwd, unprivileged=False, timeout=120):
     """(status, stdout, stderr) of tvxhost with `args` (str or bytes each)."""
     env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "HOME": cwd}
+    env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
     kwargs = {}
     if unprivileged and os.geteuid() == 0:
         kwargs = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
