@@ -1,19 +1,27 @@
 // Writing and reading a property list of 10,000 mixed values (nested three
 // deep, fixed seed) as XML, beside libplist on the same data, pugixml parsing
 // the same text (a DOM parse, no typing) and expat with empty handlers (the
-// ceiling of any reader built on it).
+// ceiling of any reader built on it). Also loading files with one very long
+// token (20 and 200 MB attributes), beside pugixml and expat fed in pieces.
 #include <benchmark/benchmark.h>
 #include <expat.h>
 #include <plist/plist.h>
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <list>
+#include <map>
+#include <memory>
 #include <pugixml.hpp>
 #include <random>
 #include <string>
 
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/proplist/PropList.h"
+#include "tvxcore/proplist/PropListFiles.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropListXMLHandler.h"
 #include "tvxcore/utility/UnicodeConversion.h"
@@ -79,7 +87,7 @@ struct Data {
               break;
             }
             case 4: {
-              std::uint64_t v = (std::uint64_t{rng()} << 32) | rng();
+              unsigned long long v = (static_cast<unsigned long long>(rng()) << 32) | rng();
               mid->SetValue(U8(key), v);
               node = plist_new_uint(v);
               break;
@@ -248,6 +256,105 @@ void BM_Parse_ExpatEmptyHandlers(benchmark::State& state) {
   }
   SetBytes(state, d.ourText.size());
 }
+
+// Files with one long token: a "prop.map" whose attribute is state.range(0)
+// MB long. A parser fed in fixed pieces rescans the unfinished token with
+// every piece, which makes the parse quadratic in the token's length.
+class LongTokenFile {
+ public:
+  explicit LongTokenFile(std::size_t megabytes)
+      : path_(std::filesystem::temp_directory_path() /
+              ("tvx-plist-bench-" + std::to_string(::getpid()) + "-" + std::to_string(megabytes) +
+               ".xml")) {
+    std::ofstream out(path_, std::ios::binary);
+    out << "<?xml version='1.0'?>\n<prop.map version='4' pad='";
+    const std::string block(1 << 20, 'x');
+    for (std::size_t i = 0; i < megabytes; ++i) out << block;
+    out << "'>\n<prop.list>\n<prop.pair>\n<key>k</key>\n<true/>\n</prop.pair>\n</prop.list>\n"
+           "</prop.map>\n";
+    size_ = static_cast<std::size_t>(out.tellp());
+  }
+  ~LongTokenFile() { std::filesystem::remove(path_); }
+  const std::filesystem::path& Path() const { return path_; }
+  std::size_t Size() const { return size_; }
+
+  static LongTokenFile& Of(std::int64_t megabytes) {
+    static std::map<std::int64_t, std::unique_ptr<LongTokenFile>> files;
+    auto& file = files[megabytes];
+    if (!file) file = std::make_unique<LongTokenFile>(static_cast<std::size_t>(megabytes));
+    return *file;
+  }
+
+ private:
+  std::filesystem::path path_;
+  std::size_t size_ = 0;
+};
+
+void BM_LoadLongToken_Tvxcore(benchmark::State& state) {
+  Shared();
+  const LongTokenFile& file = LongTokenFile::Of(state.range(0));
+  const std::string native = file.Path().string();
+  const UTF16String path = utility::UTF8to16(UTF8String(native.begin(), native.end()));
+  for (auto _ : state) {
+    PropList list;
+    proplist::utils::LoadPropList(path, list, false);
+    if (list.GetPropertyType(U8("k")) != proplist::kPropListType_Bool) {
+      state.SkipWithError("not read");
+    }
+  }
+  SetBytes(state, file.Size());
+}
+
+// pugixml reading the same file into a DOM.
+void BM_LoadLongToken_Pugixml(benchmark::State& state) {
+  const LongTokenFile& file = LongTokenFile::Of(state.range(0));
+  for (auto _ : state) {
+    pugi::xml_document doc;
+    auto result = doc.load_file(file.Path().c_str());
+    if (!result) state.SkipWithError("not read");
+  }
+  SetBytes(state, file.Size());
+}
+
+// expat with empty handlers fed the file in 64 KiB pieces: the library's
+// parser before it read files whole.
+void BM_LoadLongToken_ExpatPieces64K(benchmark::State& state) {
+  const LongTokenFile& file = LongTokenFile::Of(state.range(0));
+  for (auto _ : state) {
+    XML_Parser parser = XML_ParserCreateNS(nullptr, '\x01');
+    XML_SetElementHandler(
+        parser, [](void*, const XML_Char*, const XML_Char**) {}, [](void*, const XML_Char*) {});
+    std::ifstream in(file.Path(), std::ios::binary);
+    bool ok = true;
+    for (;;) {
+      void* buffer = XML_GetBuffer(parser, 64 * 1024);
+      in.read(static_cast<char*>(buffer), 64 * 1024);
+      const bool last = in.eof();
+      ok = XML_ParseBuffer(parser, static_cast<int>(in.gcount()), last) == XML_STATUS_OK;
+      if (!ok || last) break;
+    }
+    if (!ok) state.SkipWithError("not read");
+    XML_ParserFree(parser);
+  }
+  SetBytes(state, file.Size());
+}
+
+BENCHMARK(BM_LoadLongToken_Tvxcore)
+    ->Arg(20)
+    ->Arg(200)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_LoadLongToken_Pugixml)
+    ->Arg(20)
+    ->Arg(200)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+// One iteration is seconds at 20 MB (and minutes at 200 MB, left out).
+BENCHMARK(BM_LoadLongToken_ExpatPieces64K)
+    ->Arg(20)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 BENCHMARK(BM_Write_Tvxcore)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Write_Libplist)->Unit(benchmark::kMillisecond);

@@ -1,12 +1,16 @@
 #include "tvxcore/proplist/PropList.h"
 
 #include <iterator>
+#include <map>
+#include <type_traits>
+#include <typeinfo>
 #include <utility>
+#include <vector>
 
 #include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
+#include "proplist/internal/TextEscape.h"
 #include "tvxcore/proplist/PropNodes.h"
-#include "xml/internal/Escape.h"
 
 namespace tvxcore::proplist {
 namespace {
@@ -40,8 +44,8 @@ void Append(UTF8String& out, const char (&text)[N]) {
 using U16Node = SimpleTypeArrayNode<std::uint16_t>;
 using U32Node = SimpleTypeArrayNode<std::uint32_t>;
 using I32Node = SimpleTypeArrayNode<std::int32_t>;
-using I64Node = SimpleTypeArrayNode<std::int64_t>;
-using U64Node = SimpleTypeArrayNode<std::uint64_t>;
+using I64Node = SimpleTypeArrayNode<long long>;
+using U64Node = SimpleTypeArrayNode<unsigned long long>;
 using FloatNode = SimpleTypeArrayNode<float>;
 using DoubleNode = SimpleTypeArrayNode<double>;
 
@@ -52,8 +56,26 @@ void PropList::NodeDeleter::operator()(PropNodeBase* node) const { delete node; 
 PropList::PropList() : version_(GetCurrentVersion()) {}
 
 PropList::PropList(const PropList& other) : version_(other.version_) {
-  for (const auto& [key, node] : other.map_) {
-    map_.emplace_hint(map_.end(), key, NodePtr(node->Clone().release()));
+  // Depth first with an explicit work list of (source, copy) pairs: a tree
+  // nested 100,000 deep copies in constant stack.
+  std::vector<std::pair<const PropList*, PropList*>> work{{&other, this}};
+  while (!work.empty()) {
+    const auto [from, to] = work.back();
+    work.pop_back();
+    for (const auto& [key, node] : from->map_) {
+      const PropList* sub = node->GetType() == kPropListType_PropList
+                                ? static_cast<const PropListNode*>(node.get())->List()
+                                : nullptr;
+      if (!sub) {
+        to->map_.emplace_hint(to->map_.end(), key, NodePtr(node->Clone().release()));
+        continue;
+      }
+      auto copy = std::make_unique<PropList>();
+      copy->version_ = sub->version_;
+      PropList* target = copy.get();
+      to->map_.emplace_hint(to->map_.end(), key, NodePtr(new PropListNode(std::move(copy))));
+      work.emplace_back(sub, target);
+    }
   }
 }
 
@@ -67,6 +89,35 @@ PropList& PropList::operator=(PropList other) noexcept {
 }
 
 PropList::~PropList() = default;
+
+void PropList::DestroyTree(std::unique_ptr<PropList> root) {
+  // The entries of every list below `root` are moved, as they are, into one
+  // pending multimap (moving a map node allocates nothing and keys may
+  // repeat there), and each list is destroyed once it is empty. An entry is
+  // destroyed only after its own sub-list has been emptied the same way, so
+  // no destructor ever reaches more than one level down: constant stack and
+  // no allocation, whatever the depth.
+  using Pending = std::multimap<UTF8String, NodePtr, KeyLess, Map::allocator_type>;
+  static_assert(std::is_same_v<Pending::node_type, Map::node_type>);
+  if (!root) return;
+  Pending pending;
+  auto drain = [&pending](PropList& list) {
+    while (!list.map_.empty()) pending.insert(pending.end(), list.map_.extract(list.map_.begin()));
+  };
+  drain(*root);
+  root.reset();
+  while (!pending.empty()) {
+    Pending::node_type entry = pending.extract(pending.begin());
+    PropNodeBase* node = entry.mapped().get();
+    if (node->GetType() == kPropListType_PropList) {
+      auto* listNode = static_cast<PropListNode*>(node);
+      if (listNode->list_) {
+        drain(*listNode->list_);
+        listNode->list_.reset();
+      }
+    }
+  }
+}
 
 const PropNodeBase* PropList::Find(Key key) const {
   auto it = map_.find(KeyText(key));
@@ -146,14 +197,16 @@ bool PropList::GetValue(Key key, List<float>& out) const {
   return GetArray<PropListArrayNode<FloatNode>>(key, out);
 }
 bool PropList::GetValue(Key key, float& out) const { return GetScalar<FloatNode>(key, out); }
-bool PropList::GetValue(Key key, List<std::uint64_t>& out) const {
+bool PropList::GetValue(Key key, List<unsigned long long>& out) const {
   return GetArray<PropListArrayNode<U64Node>>(key, out);
 }
-bool PropList::GetValue(Key key, std::uint64_t& out) const { return GetScalar<U64Node>(key, out); }
-bool PropList::GetValue(Key key, List<std::int64_t>& out) const {
+bool PropList::GetValue(Key key, unsigned long long& out) const {
+  return GetScalar<U64Node>(key, out);
+}
+bool PropList::GetValue(Key key, List<long long>& out) const {
   return GetArray<PropListArrayNode<I64Node>>(key, out);
 }
-bool PropList::GetValue(Key key, std::int64_t& out) const { return GetScalar<I64Node>(key, out); }
+bool PropList::GetValue(Key key, long long& out) const { return GetScalar<I64Node>(key, out); }
 bool PropList::GetValue(Key key, List<std::int32_t>& out) const {
   return GetArray<PropListArrayNode<I32Node>>(key, out);
 }
@@ -191,14 +244,16 @@ void PropList::SetValue(Key key, const List<float>& value) {
   SetArray<PropListArrayNode<FloatNode>>(key, value);
 }
 void PropList::SetValue(Key key, const float& value) { SetScalar<FloatNode>(key, value); }
-void PropList::SetValue(Key key, const List<std::uint64_t>& value) {
+void PropList::SetValue(Key key, const List<unsigned long long>& value) {
   SetArray<PropListArrayNode<U64Node>>(key, value);
 }
-void PropList::SetValue(Key key, const std::uint64_t& value) { SetScalar<U64Node>(key, value); }
-void PropList::SetValue(Key key, const List<std::int64_t>& value) {
+void PropList::SetValue(Key key, const unsigned long long& value) {
+  SetScalar<U64Node>(key, value);
+}
+void PropList::SetValue(Key key, const List<long long>& value) {
   SetArray<PropListArrayNode<I64Node>>(key, value);
 }
-void PropList::SetValue(Key key, const std::int64_t& value) { SetScalar<I64Node>(key, value); }
+void PropList::SetValue(Key key, const long long& value) { SetScalar<I64Node>(key, value); }
 void PropList::SetValue(Key key, const List<std::int32_t>& value) {
   SetArray<PropListArrayNode<I32Node>>(key, value);
 }
@@ -248,15 +303,38 @@ PropList* PropList::NewSubList(Key key) {
 void PropList::Clear() { map_.clear(); }
 
 void PropList::OutputAsXMLFragment(UTF8String& out) const {
+  // Sub-lists are written in the same loop, with an explicit stack of the
+  // lists being written and where each one stands, not by recursion. A
+  // sub-list of a host's own class writes itself through its override.
+  struct Level {
+    const PropList* list;
+    Map::const_iterator next;
+  };
+  std::vector<Level> stack{{this, map_.begin()}};
   Append(out, "<prop.list>\n");
-  for (const auto& [key, node] : map_) {
+  while (!stack.empty()) {
+    Level& level = stack.back();
+    if (level.next == level.list->map_.end()) {
+      Append(out, "</prop.list>\n");
+      stack.pop_back();
+      if (!stack.empty()) Append(out, "</prop.pair>\n");
+      continue;
+    }
+    const auto& [key, node] = *level.next++;
     Append(out, "<prop.pair>\n<key>");
-    xml::internal::AppendEncoded(key.data(), key.size(), out);
+    internal::AppendText(key.data(), key.size(), out);
     Append(out, "</key>\n");
+    const PropList* sub = node->GetType() == kPropListType_PropList
+                              ? static_cast<const PropListNode*>(node.get())->List()
+                              : nullptr;
+    if (sub && typeid(*sub) == typeid(PropList)) {
+      Append(out, "<prop.list>\n");
+      stack.push_back({sub, sub->map_.begin()});
+      continue;
+    }
     node->WriteXML(out);
     Append(out, "</prop.pair>\n");
   }
-  Append(out, "</prop.list>\n");
 }
 
 void PropList::GetPropertyNames(std::list<UTF8String>& outNames) const {

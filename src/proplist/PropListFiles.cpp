@@ -4,13 +4,16 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/FileSystem.h"
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/proplist/PropListXMLHandler.h"
+#include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/XMLParser.h"
+#include "xml/internal/FileRead.h"
 
 namespace tvxcore::proplist::utils {
 namespace {
@@ -24,6 +27,10 @@ constexpr char kParsingPropertiesListLoad[] =
 constexpr char kParsingPropertiesListCorruptRename[] =
     "$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListCorruptRename=Error parsing "
     "properties list from file \"^1\". It has been renamed to \"^2\" for backup. Proceeding.";
+
+constexpr char kReadingPropertiesListLoad[] =
+    "$$$/tvxcore/proplist/Error/PropListUtils/ReadingPropertiesListLoad=Could not read properties "
+    "list from file \"^1\": ^2.";
 
 constexpr std::uint32_t kModule = 104;
 constexpr std::uint32_t kWriteWindow = 64 * 1024;
@@ -73,11 +80,24 @@ void LoadPropList(const UTF16String& path, PropList& list, bool renameCorrupt) {
     list.Clear();
     throw;
   }
-  parser.reset();
   if (status == xml::kXMLParseStatus_Success) return;
   list.Clear();
+  // Only a file that was read and did not parse is corrupt. One that could
+  // not be read (a directory, no permission, an I/O error) is reported as
+  // such and never put aside; a missing one is the plain load error.
+  xml::internal::FileReadFailure failure;
+  if (!xml::internal::LastReadFailure(*parser, failure)) failure = xml::internal::ProbeFile(path);
+  parser.reset();
+  const bool missing =
+      failure.code == platform::kErrorFileNotFound || failure.code == platform::kErrorPathNotFound;
+  if (failure.code != platform::kErrorSuccess && !missing) {
+    Report(kReadingPropertiesListLoad, 23, config::ReplacementValue(path),
+           config::ReplacementValue(
+               utility::UTF8to16(UTF8String(failure.reason.begin(), failure.reason.end()))));
+    return;
+  }
   filesupport::File file(path);
-  if (renameCorrupt && file.Exists()) {
+  if (renameCorrupt && !missing && file.Exists()) {
     const UTF16String backupName = PutAside(file);
     Report(kParsingPropertiesListCorruptRename, 22, config::ReplacementValue(path),
            config::ReplacementValue(backupName));

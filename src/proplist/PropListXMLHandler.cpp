@@ -12,6 +12,7 @@
 
 #include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
+#include "proplist/internal/TextEscape.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropNodes.h"
 #include "xml/internal/UTF8Route.h"
@@ -282,6 +283,11 @@ class PropListReader final : public xml::internal::UTF8Handler {
   void StoreScalar();
   template <typename S>
   void StoreArray();
+  // The key collected so far in UTF-8, the writer's escapes undone.
+  template <typename S>
+  const UTF8String& KeyText(const S& key) {
+    return DecodeText(AsUTF8(key, keyUTF8_), keyText_);
+  }
 
   PropList* root_;
   std::list<PropList*> stack_;
@@ -298,6 +304,10 @@ class PropListReader final : public xml::internal::UTF8Handler {
   UTF8String keyUTF8_;
   UTF8String valueUTF8_;
   UTF16String valueUTF16_;
+  // Targets of the decoding of escapes, used only when there are some.
+  UTF8String keyText_;
+  UTF8String textUTF8_;
+  UTF16String textUTF16_;
 };
 
 template <typename S, typename FindAttribute>
@@ -318,7 +328,7 @@ void PropListReader::Start(Element element, const FindAttribute& find) {
     if (stack_.empty()) {
       current_ = root_;
     } else {
-      current_ = current_ ? current_->NewSubList(AsUTF8(t.key, keyUTF8_)) : nullptr;
+      current_ = current_ ? current_->NewSubList(KeyText(t.key)) : nullptr;
       t.key.clear();
       state_ = 0;
     }
@@ -384,14 +394,14 @@ template <typename S>
 void PropListReader::StoreScalar() {
   Texts<S>& t = TextsOf<S>();
   if (valueKind_ != kNone && current_) {
-    const UTF8String& key = AsUTF8(t.key, keyUTF8_);
+    const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
     switch (valueKind_) {
       case kUString:
-        list.SetValue(key, AsUTF16(t.value, valueUTF16_));
+        list.SetValue(key, DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
         break;
       case kString:
-        list.SetValue(key, AsUTF8(t.value, valueUTF8_));
+        list.SetValue(key, DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
         break;
       case kTrue:
         list.SetValue(key, true);
@@ -415,10 +425,10 @@ void PropListReader::StoreScalar() {
         list.SetValue(key, Number<double>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kUInt64:
-        list.SetValue(key, Number<std::uint64_t>(AsUTF8(t.value, valueUTF8_)));
+        list.SetValue(key, Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       case kInt64:
-        list.SetValue(key, Number<std::int64_t>(AsUTF8(t.value, valueUTF8_)));
+        list.SetValue(key, Number<long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       default:
         break;
@@ -432,7 +442,7 @@ template <typename S>
 void PropListReader::StoreArray() {
   Texts<S>& t = TextsOf<S>();
   if (current_) {
-    const UTF8String& key = AsUTF8(t.key, keyUTF8_);
+    const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
     int kind;
     if (t.itemCount == 0) {
@@ -442,9 +452,9 @@ void PropListReader::StoreArray() {
     }
     auto item = [&]<typename T>(const S& text) -> T {
       if constexpr (std::is_same_v<T, UTF16String>) {
-        return AsUTF16(text, valueUTF16_);
+        return DecodeText(AsUTF16(text, valueUTF16_), textUTF16_);
       } else if constexpr (std::is_same_v<T, UTF8String>) {
-        return AsUTF8(text, valueUTF8_);
+        return DecodeText(AsUTF8(text, valueUTF8_), textUTF8_);
       } else if constexpr (std::is_same_v<T, bool>) {
         return Is(View(text), "true");
       } else {
@@ -497,10 +507,10 @@ void PropListReader::StoreArray() {
         fill(PropList::List<double>());
         break;
       case kUInt64:
-        fill(PropList::List<std::uint64_t>());
+        fill(PropList::List<unsigned long long>());
         break;
       case kInt64:
-        fill(PropList::List<std::int64_t>());
+        fill(PropList::List<long long>());
         break;
       default:
         break;  // an empty array of unknown type: the key is lost
@@ -524,18 +534,6 @@ void PropListXMLHandler::StartElement(const UTF16String& name,
     if (it == attributes.end()) return std::nullopt;
     return View(it->second);
   });
-}
-
-void PropListXMLHandler::StartElementWithNamespace(const UTF16String& qualifiedName,
-                                                   const UTF16String&, const UTF16String&,
-                                                   const std::vector<xml::Attribute>& attributes) {
-  reader_->StartUTF16(qualifiedName,
-                      [&](std::string_view attribute) -> std::optional<std::u16string_view> {
-                        for (const xml::Attribute& a : attributes) {
-                          if (Is(View(a.qualifiedName), attribute)) return View(a.value);
-                        }
-                        return std::nullopt;
-                      });
 }
 
 void PropListXMLHandler::EndElement(const UTF16String& name) { reader_->EndUTF16(name); }

@@ -2,9 +2,8 @@
 
 #include <cstring>
 
-#include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
-#include "xml/internal/Escape.h"
+#include "proplist/internal/TextEscape.h"
 
 namespace tvxcore::proplist {
 namespace {
@@ -36,13 +35,13 @@ struct NumberTags<std::int32_t> {
   static constexpr const char kEmpty[] = "<int type='signed' size='32'/>";
 };
 template <>
-struct NumberTags<std::int64_t> {
+struct NumberTags<long long> {
   static constexpr const char kOpen[] = "<int type='signed' size='64'>";
   static constexpr const char kClose[] = "</int>\n";
   static constexpr const char kEmpty[] = "<int type='signed' size='64'/>";
 };
 template <>
-struct NumberTags<std::uint64_t> {
+struct NumberTags<unsigned long long> {
   static constexpr const char kOpen[] = "<int type='unsigned' size='64'>";
   static constexpr const char kClose[] = "</int>\n";
   static constexpr const char kEmpty[] = "<int type='unsigned' size='64'/>";
@@ -66,11 +65,9 @@ PropNodeBase::~PropNodeBase() = default;
 
 void UnicodeStringPropNode::WriteXML(UTF8String& out) const {
   Append(out, "<ustring>");
-  // Encoded in 16 bits first, then converted as the library converts any
-  // UTF-16 text, with the same rules for lone surrogates and zero units.
-  UTF16String encoded;
-  xml::internal::AppendEncoded(value_.data(), value_.size(), encoded);
-  out += internal::ToUTF8(encoded);
+  // Reserved characters encoded, then UTF-8; units XML cannot carry (lone
+  // surrogates, most control characters) are escaped so that they read back.
+  internal::AppendText(value_.data(), value_.size(), out);
   Append(out, "</ustring>\n");
 }
 std::unique_ptr<PropNodeBase> UnicodeStringPropNode::Clone() const {
@@ -80,7 +77,7 @@ void UnicodeStringPropNode::WriteTypeXML(UTF8String& out) { Append(out, "<ustrin
 
 void StringPropNode::WriteXML(UTF8String& out) const {
   Append(out, "<string>");
-  xml::internal::AppendEncoded(value_.data(), value_.size(), out);
+  internal::AppendText(value_.data(), value_.size(), out);
   Append(out, "</string>\n");
 }
 std::unique_ptr<PropNodeBase> StringPropNode::Clone() const {
@@ -118,10 +115,12 @@ void SimpleTypeArrayNode<T>::WriteTypeXML(UTF8String& out) {
 template class SimpleTypeArrayNode<std::uint16_t>;
 template class SimpleTypeArrayNode<std::uint32_t>;
 template class SimpleTypeArrayNode<std::int32_t>;
-template class SimpleTypeArrayNode<std::int64_t>;
-template class SimpleTypeArrayNode<std::uint64_t>;
+template class SimpleTypeArrayNode<long long>;
+template class SimpleTypeArrayNode<unsigned long long>;
 template class SimpleTypeArrayNode<float>;
 template class SimpleTypeArrayNode<double>;
+
+PropListNode::~PropListNode() { PropList::DestroyTree(std::move(list_)); }
 
 void PropListNode::WriteXML(UTF8String& out) const {
   if (list_) list_->OutputAsXMLFragment(out);
@@ -149,8 +148,8 @@ template class PropListArrayNode<BoolPropNode>;
 template class PropListArrayNode<SimpleTypeArrayNode<std::uint16_t>>;
 template class PropListArrayNode<SimpleTypeArrayNode<std::uint32_t>>;
 template class PropListArrayNode<SimpleTypeArrayNode<std::int32_t>>;
-template class PropListArrayNode<SimpleTypeArrayNode<std::int64_t>>;
-template class PropListArrayNode<SimpleTypeArrayNode<std::uint64_t>>;
+template class PropListArrayNode<SimpleTypeArrayNode<long long>>;
+template class PropListArrayNode<SimpleTypeArrayNode<unsigned long long>>;
 template class PropListArrayNode<SimpleTypeArrayNode<float>>;
 template class PropListArrayNode<SimpleTypeArrayNode<double>>;
 

@@ -17,7 +17,6 @@
 #include <expat.h>
 
 #include <exception>
-#include <fstream>
 #include <memory>
 #include <span>
 #include <string>
@@ -26,6 +25,9 @@
 #include <vector>
 
 #include "filesupport/internal/PathCodec.h"
+#include "platform/FileRead.h"
+#include "platform/FileSystem.h"
+#include "xml/internal/FileRead.h"
 #include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
@@ -34,6 +36,11 @@
 #endif
 
 namespace tvxcore::xml {
+namespace internal {
+// Opens the document at `path`; false with the failure when it can't.
+bool OpenDocument(const UTF16String& path, platform::ReadOnlyFile& file,
+                  FileReadFailure& outFailure);
+}  // namespace internal
 namespace {
 
 // Separates namespace URI, local name and prefix in the names expat reports.
@@ -45,7 +52,10 @@ constexpr char kNamespaceSeparator = '\x01';
 constexpr float kMaximumAmplification = 100.0f;
 constexpr unsigned long long kAmplificationThreshold = 4ull << 20;
 
-constexpr std::size_t kFileChunk = 64 * 1024;
+// Pieces of a file fed to expat: at least this (a file that grows while it
+// is read), at most what expat's int length takes.
+constexpr std::size_t kMinPiece = 64 * 1024;
+constexpr std::size_t kMaxPiece = std::size_t{1} << 30;
 
 struct ParserDeleter {
   void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
@@ -353,34 +363,45 @@ class ExpatDocParser final : public AbstractDocParser {
   bool HasNamespaceSupport() const override { return true; }
 
   XMLParseStatus ParseDocument(const UTF16String& path) override {
-    // The kernel's bytes for the path, as every file of the library names
-    // them: a name that isn't UTF-8 comes back to the bytes it was listed from.
-    std::string narrow;
-    if (!filesupport::internal::ToNative(path, narrow)) return kXMLParseStatus_Failure;
-    std::ifstream file(narrow, std::ios::binary);
-    if (!file) return kXMLParseStatus_Failure;
+    readFailure_ = {};
+    platform::ReadOnlyFile file;
+    if (!internal::OpenDocument(path, file, readFailure_)) return kXMLParseStatus_Failure;
     Session session(Handler());
     if (!session.Create()) return kXMLParseStatus_Failure;
     session.Start();
+    // The whole file goes to expat in one piece, read straight into expat's
+    // buffer: expat rescans a token that a piece leaves unfinished from its
+    // start with every further piece, so fixed pieces make one long token
+    // (a 200 MB attribute) quadratic. A file that grows while it is read
+    // comes in pieces that double, which keeps the rescans linear.
+    std::uint64_t total = 0;
+    std::size_t piece = PieceSize(file.Size() + 1);
     bool ok = true;
-    while (ok) {
-      void* buffer = session.GetBuffer(kFileChunk);
+    for (;;) {
+      auto* buffer = static_cast<unsigned char*>(session.GetBuffer(piece));
       if (!buffer) {
         ok = false;
         break;
       }
-      file.read(static_cast<char*>(buffer), kFileChunk);
-      std::streamsize got = file.gcount();
-      if (file.bad()) {
+      std::size_t got = 0;
+      if (const int error = file.Read(buffer, piece, got)) {
+        readFailure_ = {error, file.FailureText()};
         ok = false;
         break;
       }
-      bool last = file.eof();
-      ok = session.FeedBuffer(static_cast<std::size_t>(got), last);
+      const bool last = got < piece;
+      if (!session.FeedBuffer(got, last)) {
+        ok = false;
+        break;
+      }
       if (last) break;
+      total += got;
+      piece = PieceSize(total);
     }
     return session.Finish(ok);
   }
+
+  const internal::FileReadFailure& ReadFailure() const { return readFailure_; }
 
   XMLParseStatus ParseBuffer(const UTF8String& text) override {
     Session session(Handler());
@@ -388,9 +409,53 @@ class ExpatDocParser final : public AbstractDocParser {
     bool ok = session.Feed(reinterpret_cast<const char*>(text.data()), text.size(), true);
     return session.Finish(ok);
   }
+
+ private:
+  // A piece of `wanted` bytes within what expat takes in one call.
+  static std::size_t PieceSize(std::uint64_t wanted) {
+    if (wanted < kMinPiece) return kMinPiece;
+    if (wanted > kMaxPiece) return kMaxPiece;
+    return static_cast<std::size_t>(wanted);
+  }
+
+  internal::FileReadFailure readFailure_;
 };
 
 }  // namespace
+
+namespace internal {
+
+bool OpenDocument(const UTF16String& path, platform::ReadOnlyFile& file,
+                  FileReadFailure& outFailure) {
+  // The kernel's bytes for the path, as every file of the library names
+  // them: a name that isn't UTF-8 comes back to the bytes it was listed from.
+  std::string narrow;
+  if (!filesupport::internal::ToNative(path, narrow)) {
+    outFailure = {platform::kErrorInvalidName, "Invalid file name"};
+    return false;
+  }
+  if (const int error = file.Open(narrow)) {
+    outFailure = {error, file.FailureText()};
+    return false;
+  }
+  return true;
+}
+
+bool LastReadFailure(const AbstractDocParser& parser, FileReadFailure& out) {
+  const auto* ours = dynamic_cast<const ExpatDocParser*>(&parser);
+  if (!ours) return false;
+  out = ours->ReadFailure();
+  return true;
+}
+
+FileReadFailure ProbeFile(const UTF16String& path) {
+  platform::ReadOnlyFile file;
+  FileReadFailure failure;
+  OpenDocument(path, file, failure);
+  return failure;
+}
+
+}  // namespace internal
 
 std::unique_ptr<AbstractDocParser> ExpatParserFactory::GetParser(
     std::unique_ptr<AbstractParseHandler>& handler) {

@@ -79,8 +79,8 @@ inline void FillEveryType(tvxcore::proplist::PropList& list) {
   list.SetValue(U8("u16"), std::uint16_t{65535});
   list.SetValue(U8("u32"), std::uint32_t{4294967295u});
   list.SetValue(U8("i32"), std::int32_t{-2147483647 - 1});
-  list.SetValue(U8("i64"), std::numeric_limits<std::int64_t>::min());
-  list.SetValue(U8("u64"), std::numeric_limits<std::uint64_t>::max());
+  list.SetValue(U8("i64"), std::numeric_limits<long long>::min());
+  list.SetValue(U8("u64"), std::numeric_limits<unsigned long long>::max());
   list.SetValue(U8("float"), -1.5e-3f);
   list.SetValue(U8("double"), 6.25e300);
   list.NewSubList(U8("sub"))->SetValue(U8("inner"), std::int32_t{7});
@@ -90,8 +90,8 @@ inline void FillEveryType(tvxcore::proplist::PropList& list) {
   list.SetValue(U8("a.u16"), std::list<std::uint16_t>{1, 65535});
   list.SetValue(U8("a.u32"), std::list<std::uint32_t>{0, 4294967295u});
   list.SetValue(U8("a.i32"), std::list<std::int32_t>{-4});
-  list.SetValue(U8("a.i64"), std::list<std::int64_t>{-5});
-  list.SetValue(U8("a.u64"), std::list<std::uint64_t>{6});
+  list.SetValue(U8("a.i64"), std::list<long long>{-5});
+  list.SetValue(U8("a.u64"), std::list<unsigned long long>{6});
   list.SetValue(U8("a.float"), std::list<float>{0.25f, 3});
   list.SetValue(U8("a.double"), std::list<double>{0.5, -2, 1e10});
   tvxcore::proplist::PropList* empty = list.NewSubList(U8("empty"));
@@ -104,10 +104,34 @@ inline void FillEveryType(tvxcore::proplist::PropList& list) {
   empty->SetValue(U8("a.u16"), std::list<std::uint16_t>{});
   empty->SetValue(U8("a.u32"), std::list<std::uint32_t>{});
   empty->SetValue(U8("a.i32"), std::list<std::int32_t>{});
-  empty->SetValue(U8("a.i64"), std::list<std::int64_t>{});
-  empty->SetValue(U8("a.u64"), std::list<std::uint64_t>{});
+  empty->SetValue(U8("a.i64"), std::list<long long>{});
+  empty->SetValue(U8("a.u64"), std::list<unsigned long long>{});
   empty->SetValue(U8("a.float"), std::list<float>{});
   empty->SetValue(U8("a.double"), std::list<double>{});
+}
+
+// Keys and values holding what XML 1.0 cannot carry: control characters, a
+// zero, lone and reversed surrogates, the two noncharacters, stray bytes in
+// UTF-8, a carriage return, and the writer's own escape character, alone and
+// before hexadecimal digits.
+inline void FillUnrepresentable(tvxcore::proplist::PropList& list) {
+  using tvxcore::UTF16String;
+  UTF16String units = U16(u"a\u0001b\u001F\u000B\u000C");
+  units += {0, 0xD800, 0xDC00, 0xDBFF, 0xFFFE, 0xFFFF, u'\r', u'\n', u'\t', 0xE01B};
+  units += U16(u"\uE01B0041\U0001F600");
+  units += {0xDC00, 0xD800, 0xDFFF};
+  list.SetValue(U8("ustring"), units);
+  list.SetValue(U8("lone high at the end"), UTF16String(1, 0xD83D));
+  list.SetValue(U8("string"), U8(std::string_view("x\x01\x00\x1F\r\xFF\xC3 \xED\xA0\x80\xEF\xBF\xBF"
+                                                  "\xEE\x80\x9B\xEE\x80\x9B"
+                                                  "00e9\xF4\x90\x80\x80\xC0\xAF\xE2\x82",
+                                                  32)));
+  list.SetValue(U8("key \x02\x7F\x1B \xEE\x80\x9B end \r"), true);
+  list.SetValue(U8("\xFE"), std::int32_t{3});
+  list.SetValue(U8("a.ustring"),
+                std::list<UTF16String>{units, UTF16String(1, 0xDC00), UTF16String()});
+  list.SetValue(U8("a.string"), std::list<tvxcore::UTF8String>{U8("\x01"), U8("\xFF\r")});
+  list.NewSubList(U8("sub\x03"))->SetValue(U8("\x04"), U16(u"\u0005"));
 }
 
 // Installs the expat parser factory for the test and removes it afterwards.

@@ -16,6 +16,7 @@
 #include "TestText.h"
 #include "config/ErrorTestSupport.h"
 #include "filesupport/TempDirFixture.h"
+#include "filesupport/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/proplist/PropListFiles.h"
 
@@ -34,6 +35,9 @@ constexpr char kLoadKey[] =
 constexpr char kRenameKey[] =
     "$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListCorruptRename=Error parsing "
     "properties list from file \"^1\". It has been renamed to \"^2\" for backup. Proceeding.";
+constexpr char kReadKey[] =
+    "$$$/tvxcore/proplist/Error/PropListUtils/ReadingPropertiesListLoad=Could not read properties "
+    "list from file \"^1\": ^2.";
 constexpr char kMissingFactoryKey[] =
     "$$$/tvxcore/proplist/Error/PropListUtils/MissingParserFactoryLoad=Missing XML Parser Factory "
     "in LoadPropList.";
@@ -181,6 +185,106 @@ TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
       EXPECT_EQ(Read("p.xml.old"), corrupt);
     }
   }
+}
+
+// Only a file that was read and did not parse is corrupt: a directory, or a
+// file that can't be read, is reported as such, with the system's reason,
+// and nothing is moved.
+TEST_F(PropListFiles, UnreadableFilesAreReportedAndNeverPutAside) {
+  const std::string corrupt = WriteText(Sample()).substr(0, 200);
+  std::filesystem::permissions(root_, std::filesystem::perms::others_exec,
+                               std::filesystem::perm_options::add);
+  MakeDir("dir.xml");
+  Write("dir.xml/inside", "kept");
+  Write("locked.xml", corrupt);
+  std::filesystem::permissions(Native("locked.xml"), std::filesystem::perms::none);
+  const struct {
+    const char* name;
+    const char* reason;
+  } cases[] = {{"dir.xml", "Is a directory"}, {"locked.xml", "Permission denied"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    // In a child without root's power to read anything; it answers which
+    // check failed.
+    const int result = tvxtest::RunUnprivileged([&] {
+      tvxtest::RecordingErrorManager errors;
+      config::ErrorManager::Set(&errors);
+      PropList list = Filled();
+      utils::LoadPropList(Path(c.name), list, true);
+      const auto reports = errors.Reports();
+      if (reports.size() != 1) return 1;
+      const tvxtest::Report& report = reports[0];
+      if (report.key != kReadKey || report.number != 23 || report.module != 104) return 2;
+      if (N(report.values[0].GetString()) != Native(c.name)) return 3;
+      if (N(report.values[1].GetString()) != c.reason) return 4;
+      if (!list.IsEmpty()) return 5;
+      return 0;
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(OnDisk(c.name));
+    EXPECT_FALSE(OnDisk(std::string(c.name) + ".old")) << "nothing is put aside";
+  }
+  EXPECT_EQ(Read("dir.xml/inside"), "kept");
+  std::filesystem::permissions(Native("locked.xml"), std::filesystem::perms::owner_all);
+  EXPECT_EQ(Read("locked.xml"), corrupt);
+}
+
+// What XML 1.0 cannot carry is escaped by the writer and restored by the
+// reader: the file loads, with every key and every value as it was.
+TEST_F(PropListFiles, ListsWithUnitsXMLCannotCarrySaveAndLoadBack) {
+  PropList list = Sample();
+  tvxtest::FillUnrepresentable(*list.NewSubList(U8("odd")));
+  tvxtest::FillUnrepresentable(list);
+  utils::SavePropList(Path("odd.xml"), list);
+  PropList loaded;
+  utils::LoadPropList(Path("odd.xml"), loaded, true);
+  EXPECT_TRUE(errors_.Reports().empty());
+  EXPECT_FALSE(OnDisk("odd.xml.old"));
+  EXPECT_EQ(WriteText(loaded), WriteText(list));
+  UTF16String units, expected;
+  ASSERT_TRUE(loaded.GetValue(U8("ustring"), units));
+  ASSERT_TRUE(list.GetValue(U8("ustring"), expected));
+  EXPECT_EQ(units, expected);
+  UTF8String bytes, expectedBytes;
+  ASSERT_TRUE(loaded.GetSubList(U8("odd"))->GetValue(U8("string"), bytes));
+  ASSERT_TRUE(list.GetValue(U8("string"), expectedBytes));
+  EXPECT_EQ(bytes, expectedBytes);
+  EXPECT_EQ(bytes.size(), 32u);
+  std::list<UTF8String> names, expectedNames;
+  loaded.GetPropertyNames(names);
+  list.GetPropertyNames(expectedNames);
+  EXPECT_EQ(names, expectedNames);
+}
+
+// A file nested 200,000 lists deep loads, copies, writes and is destroyed in
+// constant stack; in a child process, so that an overflow fails the test.
+TEST_F(PropListFiles, DeeplyNestedFilesLoadCopyWriteAndDestroy) {
+  constexpr int kDepth = 200000;
+  std::string text = "<?xml version='1.0'?>\n<prop.map version='4'>\n";
+  for (int i = 0; i < kDepth; ++i) text += "<prop.list>\n<prop.pair>\n<key>k</key>\n";
+  text += "<prop.list>\n<prop.pair>\n<key>v</key>\n<true/>\n</prop.pair>\n</prop.list>\n";
+  for (int i = 0; i < kDepth; ++i) text += "</prop.pair>\n</prop.list>\n";
+  text += "</prop.map>\n";
+  Write("deep.xml", text);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    int code = 0;
+    {
+      PropList list;
+      utils::LoadPropList(Path("deep.xml"), list, false);
+      if (!errors_.Reports().empty()) code = 1;
+      PropList copy(list);
+      if (WriteText(copy) != text) code = 2;
+      utils::SavePropList(Path("copy.xml"), copy);
+    }
+    _exit(code);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "the child died of signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(Read("copy.xml"), text);
 }
 
 TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList) {

@@ -1,10 +1,11 @@
 // The library's own reader takes UTF-8 events straight from the expat parser;
-// a subclass of PropListXMLHandler gets the public UTF-16 events (through
-// StartElementWithNamespace, or through the attribute map of StartElement).
+// a subclass of PropListXMLHandler gets the public UTF-16 events (StartElement
+// with its attribute map, EndElement, Characters).
 // Every route must leave the same list, the same version and the same
 // failures for the same bytes, well-formed or not.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,16 +29,26 @@ class SubclassedHandler : public PropListXMLHandler {
   using PropListXMLHandler::PropListXMLHandler;
 };
 
-// A subclass that takes the plain StartElement, with its attribute map.
-class MapHandler : public PropListXMLHandler {
+// A subclass that overrides the events the reader overrides, as a host
+// would, and passes them on: it must see every element and end.
+class HostHandler : public PropListXMLHandler {
  public:
   using PropListXMLHandler::PropListXMLHandler;
-  void StartElementWithNamespace(const UTF16String& qualifiedName, const UTF16String& namespaceURI,
-                                 const UTF16String& localName,
-                                 const std::vector<xml::Attribute>& attributes) override {
-    xml::AbstractParseHandler::StartElementWithNamespace(qualifiedName, namespaceURI, localName,
-                                                         attributes);
+  void StartElement(const UTF16String& name,
+                    const std::map<UTF16String, UTF16String>& attributes) override {
+    seen += "<" + std::string(name.begin(), name.end());
+    for (const auto& [attribute, value] : attributes) {
+      seen += " " + std::string(attribute.begin(), attribute.end()) + "=" +
+              std::string(value.begin(), value.end());
+    }
+    seen += ">";
+    PropListXMLHandler::StartElement(name, attributes);
   }
+  void EndElement(const UTF16String& name) override {
+    seen += "</" + std::string(name.begin(), name.end()) + ">";
+    PropListXMLHandler::EndElement(name);
+  }
+  static inline std::string seen;
 };
 
 struct Outcome {
@@ -174,6 +185,29 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
       {"sub-lists, and two top-level lists without prop.map fill one root",
        "<r>" + List(Pair("s", List(Pair("t", "<true/>")))) + List(Pair("u", "<false/>")) + "</r>",
        List(Pair("s", List(Pair("t", "<true/>\n"))) + Pair("u", "<false/>\n"))},
+      {"units XML cannot carry, escaped by the writer",
+       [] {
+         PropList list;
+         tvxtest::FillUnrepresentable(list);
+         return tvxtest::WriteText(list);
+       }(),
+       {}},
+      {"escape characters not followed by four hexadecimal digits are text",
+       Map(List(Pair("\xEE\x80\x9B",
+                     "<string>\xEE\x80\x9B"
+                     "12g4\xEE\x80\x9B"
+                     "123</string>") +
+                Pair("u",
+                     "<ustring>\xEE\x80\x9B"
+                     "0041\xEE\x80\x9B</ustring>"))),
+       List(Pair("u",
+                 "<ustring>A\xEE\x80\x9B"
+                 "E01B</ustring>\n") +
+            Pair("\xEE\x80\x9B"
+                 "E01B",
+                 "<string>\xEE\x80\x9B"
+                 "E01B12g4\xEE\x80\x9B"
+                 "E01B123</string>\n"))},
       {"older version", Map(List(pair), "'1'"), {}},
       {"newer version", Map(List(pair), "'5'"), {}},
       {"unreadable version", Map("<prop.list/>", "'x'"), {}},
@@ -213,9 +247,19 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
       SCOPED_TRACE(throwing ? "throwing manager" : "returning manager");
       Outcome library = Read<PropListXMLHandler>(c.bytes, throwing);
       EXPECT_EQ(library, Read<SubclassedHandler>(c.bytes, throwing));
-      EXPECT_EQ(library, Read<MapHandler>(c.bytes, throwing));
+      EXPECT_EQ(library, Read<HostHandler>(c.bytes, throwing));
     }
   }
+}
+
+TEST_F(PropListRoutes, HostSubclassSeesEveryElementThroughTheEventsItOverrides) {
+  HostHandler::seen.clear();
+  const std::string bytes = Map(List(Pair("k", "<int type='signed' size='32'>5</int>")));
+  Outcome outcome = Read<HostHandler>(bytes, true);
+  EXPECT_EQ(outcome, Read<PropListXMLHandler>(bytes, true));
+  EXPECT_EQ(HostHandler::seen,
+            "<prop.map version=4><prop.list><prop.pair><key></key><int size=32 type=signed></int>"
+            "</prop.pair></prop.list></prop.map>");
 }
 
 TEST_F(PropListRoutes, LibraryReaderReadsWhatItWroteAndReportsWhatItCannotRead) {

@@ -148,9 +148,9 @@ std::string ValueText(const PropList& list, const UTF8String& key) {
     case pl::kPropListType_Int32:
       return scalar(std::int32_t{}, number);
     case pl::kPropListType_Int64:
-      return scalar(std::int64_t{}, number);
+      return scalar(0LL, number);
     case pl::kPropListType_UInt64:
-      return scalar(std::uint64_t{}, number);
+      return scalar(0ULL, number);
     case pl::kPropListType_Float:
       return scalar(float{}, number);
     case pl::kPropListType_Double:
@@ -168,9 +168,9 @@ std::string ValueText(const PropList& list, const UTF8String& key) {
     case pl::kPropListType_Int32Array:
       return array(std::int32_t{}, number);
     case pl::kPropListType_Int64Array:
-      return array(std::int64_t{}, number);
+      return array(0LL, number);
     case pl::kPropListType_UInt64Array:
-      return array(std::uint64_t{}, number);
+      return array(0ULL, number);
     case pl::kPropListType_FloatArray:
       return array(float{}, number);
     case pl::kPropListType_DoubleArray:
@@ -370,9 +370,9 @@ TypedValue ParseTyped(const std::string& type, const std::string& text) {
       case pl::kPropListType_Int32:
         return MakeValue<std::int32_t>(row, isArray, text);
       case pl::kPropListType_Int64:
-        return MakeValue<std::int64_t>(row, isArray, text);
+        return MakeValue<long long>(row, isArray, text);
       case pl::kPropListType_UInt64:
-        return MakeValue<std::uint64_t>(row, isArray, text);
+        return MakeValue<unsigned long long>(row, isArray, text);
       case pl::kPropListType_Float:
         return MakeValue<float>(row, isArray, text);
       default:

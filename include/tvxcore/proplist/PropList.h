@@ -79,10 +79,10 @@ class TVXCORE_EXPORT PropList {
   virtual bool GetValue(Key key, double& outValue) const;
   virtual bool GetValue(Key key, List<float>& outValue) const;
   virtual bool GetValue(Key key, float& outValue) const;
-  virtual bool GetValue(Key key, List<std::uint64_t>& outValue) const;
-  virtual bool GetValue(Key key, std::uint64_t& outValue) const;
-  virtual bool GetValue(Key key, List<std::int64_t>& outValue) const;
-  virtual bool GetValue(Key key, std::int64_t& outValue) const;
+  virtual bool GetValue(Key key, List<unsigned long long>& outValue) const;
+  virtual bool GetValue(Key key, unsigned long long& outValue) const;
+  virtual bool GetValue(Key key, List<long long>& outValue) const;
+  virtual bool GetValue(Key key, long long& outValue) const;
   virtual bool GetValue(Key key, List<std::int32_t>& outValue) const;
   virtual bool GetValue(Key key, std::int32_t& outValue) const;
   virtual bool GetValue(Key key, List<std::uint32_t>& outValue) const;
@@ -100,10 +100,10 @@ class TVXCORE_EXPORT PropList {
   virtual void SetValue(Key key, const double& value);
   virtual void SetValue(Key key, const List<float>& value);
   virtual void SetValue(Key key, const float& value);
-  virtual void SetValue(Key key, const List<std::uint64_t>& value);
-  virtual void SetValue(Key key, const std::uint64_t& value);
-  virtual void SetValue(Key key, const List<std::int64_t>& value);
-  virtual void SetValue(Key key, const std::int64_t& value);
+  virtual void SetValue(Key key, const List<unsigned long long>& value);
+  virtual void SetValue(Key key, const unsigned long long& value);
+  virtual void SetValue(Key key, const List<long long>& value);
+  virtual void SetValue(Key key, const long long& value);
   virtual void SetValue(Key key, const List<std::int32_t>& value);
   virtual void SetValue(Key key, const std::int32_t& value);
   virtual void SetValue(Key key, const List<std::uint32_t>& value);
@@ -116,6 +116,21 @@ class TVXCORE_EXPORT PropList {
   virtual void SetValue(Key key, const UTF8String& value);
   virtual void SetValue(Key key, const List<UTF16String>& value);
   virtual void SetValue(Key key, const UTF16String& value);
+  // `long` and `unsigned long` are refused at compile time. The stored types
+  // are 32 bits (std::int32_t, std::uint32_t: "int" of size 32) or 64 bits
+  // (long long, unsigned long long: size 64), and on this platform `long` is
+  // 64 bits while code written for the format's other platforms means 32 by
+  // it: a `long` would silently change the type a file holds. Pass
+  // std::int32_t or long long instead. (std::int64_t is `long` here, so it is
+  // refused too: write long long.)
+  bool GetValue(Key key, List<long>& outValue) const = delete;
+  bool GetValue(Key key, long& outValue) const = delete;
+  bool GetValue(Key key, List<unsigned long>& outValue) const = delete;
+  bool GetValue(Key key, unsigned long& outValue) const = delete;
+  void SetValue(Key key, const List<long>& value) = delete;
+  void SetValue(Key key, const long& value) = delete;
+  void SetValue(Key key, const List<unsigned long>& value) = delete;
+  void SetValue(Key key, const unsigned long& value) = delete;
   // A pointer would otherwise turn silently into a bool value.
   void SetValue(Key key, const char* value) = delete;
   void SetValue(Key key, const UTF8Char* value) = delete;
@@ -143,6 +158,7 @@ class TVXCORE_EXPORT PropList {
 
  private:
   friend class PropListXMLHandler;
+  friend class PropListNode;
   friend class internal::PropListReader;
 
   using KeyView = std::basic_string_view<UTF8Char>;
@@ -156,6 +172,8 @@ class TVXCORE_EXPORT PropList {
   using NodePtr = std::unique_ptr<PropNodeBase, NodeDeleter>;
   using Map = utility::SmallBlockAllocator::map<UTF8String, NodePtr, KeyLess>;
 
+  // Destroys a tree of any depth in constant stack (PropListNode's destructor).
+  static void DestroyTree(std::unique_ptr<PropList> root);
   const PropNodeBase* Find(Key key) const;
   void Store(Key key, NodePtr node);
   template <typename Node, typename X>

@@ -20,11 +20,15 @@ namespace tvxcore::proplist::utils {
 // road (config::ThrowError, level 1, module 104), and the list never keeps
 // part of a file that failed to parse: it is cleared first.
 //  - no parser factory installed: MissingParserFactoryLoad (21);
-//  - a file that can't be read or parsed: ParsingPropertiesListLoad (22) with
-//    the path as replacement 1;
+//  - a missing file, or one that was read and did not parse:
+//    ParsingPropertiesListLoad (22) with the path as replacement 1;
+//  - a file that exists but can't be read (a directory, anything but a
+//    regular file, no permission, an I/O error): ReadingPropertiesListLoad
+//    (23) with the path as replacement 1 and the system's reason ("Permission
+//    denied") as replacement 2; it is never put aside;
 //  - a version above the current one is the reader's VersionGreaterThan (20);
 //    when the error manager throws it, the list is cleared before it leaves;
-//  - with `renameCorrupt`, a file that exists but doesn't parse is renamed
+//  - with `renameCorrupt`, a file that was read but doesn't parse is renamed
 //    to "<name>.old" (an older backup is deleted first) and the report is
 //    ParsingPropertiesListCorruptRename (22), with the path as replacement 1
 //    and the backup's name as replacement 2. A host that asks for this is

@@ -6,7 +6,6 @@
 
 #include <map>
 #include <memory>
-#include <vector>
 
 #include "tvxcore/Export.h"
 #include "tvxcore/proplist/PropList.h"
@@ -24,7 +23,9 @@ class PropListReader;
 // without a key goes under the empty key). An array takes the type of its last
 // element, and an empty array the type of its "array.type". A "prop.map"
 // version above PropList::GetCurrentVersion() is reported on the error road;
-// a lower one becomes the root list's version.
+// a lower one becomes the root list's version. Keys and string values are
+// taken with the writer's escapes of units XML cannot carry undone
+// (U+E01B and four hexadecimal digits; see PropNodes.h).
 //
 // The root list is not owned and must outlive the parse. One instance serves
 // one document; it is given to xml::GetParser, which hands it to the parser.
@@ -33,12 +34,11 @@ class TVXCORE_EXPORT PropListXMLHandler : public xml::AbstractParseHandler {
   explicit PropListXMLHandler(PropList* root);
   ~PropListXMLHandler() override;
 
+  // The handler overrides exactly these events; the namespace forms of the
+  // base class forward to them, so a host's subclass that overrides any of
+  // them is called for every element.
   void StartElement(const UTF16String& name,
                     const std::map<UTF16String, UTF16String>& attributes) override;
-  // Same effect as StartElement, without building the attribute map.
-  void StartElementWithNamespace(const UTF16String& qualifiedName, const UTF16String& namespaceURI,
-                                 const UTF16String& localName,
-                                 const std::vector<xml::Attribute>& attributes) override;
   void EndElement(const UTF16String& name) override;
   void Characters(const UTF16String& text) override;
 

@@ -2,6 +2,12 @@
 //
 // One node holds one value under one key: a string, a bool, one number, a
 // sub-list, or an array of scalar nodes. Each node writes its own XML text.
+// Keys and strings are written so that the library's reader gives them back
+// unit for unit: besides the five reserved characters, a carriage return is
+// written "&#13;", and what XML 1.0 cannot carry at all (U+0000 to U+0008,
+// U+000B, U+000C, U+000E to U+001F, U+FFFE, U+FFFF, a lone surrogate, the
+// escape character U+E01B itself, and in UTF-8 text a byte that starts no
+// valid sequence) is written as U+E01B followed by four hexadecimal digits.
 // Most code reaches nodes only through PropList's typed getters and setters.
 #pragma once
 
@@ -109,11 +115,11 @@ struct SimpleNodeTraits<std::int32_t> {
   static constexpr PropListPropertyType kType = kPropListType_Int32;
 };
 template <>
-struct SimpleNodeTraits<std::int64_t> {
+struct SimpleNodeTraits<long long> {
   static constexpr PropListPropertyType kType = kPropListType_Int64;
 };
 template <>
-struct SimpleNodeTraits<std::uint64_t> {
+struct SimpleNodeTraits<unsigned long long> {
   static constexpr PropListPropertyType kType = kPropListType_UInt64;
 };
 template <>
@@ -151,17 +157,20 @@ class TVXCORE_EXPORT SimpleTypeArrayNode final : public PropNodeBase {
 extern template class SimpleTypeArrayNode<std::uint16_t>;
 extern template class SimpleTypeArrayNode<std::uint32_t>;
 extern template class SimpleTypeArrayNode<std::int32_t>;
-extern template class SimpleTypeArrayNode<std::int64_t>;
-extern template class SimpleTypeArrayNode<std::uint64_t>;
+extern template class SimpleTypeArrayNode<long long>;
+extern template class SimpleTypeArrayNode<unsigned long long>;
 extern template class SimpleTypeArrayNode<float>;
 extern template class SimpleTypeArrayNode<double>;
 
 // A nested list; owns it. The list may be null, which writes nothing.
+// Copying, writing and destroying a node walk its tree with an explicit work
+// list, never by recursion, so a tree of any depth costs constant stack.
 class TVXCORE_EXPORT PropListNode final : public PropNodeBase {
  public:
   static constexpr PropListPropertyType kType = kPropListType_PropList;
 
   explicit PropListNode(std::unique_ptr<PropList> list) : list_(std::move(list)) {}
+  ~PropListNode() override;
   void WriteXML(UTF8String& out) const override;
   PropListPropertyType GetType() const override { return kType; }
   std::unique_ptr<PropNodeBase> Clone() const override;
@@ -169,6 +178,7 @@ class TVXCORE_EXPORT PropListNode final : public PropNodeBase {
   PropList* List() const { return list_.get(); }
 
  private:
+  friend class PropList;
   std::unique_ptr<PropList> list_;
 };
 
@@ -200,8 +210,8 @@ extern template class PropListArrayNode<BoolPropNode>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint16_t>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint32_t>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<std::int32_t>>;
-extern template class PropListArrayNode<SimpleTypeArrayNode<std::int64_t>>;
-extern template class PropListArrayNode<SimpleTypeArrayNode<std::uint64_t>>;
+extern template class PropListArrayNode<SimpleTypeArrayNode<long long>>;
+extern template class PropListArrayNode<SimpleTypeArrayNode<unsigned long long>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<float>>;
 extern template class PropListArrayNode<SimpleTypeArrayNode<double>>;
 
