@@ -9,9 +9,6 @@ install(DIRECTORY include/tvxcore DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
 install(FILES ${PROJECT_BINARY_DIR}/include/tvxcore/Version.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tvxcore)
-if(TVXCORE_BUILD_TOOLS)
-  install(TARGETS tvxhost RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-endif()
 
 set(_cfgdir ${CMAKE_INSTALL_LIBDIR}/cmake/tvxcore)
 install(EXPORT tvxcoreTargets NAMESPACE tvxcore:: DESTINATION ${_cfgdir})

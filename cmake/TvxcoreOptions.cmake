@@ -9,7 +9,7 @@ if(TVXCORE_SANITIZE)
   endif()
 endif()
 
-# Warnings as errors on the project's own code.
+# Warnings on the project's own code; errors with TVXCORE_WERROR.
 function(tvxcore_set_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror)
+  target_compile_options(${target} PRIVATE -Wall -Wextra $<$<BOOL:${TVXCORE_WERROR}>:-Werror>)
 endfunction()

@@ -1,17 +1,27 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages that building, testing and benchmarking
-# tvxcore need, but only those that are missing. Run as root.
+# Installs the Debian 12 packages that tvxcore needs, but only those that are
+# missing. Run as root.
+#   bash scripts/deps.sh build    building the library and running tvxhost
+#   bash scripts/deps.sh [all]    also testing, benchmarking, fuzzing and formatting
 set -euo pipefail
 
-packages=(
+build=(
   build-essential cmake ninja-build pkg-config git
-  clang libclang-rt-14-dev clang-format
   libboost-dev libboost-thread-dev libboost-date-time-dev
   libexpat1-dev libicu-dev libdw-dev
+)
+test_and_bench=(
+  clang libclang-rt-14-dev clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
   unicode-data python3
   libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev
 )
+
+case "${1:-all}" in
+  build) packages=("${build[@]}") ;;
+  all) packages=("${build[@]}" "${test_and_bench[@]}") ;;
+  *) echo "usage: bash scripts/deps.sh [build|all]" >&2; exit 2 ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 secs="${1:-30}"
-bash scripts/deps.sh
+bash scripts/deps.sh all
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 shopt -s nullglob

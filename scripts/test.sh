@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset="${1:-release}"
-bash scripts/deps.sh
+bash scripts/deps.sh all
 cmake --preset "$preset"
 cmake --build --preset "$preset"
 ctest --preset "$preset"

@@ -43,7 +43,7 @@ const fs::path& Tree() {
           for (int f = 0; f < kFiles / 1000; ++f, ++made) {
             std::string name(static_cast<std::size_t>(length(random)), 'x');
             for (auto& ch : name) ch = static_cast<char>('a' + random() % 26);
-            name += "-" + std::to_string(made) + ".dat";
+            name.append("-").append(std::to_string(made)).append(".dat");
             const int fd = ::open((leaf / name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
             if (fd >= 0) ::close(fd);
           }

@@ -38,6 +38,7 @@
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/File.h"
+#include "tvxcore/filesupport/FileExceptionText.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"

@@ -108,8 +108,8 @@ TEST_F(DirIteratorTest, SortedListingsAndIndependentCopies) {
 }
 
 TEST_F(DirIteratorTest, AbortChecksShortenListingsAndWalks) {
-  for (int i = 0; i < 20; ++i) Write("f" + std::to_string(i));
-  for (int i = 0; i < 5; ++i) Write("d" + std::to_string(i) + "/f");
+  for (int i = 0; i < 20; ++i) Write(std::string("f").append(std::to_string(i)));
+  for (int i = 0; i < 5; ++i) Write(std::string("d").append(std::to_string(i)).append("/f"));
   boost::function<bool()> stopAtOnce = [] { return true; };
   EXPECT_LE(Files(Dir(Path()), false, false, &stopAtOnce).size(), 1u);
   EXPECT_LE(Dirs(Dir(Path()), false, &stopAtOnce).size(), 1u);

@@ -109,7 +109,7 @@ TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
   // buffers, and a two-byte character falls on many boundaries.
   PropList large;
   for (int i = 0; i < 40; ++i) {
-    large.SetValue(U8("s" + std::to_string(i)),
+    large.SetValue(U8(std::string("s").append(std::to_string(i))),
                    U8(std::string(5000 + i, static_cast<char>('a' + i % 26)) + "&<\xC3\xA9>"));
   }
   large.SetValue(U8("u"), UTF16String(100000, u'\u00e9'));

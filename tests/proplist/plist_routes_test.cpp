@@ -38,8 +38,10 @@ class HostHandler : public PropListXMLHandler {
                     const std::map<UTF16String, UTF16String>& attributes) override {
     seen += "<" + std::string(name.begin(), name.end());
     for (const auto& [attribute, value] : attributes) {
-      seen += " " + std::string(attribute.begin(), attribute.end()) + "=" +
-              std::string(value.begin(), value.end());
+      seen.append(" ")
+          .append(attribute.begin(), attribute.end())
+          .append("=")
+          .append(value.begin(), value.end());
     }
     seen += ">";
     PropListXMLHandler::StartElement(name, attributes);

@@ -70,7 +70,8 @@ class PlainHandler : public AbstractParseHandler {
   void StartElement(const UTF16String& name,
                     const std::map<UTF16String, UTF16String>& attributes) override {
     std::string line = "start " + Narrow(name);
-    for (const auto& [key, value] : attributes) line += " " + Narrow(key) + "=" + Narrow(value);
+    for (const auto& [key, value] : attributes)
+      line.append(" ").append(Narrow(key)).append("=").append(Narrow(value));
     log_->push_back(line);
   }
   void EndElement(const UTF16String& name) override { log_->push_back("end " + Narrow(name)); }

@@ -1,10 +1,16 @@
 // tvxhost: the console host of tvxcore. Every capability of the library adds a
-// command group (a file commands_<group>.cpp that registers itself) and, where
-// it has something to say, a section of the start-up report.
+// command (a file commands_<name>.cpp that registers itself with its
+// subcommands, help and examples) and, where it has something to say, a
+// section of the report printed without arguments.
+//
+// Exit statuses: 0 success, 1 a failed operation, 2 bad usage. A command
+// reports bad usage by throwing UsageError and a failure by throwing Failure
+// or letting a library exception through; main prints each once, on stderr.
 #pragma once
 
 #include <functional>
 #include <iosfwd>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,17 +18,49 @@ namespace tvxhost {
 
 using Args = std::vector<std::string>;
 
-// Options that apply to every command.
+enum ExitStatus : int { kExitSuccess = 0, kExitFailure = 1, kExitUsage = 2 };
+
+// Bad usage: an unknown subcommand or option, a missing or malformed
+// argument. The text names the argument; main adds the command's usage.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A failed operation, with its text ready for a person (UTF-8).
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Options that apply to every command; they come before the command.
 struct Options {
-  std::string language;  // --lang, empty for the default
+  std::string language;  // --lang, empty for the default (English)
 };
 const Options& GetOptions();
 
-// A command group: "tvxhost <group> <args...>". The handler returns the exit code.
+struct Subcommand {
+  std::string name;
+  std::string synopsis;  // the arguments after the name, e.g. "[-r] <dir>"
+  std::string summary;   // one line
+  std::function<int(const Args&)> run;
+};
+
+// An example of the help: the arguments after "tvxhost" and what happens.
+// An outcome "prints <text>" means exactly that text on standard output with
+// status 0; "fails ..." means status 1; anything else describes the output.
+struct Example {
+  std::string command;
+  std::string outcome;
+};
+
+// A command: "tvxhost <name> <subcommand> <args...>".
 struct CommandGroup {
   std::string name;
-  std::vector<std::string> usage;  // one line per form, without the group name
-  std::function<int(const Args&)> run;
+  std::string summary;  // one line for "tvxhost help"
+  std::vector<Subcommand> subcommands;
+  std::vector<std::string> notes;  // further lines of its help
+  std::vector<Example> examples;
 };
 
 // A section of the report printed by "tvxhost" without arguments.
@@ -35,8 +73,5 @@ struct Registrar {
   explicit Registrar(CommandGroup group);
   explicit Registrar(ReportSection section);
 };
-
-// Prints "usage: tvxhost <group> ..." for one group on stderr and returns 2.
-int UsageError(const std::string& group);
 
 }  // namespace tvxhost

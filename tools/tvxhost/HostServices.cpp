@@ -1,15 +1,21 @@
 #include "HostServices.h"
 
-#include <memory>
-
-#include "tvxcore/xml/ExpatParser.h"
-
+#include <algorithm>
+#include <chrono>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
+#include <memory>
+#include <new>
+#include <sstream>
 
 #include "Host.h"
 #include "tvxcore/Locale.h"
+#include "tvxcore/ZString.h"
+#include "tvxcore/filesupport/ByteStream.h"
+#include "tvxcore/filesupport/FileExceptionText.h"
 #include "tvxcore/utility/UnicodeConversion.h"
+#include "tvxcore/xml/ExpatParser.h"
 
 namespace tvxhost {
 namespace {
@@ -31,43 +37,130 @@ std::string Unescape(const std::string& text) {
   return out;
 }
 
+tvxcore::UTF16String FromUtf8(const std::string& text) {
+  return tvxcore::utility::UTF8to16(tvxcore::UTF8String(text.begin(), text.end()));
+}
+
+void AppendHex(std::string& out, unsigned value) {
+  static const char kHex[] = "0123456789abcdef";
+  out += "\\x";
+  out += kHex[(value >> 4) & 15];
+  out += kHex[value & 15];
+}
+
 HostErrorManager& Manager() {
   static HostErrorManager manager;
   return manager;
 }
 
-}  // namespace
-
-std::string ToUtf8(const tvxcore::UTF16String& text) {
-  const tvxcore::UTF8String bytes = tvxcore::utility::UTF16to8(text);
-  return std::string(bytes.begin(), bytes.end());
+bool IsEnglish(const std::string& language) {
+  return language.empty() || language == "en" || language.rfind("en_", 0) == 0 ||
+         language.rfind("en-", 0) == 0;
 }
 
-tvxcore::UTF16String FromUtf8(const std::string& text) {
-  return tvxcore::utility::UTF8to16(tvxcore::UTF8String(text.begin(), text.end()));
+}  // namespace
+
+std::string ToUtf8(const tvxcore::UTF16String& text, bool escapeControls) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char32_t c = text[i];
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+        text[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+    } else if (c >= 0xDC80 && c <= 0xDCFF) {
+      AppendHex(out, c - 0xDC00);  // a byte of a native name that isn't UTF-8
+      continue;
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    if (escapeControls && (c < 0x20 || c == 0x7F)) {
+      AppendHex(out, c);
+    } else if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+std::string Localized(const char* literal, const tvxcore::UTF16String& at0,
+                      const tvxcore::UTF16String& at1) {
+  return ToUtf8(tvxcore::ZString(literal, at0, at1), true);
+}
+
+std::string DescribeFailure(const std::exception& error) {
+  tvxcore::UTF16String text;
+  if (tvxcore::filesupport::LocalizedMessage(error, text)) return ToUtf8(text, true);
+  if (dynamic_cast<const HostError*>(&error) != nullptr) {
+    const auto& host = static_cast<const HostError&>(error);
+    return (host.level == tvxcore::config::kErrorLevel_Fatal ? "fatal error: " : "") +
+           std::string(host.what());
+  }
+  if (dynamic_cast<const Failure*>(&error) != nullptr) return error.what();
+  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) return "out of memory";
+  if (dynamic_cast<const tvxcore::filesupport::byte_stream_exception*>(&error) != nullptr)
+    return "a stream failed to read or write";
+  return std::string("internal error: ") + error.what();
+}
+
+std::string HumanBytes(unsigned long long bytes) {
+  static const char* const kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  if (bytes < 1024) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  double value = static_cast<double>(bytes) / 1024;
+  int unit = 0;
+  while (value >= 1024 && unit < 5) {
+    value /= 1024;
+    ++unit;
+  }
+  std::ostringstream out;
+  out << std::fixed << std::setprecision(1) << value << ' ' << kUnits[unit];
+  return out.str();
+}
+
+void PrintError(const std::string& text) { std::cerr << "tvxhost: " << text << std::endl; }
+
+void PrintWarning(const std::string& text) {
+  std::cerr << "tvxhost: warning: " << text << std::endl;
 }
 
 void HostErrorManager::ReportError(tvxcore::config::ErrorLevel inLevel, const char* inKey,
-                                   std::uint32_t inModule, std::int32_t inErrorNumber, bool,
+                                   std::uint32_t inModule, std::int32_t inErrorNumber,
+                                   bool inRecordable,
                                    const tvxcore::config::ReplacementValue& inValue1,
                                    const tvxcore::config::ReplacementValue& inValue2,
                                    const tvxcore::config::ReplacementValue& inValue3,
                                    const tvxcore::config::ReplacementValue& inValue4) {
   const std::string text = ToUtf8(
-      tvxcore::config::SubstituteErrorMessage(inKey, inValue1, inValue2, inValue3, inValue4));
+      tvxcore::config::SubstituteErrorMessage(inKey, inValue1, inValue2, inValue3, inValue4), true);
   const bool fatal = inLevel == tvxcore::config::kErrorLevel_Fatal;
-  const bool deferred = IsErrorReportingDeferred();
-  std::cerr << "tvxhost: " << (fatal ? "fatal" : "non-fatal") << " error " << inModule << '/'
-            << inErrorNumber << (deferred ? " (deferred)" : "") << ": " << text << std::endl;
-  if (fatal || !deferred) throw HostError(text, inLevel, inModule, inErrorNumber);
+  if (fatal || !IsErrorReportingDeferred()) throw HostError(text, inLevel, inModule, inErrorNumber);
+  // A deferred error is shown when it happens. Its reporter records it first
+  // (its count goes up), so a recordable report that finds the count at zero
+  // is the reporter's Finish handing back the last one: already shown.
+  const tvxcore::config::DeferredErrorReporter* reporter = GetCurrentErrorReporterForThisThread();
+  if (inRecordable && reporter != nullptr && reporter->GetErrorCount() == 0) return;
+  PrintError(text + " (deferred)");
 }
 
 long HostErrorManager::ExecuteFunctionWithTopLevelExceptionHandler(
     boost::function0<long> inFunction) {
   try {
     return inFunction();
-  } catch (const HostError&) {
-    return 1;  // already logged by ReportError
+  } catch (const HostError& error) {
+    PrintError(DescribeFailure(error));
+    return 1;
   }
 }
 
@@ -81,7 +174,13 @@ tvxcore::UTF16String DictionaryLocalizer::Translate(const char* inKey) {
 
 void DictionaryLocalizer::LoadDictionary(const tvxcore::UTF16String& inPath) {
   const std::string base = ToUtf8(inPath);
-  for (const std::string& path : {base, base + ".txt"}) {
+  std::vector<std::string> candidates = {base, base + ".txt"};
+  // "tvx_de_AT" falls back to "tvx_de".
+  const auto slash = base.rfind('/');
+  const auto region =
+      base.find_first_of("_-", base.find("tvx_", slash == base.npos ? 0 : slash) + 4);
+  if (region != std::string::npos) candidates.push_back(base.substr(0, region) + ".txt");
+  for (const std::string& path : candidates) {
     std::ifstream file(path, std::ios::binary);
     if (!file) continue;
     std::string line;
@@ -96,7 +195,6 @@ void DictionaryLocalizer::LoadDictionary(const tvxcore::UTF16String& inPath) {
     loadedFile_ = path;
     return;
   }
-  std::cerr << "tvxhost: no dictionary at " << base << "(.txt); texts stay in English\n";
 }
 
 DictionaryLocalizer& GetHostLocalizer() {
@@ -106,12 +204,40 @@ DictionaryLocalizer& GetHostLocalizer() {
 
 void StartHostServices() {
   tvxcore::config::ErrorManager::Set(&Manager());
-  tvxcore::Locale::Initialize(FromUtf8(GetOptions().language));
+  const std::string& language = GetOptions().language;
+  tvxcore::Locale::Initialize(FromUtf8(language));
   tvxcore::config::Localizer::Set(&GetHostLocalizer());
+  if (!IsEnglish(language) && GetHostLocalizer().LoadedFile().empty())
+    PrintWarning("no dictionary for the language '" + language + "'; texts stay in English");
   // Property lists and every other XML text are read through expat.
   std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
       std::make_unique<tvxcore::xml::ExpatParserFactory>();
   tvxcore::xml::SetParserFactory(factory);
+}
+
+}  // namespace tvxhost
+
+namespace tvxhost {
+namespace {
+
+double Now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Progress::Progress(std::string label) : label_(std::move(label)), started_(Now()) {}
+
+Progress::~Progress() {
+  if (drawn_ >= 0) std::cerr << '\r' << std::string(label_.size() + 6, ' ') << '\r' << std::flush;
+}
+
+void Progress::Update(double fraction) {
+  const double now = Now();
+  if (now - started_ < 0.5 || (drawn_ >= 0 && now - drawn_ < 0.1)) return;
+  drawn_ = now;
+  const int percent = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100);
+  std::cerr << '\r' << label_ << ' ' << std::setw(3) << percent << '%' << std::flush;
 }
 
 }  // namespace tvxhost

@@ -1,9 +1,11 @@
 // tvxhost's own implementations of what tvxcore leaves to its host: the
 // concrete error manager and a dictionary localizer, installed at start-up in
-// the library's order (error manager, locale, localizer).
+// the library's order (error manager, locale, localizer, parser factory), and
+// the one place where failures become text on the console.
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -25,10 +27,11 @@ class HostError : public std::runtime_error {
   std::int32_t number;
 };
 
-// Logs every report to stderr as
-//   tvxhost: <fatal|non-fatal> error <module>/<number>: <text>
-// then throws HostError when the error is fatal or not deferred. The top-level
-// handler turns a HostError into the result 1.
+// Throws HostError for an error that is fatal or not deferred, without
+// printing it: whoever catches it prints it, once. An error that a
+// DeferredErrorReporter defers is printed at once as
+//   tvxhost: <text> (deferred)
+// and not again when the reporter's Finish hands it back.
 class HostErrorManager : public tvxcore::config::ErrorManager {
  public:
   void ReportError(tvxcore::config::ErrorLevel inLevel, const char* inKey, std::uint32_t inModule,
@@ -37,6 +40,7 @@ class HostErrorManager : public tvxcore::config::ErrorManager {
                    const tvxcore::config::ReplacementValue& inValue2,
                    const tvxcore::config::ReplacementValue& inValue3,
                    const tvxcore::config::ReplacementValue& inValue4) override;
+  // Prints a HostError that reaches it and answers 1.
   long ExecuteFunctionWithTopLevelExceptionHandler(boost::function0<long> inFunction) override;
 };
 
@@ -50,9 +54,11 @@ class HostErrorManager : public tvxcore::config::ErrorManager {
 //   is "#" and blank lines are ignored; so is a line without "=".
 //   A later entry for a key replaces an earlier one.
 //
-// A path handed to LoadDictionary is read as given, or with ".txt" appended.
-// A key no dictionary holds gives the default text after the literal's "=".
-// Dictionaries are loaded at start-up; Translate may then run on any thread.
+// A path handed to LoadDictionary is read as given, or with ".txt" appended;
+// for a regional language ("tvx_de_AT") the plain one ("tvx_de") is the
+// fallback. A key no dictionary holds gives the default text after the
+// literal's "=". Dictionaries are loaded at start-up; Translate may then run
+// on any thread.
 class DictionaryLocalizer : public tvxcore::config::Localizer {
  public:
   tvxcore::UTF16String Translate(const char* inKey) override;
@@ -66,14 +72,48 @@ class DictionaryLocalizer : public tvxcore::config::Localizer {
   std::string loadedFile_;
 };
 
-// Installs the error manager, sets the language from --lang (if given) and
-// installs the localizer, which loads the library dictionary "tvx_<lang>".
+// Installs the error manager, sets the language from --lang (if given),
+// installs the localizer, which loads the library dictionary "tvx_<lang>",
+// and the expat parser factory. Warns once when --lang names a language
+// without a dictionary.
 void StartHostServices();
 
 DictionaryLocalizer& GetHostLocalizer();
 
-// UTF-16 text as UTF-8 for the console.
-std::string ToUtf8(const tvxcore::UTF16String& text);
-tvxcore::UTF16String FromUtf8(const std::string& text);
+// UTF-16 text as UTF-8 for the console. A path byte that isn't UTF-8 (the
+// library keeps it as U+DC80..U+DCFF) is shown as \xNN; so are control
+// characters when `escapeControls` is set.
+std::string ToUtf8(const tvxcore::UTF16String& text, bool escapeControls = false);
+// A translated text literal with "@0".."@2" filled in, as UTF-8.
+std::string Localized(const char* literal, const tvxcore::UTF16String& at0 = {},
+                      const tvxcore::UTF16String& at1 = {});
+
+// The text of a failure for a person: a file or directory exception through
+// filesupport::LocalizedMessage, a HostError or Failure as it stands.
+std::string DescribeFailure(const std::exception& error);
+// Prints "tvxhost: <text>" on stderr.
+void PrintError(const std::string& text);
+// "512 bytes", "4.0 KiB", "79.4 GiB": binary units, one decimal.
+std::string HumanBytes(unsigned long long bytes);
+void PrintWarning(const std::string& text);
+
+}  // namespace tvxhost
+
+namespace tvxhost {
+
+// Progress of long work on stderr: nothing for work done within half a
+// second, then one line "<label>  42%" redrawn at most ten times a second,
+// and wiped when the work ends. Used from one thread.
+class Progress {
+ public:
+  explicit Progress(std::string label);
+  ~Progress();
+  void Update(double fraction);
+
+ private:
+  std::string label_;
+  double started_;
+  double drawn_ = -1;  // when the line was last drawn, -1 before the first
+};
 
 }  // namespace tvxhost

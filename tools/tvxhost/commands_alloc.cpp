@@ -10,10 +10,13 @@
 #include <thread>
 #include <vector>
 
+#include "Args.h"
 #include "Host.h"
+#include "HostServices.h"
 #include "tvxcore/threads/Thread.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 
+namespace tvxhost {
 namespace {
 
 using tvxcore::utility::SmallBlockAllocator;
@@ -38,8 +41,8 @@ std::vector<ClassRange> ClassRanges() {
 void PrintClassTable(std::ostream& out, bool detailed) {
   const auto ranges = ClassRanges();
   out << "  " << ranges.size()
-      << " table classes for requests up to 8192 bytes, plus 4160 and 66624"
-      << " for the allocator's own chunks; larger requests go to system pages\n";
+      << " table classes for requests up to 8192 bytes, plus 4160 and 66624 for the\n"
+         "  allocator's own chunks; larger requests go to system pages\n";
   if (detailed) {
     out << "  requests        block  worst waste\n";
     for (const auto& r : ranges) {
@@ -68,7 +71,8 @@ struct StressResult {
 };
 
 // Each thread allocates blocks of random sizes, keeps up to 256 of them, and
-// hands every fourth one to its neighbour thread to release.
+// hands every fourth one to its neighbour thread to release. The calling
+// thread shows the progress meanwhile.
 StressResult RunStress(int threadCount, int perThread) {
   struct Mailbox {
     std::mutex mutex;
@@ -120,6 +124,14 @@ StressResult RunStress(int threadCount, int perThread) {
     threads.push_back(tvxcore::threads::CreateNamedThread("alloc stress", [&work, id] { work(id); },
                                                           tvxcore::threads::ThreadPriority_Normal,
                                                           {}, {}));
+  {
+    Progress progress("alloc stress");
+    const double total = double(threadCount) * double(perThread);
+    while (allocations < total) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      progress.Update(double(allocations) / total);
+    }
+  }
   for (auto& t : threads) t.join();
   StressResult result;
   for (auto& box : mailboxes)
@@ -132,49 +144,58 @@ StressResult RunStress(int threadCount, int perThread) {
   return result;
 }
 
-void PrintStress(std::ostream& out, int threads, int perThread) {
+// Runs the stress and prints its figures; false when a block came back damaged.
+bool PrintStress(std::ostream& out, int threads, int perThread) {
   const StressResult r = RunStress(threads, perThread);
   out << "  " << threads << " threads: " << r.allocations << " allocations, " << r.releases
       << " releases (" << r.crossThread << " on another thread), " << r.damaged
       << " damaged blocks, " << std::fixed << std::setprecision(1)
       << (r.allocations + r.releases) / r.seconds / 1e6 << " million operations/s\n";
+  return r.damaged == 0;
 }
 
-int RunAlloc(const tvxhost::Args& args) {
-  if (args.empty()) return tvxhost::UsageError("alloc");
-  if (args[0] == "classes" && args.size() == 1) {
-    PrintClassTable(std::cout, true);
-    return 0;
-  }
-  if (args[0] == "size" && args.size() >= 2) {
-    for (std::size_t i = 1; i < args.size(); ++i) {
-      const unsigned long long request = std::stoull(args[i]);
-      std::cout << request << " -> " << SmallBlockAllocator::GetActualAllocationSize(request)
-                << '\n';
-    }
-    return 0;
-  }
-  if (args[0] == "stress" && args.size() <= 3) {
-    const int threads = args.size() > 1 ? std::stoi(args[1]) : 4;
-    const int blocks = args.size() > 2 ? std::stoi(args[2]) : 200000;
-    if (threads < 1 || threads > 256 || blocks < 1) return tvxhost::UsageError("alloc");
-    PrintStress(std::cout, threads, blocks);
-    return 0;
-  }
-  return tvxhost::UsageError("alloc");
+int Classes(const Args& raw) {
+  const ArgList args(raw, {}, {});
+  PrintClassTable(std::cout, true);
+  return kExitSuccess;
 }
 
-tvxhost::Registrar g_allocCommands(tvxhost::CommandGroup{
+int Size(const Args& raw) {
+  const ArgList args(raw, {}, {"<bytes>..."});
+  for (const std::string& arg : args.Operands()) {
+    const auto request = ParseInteger<std::size_t>(arg, "<bytes>");
+    std::cout << request << " -> " << SmallBlockAllocator::GetActualAllocationSize(request) << '\n';
+  }
+  return kExitSuccess;
+}
+
+int Stress(const Args& raw) {
+  const ArgList args(raw, {}, {"[<threads>]", "[<blocks-per-thread>]"});
+  const int threads = args.Count() > 0 ? ParseInteger<int>(args[0], "<threads>", 1, 256) : 4;
+  const int blocks =
+      args.Count() > 1 ? ParseInteger<int>(args[1], "<blocks-per-thread>", 1, 100000000) : 200000;
+  if (!PrintStress(std::cout, threads, blocks))
+    throw Failure("alloc stress: blocks came back damaged");
+  return kExitSuccess;
+}
+
+const Registrar kAllocCommands(CommandGroup{
     "alloc",
-    {"classes              the size classes, request ranges and worst waste",
-     "size <bytes>...      the block size a request gets",
-     "stress [threads] [blocks-per-thread]   allocate and release on several threads"},
-    RunAlloc});
+    "the small-block allocator: size classes, block sizes, a run on several threads",
+    {
+        {"classes", "", "the size classes, request ranges and worst waste", Classes},
+        {"size", "<bytes>...", "the block size that a request of so many bytes gets", Size},
+        {"stress", "[<threads 1-256>] [<blocks-per-thread 1-100000000>]",
+         "allocate and release on several threads (4 and 200000 by default)", Stress},
+    },
+    {},
+    {
+        {"alloc size 1 100 5000", "the block size of each request"},
+        {"alloc stress 4 100000", "the allocator under four threads"},
+    }});
 
-tvxhost::Registrar g_allocReport(tvxhost::ReportSection{"Small-block allocator",
-                                                        [](std::ostream& out) {
-                                                          PrintClassTable(out, false);
-                                                          PrintStress(out, 4, 50000);
-                                                        }});
+const Registrar kAllocReport(ReportSection{"Small-block allocator",
+                                           [](std::ostream& out) { PrintClassTable(out, false); }});
 
 }  // namespace
+}  // namespace tvxhost

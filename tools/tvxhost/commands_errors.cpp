@@ -1,10 +1,12 @@
 // tvxhost errors ...: the error road of tvxcore through the host's manager
 // and dictionary localizer.
-#include <cstdlib>
+#include <charconv>
+#include <cmath>
 #include <iostream>
 #include <vector>
 
 #include "../../src/debug/internal/ContractCheck.h"
+#include "Args.h"
 #include "Host.h"
 #include "HostServices.h"
 #include "tvxcore/Locale.h"
@@ -22,53 +24,50 @@ int RunAtTopLevel(const boost::function0<void>& body) {
   bool caught = false;
   tvxcore::config::ExecuteTopLevelFunction<void>(body, &caught);
   std::cout << (caught ? "stopped by the error at the top level\n" : "returned normally\n");
-  return caught ? 1 : 0;
+  return caught ? kExitFailure : kExitSuccess;
 }
 
 // "i:-5" signed, "u:7" unsigned, "d:2.5" double, "s:text" string, "-" empty;
-// without a prefix an integer is signed, a decimal number a double, the rest a
-// string.
-ReplacementValue ParseValue(const std::string& arg) {
+// without a prefix a whole number is signed, a decimal number a double, the
+// rest a string.
+ReplacementValue ParseValue(const std::string& arg, const std::string& what) {
   if (arg == "-") return ReplacementValue();
   if (arg.size() >= 2 && arg[1] == ':') {
     const std::string rest = arg.substr(2);
     switch (arg[0]) {
       case 'i':
-        return ReplacementValue(std::strtoll(rest.c_str(), nullptr, 10));
+        return ReplacementValue(ParseInteger<long long>(rest, what));
       case 'u':
-        return ReplacementValue(std::strtoull(rest.c_str(), nullptr, 10));
+        return ReplacementValue(ParseInteger<unsigned long long>(rest, what));
       case 'd':
-        return ReplacementValue(std::strtod(rest.c_str(), nullptr));
+        return ReplacementValue(ParseReal<double>(rest, what));
       case 's':
-        return ReplacementValue(FromUtf8(rest));
+        return ReplacementValue(TextArg(rest, what));
       default:
         break;
     }
   }
-  char* end = nullptr;
-  const long long integer = std::strtoll(arg.c_str(), &end, 10);
-  if (!arg.empty() && *end == '\0') return ReplacementValue(integer);
-  const double number = std::strtod(arg.c_str(), &end);
-  if (!arg.empty() && *end == '\0') return ReplacementValue(number);
-  return ReplacementValue(FromUtf8(arg));
+  const char* end = arg.data() + arg.size();
+  long long integer = 0;
+  auto parsed = std::from_chars(arg.data(), end, integer);
+  if (!arg.empty() && parsed.ec == std::errc() && parsed.ptr == end)
+    return ReplacementValue(integer);
+  double number = 0;
+  parsed = std::from_chars(arg.data(), end, number);
+  if (!arg.empty() && parsed.ec == std::errc() && parsed.ptr == end && std::isfinite(number))
+    return ReplacementValue(number);
+  return ReplacementValue(TextArg(arg, what));
 }
 
 // A bare pattern becomes a literal whose default text is the pattern.
 std::string AsLiteral(const std::string& pattern) {
+  TextArg(pattern, "<pattern>");
   return pattern.rfind("$$$/", 0) == 0 ? pattern : "$$$/tvxhost/pattern=" + pattern;
 }
 
-int ErrorsTest(const Args& args) {
-  bool fatal = false, deferred = false;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    if (args[i] == "--fatal") {
-      fatal = true;
-    } else if (args[i] == "--deferred") {
-      deferred = true;
-    } else {
-      return UsageError("errors");
-    }
-  }
+int ErrorsTest(const Args& raw) {
+  const ArgList args(raw, {{"--fatal", "", false}, {"--deferred", "", false}}, {});
+  const bool fatal = args.Has("--fatal"), deferred = args.Has("--deferred");
   return RunAtTopLevel([fatal, deferred] {
     if (!deferred) {
       tvxcore::config::TestThrowError(fatal);
@@ -82,31 +81,34 @@ int ErrorsTest(const Args& args) {
   });
 }
 
-int ErrorsSubstitute(const Args& args) {
-  if (args.size() < 2 || args.size() > 6) return UsageError("errors");
+int ErrorsSubstitute(const Args& raw) {
+  const ArgList args(raw, {}, {"<pattern>", "[<v1>]", "[<v2>]", "[<v3>]", "[<v4>]"});
   ReplacementValue values[4];
-  for (std::size_t i = 2; i < args.size(); ++i) values[i - 2] = ParseValue(args[i]);
-  const std::string literal = AsLiteral(args[1]);
+  for (std::size_t i = 1; i < args.Count(); ++i)
+    values[i - 1] = ParseValue(args[i], "<v" + std::to_string(i) + ">");
+  const std::string literal = AsLiteral(args[0]);
   std::cout << ToUtf8(tvxcore::config::SubstituteErrorMessage(literal.c_str(), values[0], values[1],
                                                               values[2], values[3]))
             << '\n';
-  return 0;
+  return kExitSuccess;
 }
 
-int ErrorsZString(const Args& args) {
-  if (args.size() < 2 || args.size() > 12) return UsageError("errors");
+int ErrorsZString(const Args& raw) {
+  std::vector<std::string> names = {"<pattern>"};
+  for (int i = 0; i < 10; ++i) names.push_back("[<s" + std::to_string(i) + ">]");
+  const ArgList args(raw, {}, names);
   std::vector<tvxcore::UTF16String> values(10);
-  for (std::size_t i = 2; i < args.size(); ++i) values[i - 2] = FromUtf8(args[i]);
-  const std::string literal = AsLiteral(args[1]);
+  for (std::size_t i = 1; i < args.Count(); ++i) values[i - 1] = TextArg(args[i], names[i]);
+  const std::string literal = AsLiteral(args[0]);
   std::cout << ToUtf8(tvxcore::ZString(literal.c_str(), values[0], values[1], values[2], values[3],
                                        values[4], values[5], values[6], values[7], values[8],
                                        values[9]))
             << '\n';
-  return 0;
+  return kExitSuccess;
 }
 
-int ErrorsContract(const Args& args) {
-  if (args.size() != 1) return UsageError("errors");
+int ErrorsContract(const Args& raw) {
+  const ArgList args(raw, {}, {});
   return RunAtTopLevel([] {
     const int count = -1;
     TVX_CONTRACT(count >= 0, __FILE__, __LINE__);
@@ -116,28 +118,31 @@ int ErrorsContract(const Args& args) {
 
 Registrar errors(CommandGroup{
     "errors",
+    "the library's error road through the host's error manager and localizer",
     {
-        "test [--fatal] [--deferred]         raise the library's test error",
-        "substitute \"<pattern>\" [<v1>..<v4>]  fill ^1..^4 (i:, u:, d:, s: "
-        "prefixes; - empty)",
-        "zstring \"<pattern>\" [<s0>..<s9>]     fill @0..@9 of the translated "
-        "text",
-        "contract                            violate a contract check",
+        {"test", "[--fatal] [--deferred]",
+         "raise the library's test error (twice, under a deferring reporter, with --deferred)",
+         ErrorsTest},
+        {"substitute", "<pattern> [<v1>..<v4>]",
+         "fill ^1..^4 of a pattern or library literal (i:, u:, d:, s: prefixes; - empty)",
+         ErrorsSubstitute},
+        {"zstring", "<pattern> [<s0>..<s9>]", "fill @0..@9 of the translated text", ErrorsZString},
+        {"contract", "", "violate a contract check", ErrorsContract},
     },
-    [](const Args& args) -> int {
-      if (args.empty()) return UsageError("errors");
-      if (args[0] == "test") return ErrorsTest(args);
-      if (args[0] == "substitute") return ErrorsSubstitute(args);
-      if (args[0] == "zstring") return ErrorsZString(args);
-      if (args[0] == "contract") return ErrorsContract(args);
-      return UsageError("errors");
+    {"An error that stops a command is printed once on stderr and gives status 1;",
+     "a deferred error is printed when it happens, marked \"(deferred)\"."},
+    {
+        {"errors substitute \"^1 of ^2\" 3 u:7", "prints 3 of 7"},
+        {"errors zstring \"@0 and @1\" salt pepper", "prints salt and pepper"},
+        {"--lang de errors test", "fails with the library's test error, in German"},
+        {"errors test --deferred", "two deferred errors, each printed once"},
     }});
 
 Registrar locale(ReportSection{
-    "locale", [](std::ostream& out) {
+    "Host and language", [](std::ostream& out) {
       const auto& localizer = GetHostLocalizer();
       out << "  processors:  " << tvxcore::utility::CPUCount() << '\n'
-          << "  memory:      " << (tvxcore::utility::TotalPhysicalMemory() >> 20) << " MiB\n"
+          << "  memory:      " << HumanBytes(tvxcore::utility::TotalPhysicalMemory()) << '\n'
           << "  language:    " << ToUtf8(tvxcore::Locale::ApplicationLangauge())
           << (tvxcore::Locale::IsInitialized() ? "" : " (default)") << '\n'
           << "  dictionary:  "

@@ -1,13 +1,18 @@
-// "tvxhost fs": files, listings, volumes, legal names and copying through the
+// tvxhost fs: files, listings, volumes, legal names and copying through the
 // library's file classes.
 
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/make_shared.hpp>
+#include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <sstream>
 #include <string>
 
+#include "Args.h"
+#include "FileChecks.h"
 #include "Host.h"
+#include "HostServices.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/utility/FileUtils.h"
@@ -20,137 +25,171 @@ using namespace tvxcore;
 using namespace tvxcore::filesupport;
 namespace fu = tvxcore::utility::FileUtils;
 
-// Native bytes to the library's path form and back; names that aren't UTF-8
-// survive the trip.
-UTF16String PathArg(const std::string& native) { return FileHelper(native).Path(); }
+// The host's own texts about paths, translated like the library's.
+constexpr char kUnreadableDir[] =
+    "$$$/tvxhost/fs/UnreadableDir=Could not read the directory '@0'. Access was denied.";
+constexpr char kIsAFile[] = "$$$/tvxhost/fs/IsAFile='@0' is a file, not a directory.";
+constexpr char kExists[] = "$$$/tvxhost/fs/Exists='@0' exists already. Add --force to replace it.";
+constexpr char kSameFile[] = "$$$/tvxhost/fs/SameFile='@0' and '@1' are the same file.";
+
 std::string Native(const UTF16String& path) { return File(path).FullPathMultiByte(); }
 
-std::string Text(const UTF16String& text) {
-  const UTF8String bytes = utility::UTF16to8(text);
-  return std::string(bytes.begin(), bytes.end());
+// "2024-05-01T12:30:00.123456Z"
+std::string IsoDate(const boost::posix_time::ptime& time) {
+  return boost::posix_time::to_iso_extended_string(time) + "Z";
 }
 
-int Info(const std::string& arg) {
-  const UTF16String path = PathArg(arg);
-  const File file(path);
-  if (!file.Exists()) {
-    std::cerr << "fs: nothing at " << arg << '\n';
-    return 1;
+// The free and the total space of the volume that holds the directory `dir`.
+// The library asks about a path's parent, so it is given a name inside.
+bool VolumeSpace(const UTF16String& dir, unsigned long long& free, unsigned long long& total) {
+  UTF16String inside;
+  fu::BuildPathSpec(dir, u".", inside);
+  try {
+    free = fu::GetVolumeFreeSpace(inside);
+    total = fu::GetVolumeSize(inside);
+    return true;
+  } catch (const file_exception&) {
+    return false;
   }
+}
+
+int Info(const Args& raw) {
+  const ArgList args(raw, {}, {"<path>"});
+  const UTF16String path = PathArg(args[0], "<path>");
+  RequireReachable(path);
+  const File file(path);
   const bool isDir = fu::IsDir(path);
   std::cout << "path:      " << file.FullPathMultiByte() << '\n'
             << "kind:      " << (isDir ? "directory" : "file") << '\n';
   if (!isDir) {
-    std::cout << "name:      " << Text(file.GetName()) << '\n'
-              << "title:     " << Text(file.GetTitle()) << '\n'
-              << "extension: " << Text(file.GetExtension(true)) << '\n'
-              << "size:      " << file.Size() << '\n'
+    const unsigned long long size = file.Size();
+    std::cout << "name:      " << ToUtf8(file.GetName()) << '\n'
+              << "title:     " << ToUtf8(file.GetTitle()) << '\n'
+              << "extension: " << ToUtf8(file.GetExtension(true)) << '\n'
+              << "size:      " << HumanBytes(size)
+              << (size >= 1024 ? " (" + std::to_string(size) + " bytes)" : "") << '\n'
               << "read-only: " << (file.IsReadOnly() ? "yes" : "no") << '\n';
   }
-  std::cout << "created:   " << boost::posix_time::to_simple_string(file.Created()) << " UTC\n"
-            << "modified:  " << boost::posix_time::to_simple_string(file.Modified()) << " UTC\n";
-  UTF16String volume, label;
+  const Dir dir(path);
+  std::cout << "created:   " << IsoDate(isDir ? dir.Created() : file.Created()) << '\n'
+            << "modified:  " << IsoDate(isDir ? dir.Modified() : file.Modified()) << '\n';
+  UTF16String volume;
+  unsigned long long free = 0, total = 0;
   if (fu::GetVolumePath(path, volume)) {
-    std::cout << "volume:    " << Native(volume) << " (" << Text(fu::GetVolumeNameForPath(path))
-              << ")\n"
-              << "free:      " << fu::GetVolumeFreeSpace(path) << " of " << fu::GetVolumeSize(path)
-              << " bytes\n";
+    std::cout << "volume:    " << Native(volume) << " (" << ToUtf8(fu::GetVolumeNameForPath(path))
+              << ")\n";
+    if (VolumeSpace(volume, free, total))
+      std::cout << "free:      " << HumanBytes(free) << " of " << HumanBytes(total) << '\n';
   }
-  const UTF16String host = fu::GetPathVolumeHostName(path, &label, false);
-  if (!host.empty()) std::cout << "host:      " << Text(host) << " / " << Text(label) << '\n';
-  return 0;
+  return kExitSuccess;
 }
 
-int List(const Args& args) {
-  bool recursive = false;
-  std::string where;
-  for (const auto& arg : args) {
-    if (arg == "-r")
-      recursive = true;
-    else if (where.empty())
-      where = arg;
-    else
-      return UsageError("fs");
-  }
-  if (where.empty()) return UsageError("fs");
-  const Dir dir(PathArg(where));
+int List(const Args& raw) {
+  const ArgList args(raw, {{"-r", "--recursive", false}}, {"<dir>"});
+  const UTF16String path = PathArg(args[0], "<dir>");
+  const Dir dir(path);
   if (!dir.Exists()) {
-    std::cerr << "fs: no directory " << where << '\n';
-    return 1;
+    RequireReachable(path);
+    throw Failure(Localized(kIsAFile, path));
   }
   auto byName = boost::make_shared<PathCompare>(
       [](const UTF16String& a, const UTF16String& b) { return CompareFileNames(a, b) < 0; });
-  std::size_t count = 0;
-  if (recursive) {
+  std::size_t files = 0, dirs = 0;
+  if (args.Has("-r")) {
     for (RecursiveFileIterator it(dir, false, {}, UTF16String(), byName);
-         it != RecursiveFileIterator(); ++it, ++count)
+         it != RecursiveFileIterator(); ++it, ++files)
       std::cout << (*it).FullPathMultiByte() << '\n';
   } else {
-    for (auto it = dir.BeginSubdirs(false, nullptr, byName); it != Dir::EndSubdirs(); ++it)
+    for (auto it = dir.BeginSubdirs(false, nullptr, byName); it != Dir::EndSubdirs(); ++it, ++dirs)
       std::cout << (*it).FullPathMultiByte() << "/\n";
     for (auto it = dir.BeginFiles(false, nullptr, false, byName); it != Dir::EndFiles();
-         ++it, ++count)
+         ++it, ++files)
       std::cout << (*it).FullPathMultiByte() << '\n';
   }
-  std::cerr << count << " files\n";
-  return 0;
+  // A listing says nothing of a directory it could not read: it is empty. One
+  // that may not be searched can be told; one that may be searched but not
+  // read cannot, with what the library offers.
+  if (files == 0 && dirs == 0 && !Searchable(path)) throw Failure(Localized(kUnreadableDir, path));
+  std::cerr << files << (files == 1 ? " file" : " files");
+  if (!args.Has("-r")) std::cerr << ", " << dirs << (dirs == 1 ? " directory" : " directories");
+  std::cerr << '\n';
+  return kExitSuccess;
 }
 
-int Volumes() {
+int Volumes(const Args& raw) {
+  const ArgList args(raw, {}, {});
+  std::cout << std::left << std::setw(24) << "MOUNTED ON" << ' ' << std::setw(12) << "KIND" << ' '
+            << std::setw(16) << "LABEL" << ' ' << std::right << std::setw(10) << "FREE" << ' '
+            << std::setw(10) << "SIZE" << '\n';
   for (auto it = Dir::BeginVolumes(); it != Dir::EndVolumes(); ++it) {
     const UTF16String path = (*it).FullPath();
-    std::cout << std::left << std::setw(30) << Native(path) << ' '
-              << Text(fu::GetVolumeNameForPath(path)) << '\n';
+    // The library names a volume by its label, or by its kind when it has
+    // none; the host name call gives the label (or a share) alone.
+    UTF16String label;
+    fu::GetPathVolumeHostName(path, &label, false);
+    const UTF16String name = fu::GetVolumeNameForPath(path);
+    const std::string kind = name == label ? "-" : ToUtf8(name, true);
+    unsigned long long free = 0, total = 0;
+    const bool space = VolumeSpace(path, free, total);
+    std::cout << std::left << std::setw(24) << Native(path) << ' ' << std::setw(12) << kind << ' '
+              << std::setw(16) << (label.empty() ? "-" : ToUtf8(label, true)) << ' ' << std::right
+              << std::setw(10) << (space ? HumanBytes(free) : "?") << ' ' << std::setw(10)
+              << (space ? HumanBytes(total) : "?") << '\n';
   }
-  return 0;
+  return kExitSuccess;
 }
 
-int LegalName(const std::string& arg) {
-  UTF16String name = utility::UTF8to16(UTF8String(arg.begin(), arg.end()));
+int LegalName(const Args& raw) {
+  const ArgList args(raw, {}, {"<name>"});
+  UTF16String name = TextArg(args[0], "<name>");
   const bool changed = fu::ReplaceIllegalFileNameCharacters(name, u'_');
-  std::cout << Text(name) << (changed ? "  (changed)" : "  (already legal)") << '\n';
-  return 0;
+  std::cout << ToUtf8(name) << (changed ? "  (changed)" : "  (already legal)") << '\n';
+  return kExitSuccess;
 }
 
-bool ShowProgress(double fraction, void*) {
-  const int width = 40;
-  const int filled = static_cast<int>(fraction * width);
-  std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
-            << std::setw(3) << static_cast<int>(fraction * 100) << '%' << std::flush;
+bool ShowProgress(double fraction, void* context) {
+  static_cast<Progress*>(context)->Update(fraction);
   return false;
 }
 
-int CopyFile(const std::string& from, const std::string& to) {
-  const bool done = fu::CopyWithProgress(PathArg(from), PathArg(to), ShowProgress, nullptr);
-  std::cerr << '\n';
-  if (!done) {
-    std::cerr << "fs: copy cancelled\n";
-    return 1;
+int CopyFile(const Args& raw) {
+  const ArgList args(raw, {{"--force", "-f", false}}, {"<from>", "<to>"});
+  const UTF16String from = PathArg(args[0], "<from>");
+  UTF16String to = PathArg(args[1], "<to>");
+  RequireFile(from);
+  if (Dir(to).Exists()) fu::BuildPathSpec(to, File(from).GetName(), to);
+  if (File(to).Exists()) {
+    std::error_code ignored;
+    if (std::filesystem::equivalent(Native(from), Native(to), ignored))
+      throw Failure(Localized(kSameFile, from, to));
+    if (!args.Has("--force")) throw Failure(Localized(kExists, to));
   }
-  return 0;
-}
-
-int Run(const Args& args) {
-  try {
-    if (args.size() == 2 && args[0] == "info") return Info(args[1]);
-    if (!args.empty() && args[0] == "ls") return List(Args(args.begin() + 1, args.end()));
-    if (args.size() == 1 && args[0] == "volumes") return Volumes();
-    if (args.size() == 2 && args[0] == "legalname") return LegalName(args[1]);
-    if (args.size() == 3 && args[0] == "copy") return CopyFile(args[1], args[2]);
-  } catch (const file_exception& e) {
-    std::cerr << "fs: " << e.what() << "  [" << e.GetFile().FullPathMultiByte() << "]\n";
-    return 1;
-  } catch (const dir_exception& e) {
-    std::cerr << "fs: " << e.what() << "  [" << e.GetDir().FullPathMultiByte() << "]\n";
-    return 1;
-  }
-  return UsageError("fs");
+  Progress progress("copying");
+  fu::CopyWithProgress(from, to, ShowProgress, &progress);
+  return kExitSuccess;
 }
 
 const Registrar kFs(CommandGroup{
     "fs",
-    {"info <path>", "ls [-r] <dir>", "volumes", "legalname <name>", "copy <from> <to>"},
-    Run});
+    "files and directories through the library's File and Dir classes",
+    {
+        {"info", "<path>", "what the library knows of a file or directory", Info},
+        {"ls", "[-r] <dir>", "the directories and files of a directory; -r every file below it",
+         List},
+        {"volumes", "", "mounted volumes with their kind, label and space", Volumes},
+        {"legalname", "<name>", "a name made legal for every file system the library knows",
+         LegalName},
+        {"copy", "[--force] <from> <to>",
+         "copy a file (into <to> when it is a directory); --force replaces <to>", CopyFile},
+    },
+    {"Dates are ISO 8601 in UTC. The counts of 'ls' go to stderr."},
+    {
+        {"fs legalname \"a:b?\"", "prints a_b_  (changed)"},
+        {"fs info /", "kind, dates and volume of the root directory"},
+        {"fs ls -r /usr/share/doc/cmake", "a recursive listing"},
+        {"fs volumes", "mount points with their kind and space"},
+        {"fs copy /etc/os-release /tmp/os-release.copy", "copies a file"},
+    }});
 
 }  // namespace
 }  // namespace tvxhost

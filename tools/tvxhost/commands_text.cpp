@@ -1,19 +1,13 @@
 // tvxhost text: the library's text helpers from the command line.
-//   text calc "<expr>"
-//   text number <value> [--group] [--digits N] [--plus]
-//   text utf8 <text>
-//   text normalize <form> <text>
-//   text upper|lower|fold|title <text>
-// Further sub-commands are added to Subcommands() below.
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include <cmath>
 #include <iomanip>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "Args.h"
 #include "Host.h"
+#include "HostServices.h"
 #include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/UnicodeConversion.h"
@@ -25,43 +19,34 @@ using tvxcore::UTF16String;
 using tvxcore::UTF8String;
 namespace utility = tvxcore::utility;
 
-UTF16String Wide(const std::string& text) {
-  return utility::UTF8to16(UTF8String(text.begin(), text.end()));
-}
-std::string Narrow(const UTF16String& text) {
-  const UTF8String bytes = utility::UTF16to8(text);
-  return std::string(bytes.begin(), bytes.end());
-}
-
-int Calc(const Args& args) {
-  if (args.size() != 1) return UsageError("text");
-  const double value = utility::Calculate(Wide(args[0]), 0);
-  std::cout << Narrow(utility::NumberToString(value, 0, 6, utility::kNumberKeepCommas, 64)) << '\n';
-  return 0;
+int Calc(const Args& raw) {
+  const ArgList args(raw, {}, {"<expression>"});
+  const double value = utility::Calculate(TextArg(args[0], "<expression>"), 0);
+  if (!std::isfinite(value)) throw Failure("the result of " + Quoted(args[0]) + " is too large");
+  std::cout << ToUtf8(utility::NumberToString(value, 0, 6, utility::kNumberKeepCommas, 64)) << '\n';
+  return kExitSuccess;
 }
 
-int Number(const Args& args) {
-  if (args.empty()) return UsageError("text");
+int Number(const Args& raw) {
+  const ArgList args(raw, {{"--group", "", false}, {"--plus", "", false}, {"--digits", "", true}},
+                     {"<value>"});
+  const double value = ParseReal<double>(args[0], "<value>");
   utility::NumberFlags flags;
-  std::uint64_t digits = 2;
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    if (args[i] == "--group") {
-      flags.Set(utility::kNumberGroupThousands);
-    } else if (args[i] == "--plus") {
-      flags.Set(utility::kNumberForcePlus);
-    } else if (args[i] == "--digits" && i + 1 < args.size()) {
-      digits = std::strtoull(args[++i].c_str(), nullptr, 10);
-    } else {
-      return UsageError("text");
-    }
-  }
-  const double value = utility::StringToNumber(Wide(args[0]), 0);
-  std::cout << Narrow(utility::NumberToString(value, 1, digits, flags, 64)) << '\n';
-  return 0;
+  if (args.Has("--group")) flags.Set(utility::kNumberGroupThousands);
+  if (args.Has("--plus")) flags.Set(utility::kNumberForcePlus);
+  // The library rounds to the digits by scaling the value by ten to their
+  // number, so a value takes at most as many as keep that finite.
+  std::uint64_t mostDigits = 400;
+  while (mostDigits > 0 && !std::isfinite(std::fabs(value) * std::pow(10.0, double(mostDigits))))
+    --mostDigits;
+  const auto digits =
+      ParseInteger<std::uint64_t>(args.Value("--digits", "2"), "--digits", 0, mostDigits);
+  std::cout << ToUtf8(utility::NumberToString(value, 1, digits, flags, 64)) << '\n';
+  return kExitSuccess;
 }
 
-int Utf8(const Args& args) {
-  if (args.size() != 1) return UsageError("text");
+int Utf8(const Args& raw) {
+  const ArgList args(raw, {}, {"<text>"});
   const UTF8String bytes(args[0].begin(), args[0].end());
   utility::UnicodeErrorCode error = utility::kUnicodeNoError;
   std::size_t count = 0;
@@ -72,14 +57,16 @@ int Utf8(const Args& args) {
   for (auto b : bytes) std::cout << ' ' << std::hex << std::setw(2) << std::setfill('0') << +b;
   std::cout << std::dec << "\nunits " << count << ':';
   for (auto u : units) std::cout << " U+" << std::hex << std::uppercase << std::setw(4) << +u;
-  std::cout << std::dec << std::nouppercase << "\ncharacters "
+  std::cout << std::dec << std::nouppercase << std::setfill(' ') << "\ncharacters "
             << utility::GetUTF8CharacterCount(bytes.c_str(), static_cast<int>(bytes.size()))
             << "\nerror " << kErrors[error] << '\n';
-  return error == utility::kUnicodeNoError ? 0 : 1;
+  if (error == utility::kUnicodeNoError) return kExitSuccess;
+  throw Failure("the text is not valid UTF-8: " + std::string(kErrors[error]) + " after " +
+                std::to_string(count) + (count == 1 ? " unit" : " units"));
 }
 
-int Normalize(const Args& args) {
-  if (args.size() != 2) return UsageError("text");
+int Normalize(const Args& raw) {
+  const ArgList args(raw, {}, {"<form>", "<text>"});
   static const std::pair<const char*, utility::UnicodeNormalizationForm> kForms[] = {
       {"nfc", utility::kUnicodeNormalizationComposed},
       {"nfd", utility::kUnicodeNormalizationDecomposed},
@@ -87,68 +74,52 @@ int Normalize(const Args& args) {
       {"nfkd", utility::kUnicodeNormalizationCompatibilityDecomposed}};
   for (const auto& [name, form] : kForms) {
     if (args[0] != name) continue;
-    const UTF16String result = utility::NormalizedString(Wide(args[1]), form);
-    std::cout << Narrow(result) << "\nunits " << result.size() << ':';
+    const UTF16String result = utility::NormalizedString(TextArg(args[1], "<text>"), form);
+    std::cout << ToUtf8(result) << "\nunits " << result.size() << ':';
     for (auto u : result)
       std::cout << " U+" << std::hex << std::uppercase << std::setw(4) << std::setfill('0') << +u;
-    std::cout << std::dec << '\n';
-    return 0;
+    std::cout << std::dec << std::nouppercase << std::setfill(' ') << '\n';
+    return kExitSuccess;
   }
-  return UsageError("text");
+  throw UsageError("<form> must be nfc, nfd, nfkc or nfkd, not " + Quoted(args[0]));
 }
 
 // The words of the arguments joined by blanks, as one text.
-UTF16String JoinedText(const Args& args) {
-  std::string text;
-  for (const auto& word : args) text += (text.empty() ? "" : " ") + word;
-  return Wide(text);
-}
-
 template <UTF16String (*Map)(const UTF16String&)>
-int MapCase(const Args& args) {
-  if (args.empty()) return UsageError("text");
-  std::cout << Narrow(Map(JoinedText(args))) << '\n';
-  return 0;
+int MapCase(const Args& raw) {
+  const ArgList args(raw, {}, {"<text>..."});
+  std::string text;
+  for (const auto& word : args.Operands()) text += (text.empty() ? "" : " ") + word;
+  std::cout << ToUtf8(Map(TextArg(text, "<text>"))) << '\n';
+  return kExitSuccess;
 }
 
-struct Subcommand {
-  const char* name;
-  const char* usage;
-  std::function<int(const Args&)> run;
-};
-
-// The sub-commands of "text"; add a row to extend the group.
-const std::vector<Subcommand>& Subcommands() {
-  static const std::vector<Subcommand> table = {
-      {"calc", "calc \"<expr>\"      evaluate as a numeric entry field does", Calc},
-      {"number", "number <value> [--group] [--digits N] [--plus]", Number},
-      {"utf8", "utf8 <text>          UTF-8 bytes, UTF-16 units and the decode result", Utf8},
-      {"normalize", "normalize nfc|nfd|nfkc|nfkd <text>", Normalize},
-      {"upper", "upper <text>         upper case (a sharp s becomes SS)",
-       MapCase<utility::UpperCase>},
-      {"lower", "lower <text>         lower case", MapCase<utility::LowerCase>},
-      {"fold", "fold <text>          folded for comparison", MapCase<utility::FoldCase>},
-      {"title", "title <text>         each word capitalised, the rest lower case",
-       MapCase<utility::TitleCase>},
-  };
-  return table;
-}
-
-std::vector<std::string> Usage() {
-  std::vector<std::string> lines;
-  for (const auto& s : Subcommands()) lines.emplace_back(s.usage);
-  return lines;
-}
-
-int Run(const Args& args) {
-  if (args.empty()) return UsageError("text");
-  for (const auto& s : Subcommands()) {
-    if (args[0] == s.name) return s.run(Args(args.begin() + 1, args.end()));
-  }
-  return UsageError("text");
-}
-
-const Registrar kTextCommands(CommandGroup{"text", Usage(), Run});
+const Registrar kTextCommands(CommandGroup{
+    "text",
+    "the library's text helpers: case, normal forms, numbers, UTF-8",
+    {
+        {"calc", "<expression>", "evaluate arithmetic as a numeric entry field does", Calc},
+        {"number", "<value> [--group] [--digits <n>] [--plus]",
+         "format a number in the user's locale with <n> fraction digits (2)", Number},
+        {"utf8", "<text>", "the UTF-8 bytes, UTF-16 units and decoding result of any bytes", Utf8},
+        {"normalize", "nfc|nfd|nfkc|nfkd <text>", "a Unicode normal form, with its units",
+         Normalize},
+        {"upper", "<text>...", "upper case (a sharp s becomes SS)", MapCase<utility::UpperCase>},
+        {"lower", "<text>...", "lower case", MapCase<utility::LowerCase>},
+        {"fold", "<text>...", "folded for comparisons that ignore case",
+         MapCase<utility::FoldCase>},
+        {"title", "<text>...", "each word capitalised, the rest lower case",
+         MapCase<utility::TitleCase>},
+    },
+    {"Text must be UTF-8 (only 'utf8' takes any bytes). Several words are joined by",
+     "blanks; put \"--\" before text that begins with \"-\"."},
+    {
+        {"text upper straße", "prints STRASSE"},
+        {"text title \"hello wORLD\"", "prints Hello World"},
+        {"text calc \"(1+2)*3\"", "prints 9"},
+        {"text number 1234.5 --group", "prints 1,234.50"},
+        {"text number -0.125 --digits 3", "prints -0.125"},
+    }});
 
 }  // namespace
 }  // namespace tvxhost
