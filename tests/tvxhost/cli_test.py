@@ -1,15 +1,12 @@
 #!/usr/bin/env python3
 """Drives tvxhost as a person does and checks what they see.
 
-    cli_test.py <tvxhost> <source dir> [--after-library-fixes]
+    cli_test.py <tvxhost> <source dir>
 
 Runs every example of the README and of "tvxhost help", the tables of bad
 usage and of file failures below, and a sweep of odd argument vectors over
 every subcommand. File failures that need a process without root's power to
 ignore permissions run as the user "nobody" when the test runs as root.
-
-With --after-library-fixes it runs only the rows that wait for the library
-to blame the right file when copying and saving safely.
 """
 import os
 import re
@@ -22,7 +19,6 @@ import tempfile
 
 HOST = os.path.abspath(sys.argv[1])
 SOURCE = sys.argv[2]
-PENDING = "--after-library-fixes" in sys.argv[3:]
 NOBODY = 65534
 failures = []
 
@@ -236,11 +232,8 @@ FILES = [
      ["parsing"]),
     (["plist", "validate", "unreadable.plist"], True, 1, ["\"unreadable.plist\": Permission"],
      ["parsing"]),
-]
-
-# The same, for what the library must attribute: the file that could not be
-# read, the file the user named (not a temporary one).
-FILES_AFTER_LIBRARY_FIXES = [
+    # The file that could not be read, the file the user named (never a
+    # temporary one).
     (["fs", "copy", "unreadable.txt", "out/y"], True, 1, ["'unreadable.txt'"], ["out/y"]),
     (["plist", "set", "/nonexistent/dir/s.plist", "a", "i32", "1"], False, 1,
      ["'/nonexistent/dir/s.plist'"], []),
@@ -348,11 +341,10 @@ def main():
         make_tree(work)
         if os.geteuid() == 0 and run(["--version"], work, unprivileged=True)[0] != 0:
             print("note: the build can't be run as nobody; permission rows are skipped")
-            global FILES, FILES_AFTER_LIBRARY_FIXES
+            global FILES
             FILES = [row for row in FILES if not row[1]]
-            FILES_AFTER_LIBRARY_FIXES = [r for r in FILES_AFTER_LIBRARY_FIXES if not r[1]]
         commands = ["alloc", "errors", "fs", "plist", "text", "help"]
-        sections = [lambda: test_files(work, FILES_AFTER_LIBRARY_FIXES)] if PENDING else [
+        sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
             lambda: test_usage(work),
