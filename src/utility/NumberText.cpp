@@ -150,8 +150,12 @@ UTF16String NumberToString(double value, std::uint64_t minimumIntegerDigits,
       if (e & 1) power *= base;
       base *= base;
     }
+    // Where value * 10^fractionDigits leaves the range of double, the value
+    // has no digits that far after the point: rounding to the step would only
+    // turn it into inf or nan.
     const double step = 1 / power;
-    value = std::floor(value / step + 0.5) * step;
+    const double scaled = value / step;
+    if (step > 0 && std::isfinite(scaled)) value = std::floor(scaled + 0.5) * step;
     text = Fixed(value, precision);
   }
 

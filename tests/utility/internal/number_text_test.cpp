@@ -70,6 +70,9 @@ TEST_F(NumberText, FormatsWithEveryFlagCombinationAndRounding) {
       {1234567890123.5, 0, 1, 0, 13, "1.234568e+12"},
       {1234.5, 0, 1, 0, 6, "1e+03"},
       {12, 2000000, 0, 0, 32, "1.200000e+01"},  // the padding would not fit
+      // Large values with many fraction digits keep their value.
+      {1e300, 0, 9, 0, 32, "1.000000e+300"},
+      {-1e300, 0, 400, 0, 32, "-1.000000e+300"},
       {std::numeric_limits<double>::infinity(), 0, 0, 0, 32, "inf"},
       {std::nan(""), 0, 2, 0, 32, "nan"},
   };
