@@ -3,6 +3,7 @@
 
 #include "tvxcore/Export.h"
 #include "tvxcore/Version.h"
+#include "tvxcore/base/ThreadAnnotations.h"
 
 // Memory and strings
 #include "tvxcore/utility/CaseMapping.h"

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "tvxcore/Export.h"
+#include "tvxcore/base/ThreadAnnotations.h"
 
 namespace tvxcore::threads {
 
@@ -26,7 +27,7 @@ class TVXCORE_EXPORT ReadWriteLock {
   ReadWriteLock& operator=(const ReadWriteLock&) = delete;
 
   // Takes the shared lock unless a writer is announced; false then, at once.
-  __attribute__((always_inline)) bool TryLockShared() {
+  TVX_ALWAYS_INLINE bool TryLockShared() {
     std::uint64_t seen = state_.load(std::memory_order_relaxed);
     if ((seen >> 32) != 0) return false;
     if (state_.compare_exchange_weak(seen, seen + 1, std::memory_order_acquire,
@@ -38,7 +39,7 @@ class TVXCORE_EXPORT ReadWriteLock {
   // Takes the shared lock, waiting out an announced writer.
   void LockShared();
 
-  __attribute__((always_inline)) void UnlockShared() {
+  TVX_ALWAYS_INLINE void UnlockShared() {
     const std::uint64_t before = state_.fetch_sub(1, std::memory_order_release);
     if ((before >> 32) != 0 && (before & kReaderMask) == 1) WakeWriter();
   }

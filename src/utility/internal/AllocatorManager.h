@@ -60,18 +60,6 @@ struct alignas(16) Chunk {
 };
 static_assert(sizeof(Chunk) == kChunkHeaderSize, "chunk header is 64 bytes");
 
-// Storage for an object that is built on first use and never destroyed, so
-// that blocks it handed out stay valid through static destruction.
-template <typename T>
-class NoDestructor {
- public:
-  NoDestructor() { new (storage_) T(); }
-  T& get() noexcept { return *std::launder(reinterpret_cast<T*>(storage_)); }
-
- private:
-  alignas(T) unsigned char storage_[sizeof(T)];
-};
-
 // A growable array of chunk pointers in 16 bytes, so that a manager's fast-path
 // fields fit one cache line. Used both as the manager's list of chunks and, kept
 // sorted by address, as its address set. Changed only under the growth lock

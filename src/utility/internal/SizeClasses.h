@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 
+#include "base/NoDestructor.h"
 #include "utility/internal/AllocatorManager.h"
 
 namespace tvxcore::utility::internal {
@@ -55,7 +56,7 @@ using ManagerTypeAt =
 // never destroyed.
 template <std::size_t kIndex>
 ManagerTypeAt<kIndex>& ManagerAt() {
-  static NoDestructor<ManagerTypeAt<kIndex>> manager;
+  static base::NoDestructor<ManagerTypeAt<kIndex>> manager;
   return manager.get();
 }
 
