@@ -53,24 +53,41 @@ std::string Show(const UTF8String& s) {
   return ::testing::PrintToString(std::vector<int>(s.begin(), s.end()));
 }
 
+std::string KernelName(const ::testing::TestParamInfo<UnicodeKernel>& info) {
+  const char* names[] = {"Portable", "SSE2", "AVX2", "AVX512"};
+  return names[static_cast<int>(info.param)];
+}
+
 class Kernels : public ::testing::TestWithParam<UnicodeKernel> {
  protected:
   void SetUp() override {
-    if (!internal::UnicodeKernelSupported(GetParam())) GTEST_SKIP() << "not on this processor";
+    const std::string name = KernelName({GetParam(), 0});
+#if defined(__x86_64__)
+    // Every x86-64 build carries each kernel (the build compiles each file
+    // for its instruction set); only the processor may lack one.
+    ASSERT_TRUE(internal::UnicodeKernelCompiled(GetParam())) << name << " kernel not built";
+#endif
+    if (!internal::UnicodeKernelCompiled(GetParam()))
+      GTEST_SKIP() << "no " << name << " kernel in a build for this processor family";
+    if (!internal::UnicodeKernelSupported(GetParam()))
+      GTEST_SKIP() << "this processor lacks the instructions of the " << name << " kernel";
     internal::ForceUnicodeKernel(GetParam());
     ASSERT_EQ(internal::ActiveUnicodeKernel(), GetParam());
   }
   void TearDown() override { internal::ForceUnicodeKernel(UnicodeKernel::kBest); }
 };
-
-std::string KernelName(const ::testing::TestParamInfo<UnicodeKernel>& info) {
-  const char* names[] = {"Portable", "SSE2", "AVX2", "AVX512"};
-  return names[static_cast<int>(info.param)];
-}
 INSTANTIATE_TEST_SUITE_P(Unicode, Kernels,
                          ::testing::Values(UnicodeKernel::kPortable, UnicodeKernel::kSSE2,
                                            UnicodeKernel::kAVX2, UnicodeKernel::kAVX512),
                          KernelName);
+
+TEST(UnicodeKernelChoice, LibraryPicksTheWidestKernelTheProcessorRuns) {
+  UnicodeKernel widest = UnicodeKernel::kPortable;
+  for (auto k : {UnicodeKernel::kSSE2, UnicodeKernel::kAVX2, UnicodeKernel::kAVX512})
+    if (internal::UnicodeKernelSupported(k)) widest = k;
+  internal::ForceUnicodeKernel(UnicodeKernel::kBest);
+  EXPECT_EQ(internal::ActiveUnicodeKernel(), widest);
+}
 
 TEST_P(Kernels, EveryCodePointRoundTripsAloneAndInOneLongText) {
   UTF8String all8;
