@@ -1,9 +1,5 @@
 #include "filesupport/internal/PathCodec.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 namespace tvxcore::filesupport::internal {
 
 bool ToNative(const UTF16String& path, std::string& out) {
@@ -70,20 +66,16 @@ std::size_t WidenNative(std::string_view bytes, UTF16Char* out) {
     return i < n && (static_cast<unsigned char>(bytes[i]) & 0xC0) == 0x80;
   };
   for (std::size_t i = 0; i < n;) {
-#if defined(__SSE2__)
-    // The common case, plain ASCII, sixteen bytes at a time.
-    while (i + 16 <= n) {
-      const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes.data() + i));
-      if (_mm_movemask_epi8(chunk) != 0) break;
-      const __m128i zero = _mm_setzero_si128();
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(chunk, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(chunk, zero));
-      out += 16;
-      i += 16;
-    }
-    if (i == n) break;
-#endif
     const unsigned char b = static_cast<unsigned char>(bytes[i]);
+    if (b < 0x80 && n - i >= kAsciiBlock) {
+      // The common case, plain ASCII, a block at a time.
+      const std::size_t ascii = WidenAsciiPrefix(bytes.data() + i, n - i, out);
+      if (ascii != 0) {
+        out += ascii;
+        i += ascii;
+        continue;
+      }
+    }
     if (b < 0x80) {
       *out++ = b;
       ++i;

@@ -7,6 +7,7 @@
 // three escaped bytes: bytes on disk always round-trip.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -25,5 +26,14 @@ void AppendFromNative(std::string_view bytes, UTF16String& out);
 // bytes.size() units: a name never widens to more units than it has bytes.
 // Returns the number of units written.
 std::size_t WidenNative(std::string_view bytes, UTF16Char* out);
+
+// WidenNative's fast path (PathCodec_sse2.cpp, the one file of the path codec
+// compiled for an instruction set): widens the ASCII bytes at the front of the
+// n bytes at `bytes` while a whole block of kAsciiBlock remains, and returns
+// how many. May store up to a block of units beyond them; `out` has room for
+// n units. Returns 0 on processors without SSE2, where WidenNative's byte loop
+// takes ASCII as well.
+inline constexpr std::size_t kAsciiBlock = 16;
+std::size_t WidenAsciiPrefix(const char* bytes, std::size_t n, UTF16Char* out);
 
 }  // namespace tvxcore::filesupport::internal

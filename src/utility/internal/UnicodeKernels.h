@@ -1,5 +1,6 @@
 // The bulk UTF-8/UTF-16 loops behind UTF8to16 and UTF16to8, in a portable form
-// and in vector forms chosen once at run time from the processor's features.
+// and in vector forms chosen once at run time from the processor's features
+// (one file per instruction set in src/utility/unicode/).
 // Vector code is used only for runs of ASCII and for blocks it has validated;
 // every other sequence goes through the same scalar rules, so all forms give
 // identical results.
@@ -46,10 +47,14 @@ UTF16Measure MeasureUTF16(const UTF16Char* source, std::size_t count);
 // bytes MeasureUTF16 gave. Returns the bytes written.
 std::size_t EncodeUTF16(const UTF16Char* source, std::size_t count, UTF8Char* target);
 
-// Test and benchmark hook: restricts the conversions to one kernel (kBest lets
-// the library choose again). Asking for a kernel the processor lacks falls back
-// to the best one it has. Not thread-safe against running conversions.
+// Test and benchmark hooks. ForceUnicodeKernel restricts the conversions to
+// one kernel (kBest lets the library choose again); asking for a kernel the
+// processor lacks falls back to the best one it has. Not thread-safe against
+// running conversions. A kernel is compiled into every build for its
+// processor family (the vector ones on x86-64) and supported where it is
+// compiled and the processor has its instructions.
 void ForceUnicodeKernel(UnicodeKernel kernel);
+bool UnicodeKernelCompiled(UnicodeKernel kernel);
 bool UnicodeKernelSupported(UnicodeKernel kernel);
 UnicodeKernel ActiveUnicodeKernel();
 

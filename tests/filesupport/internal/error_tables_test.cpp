@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <string>
 #include <typeinfo>
+#include <utility>
 
 #include "filesupport/TempDirFixture.h"
 #include "filesupport/internal/ErrorMapping.h"
@@ -134,6 +135,39 @@ TEST(PathCodec, NamesRoundTripWhateverTheirBytesButZeroUnitsCantNameAFile) {
   }
   EXPECT_EQ(internal::FromNative("caf\xC3\xA9"), u"caf\u00E9");
   EXPECT_EQ(internal::FromNative("a\xFF"), (UTF16String{u'a', 0xDCFF}));
+  // Long names go through the block-at-a-time ASCII path: each of these
+  // pieces, after a run of ASCII of every length across three blocks and
+  // before a long ASCII tail, decodes alike.
+  const std::pair<std::string, UTF16String> pieces[] = {
+      {"", u""},
+      {"\xC3\xA9", u"\u00E9"},
+      {"\xE2\x82\xAC", u"\u20AC"},
+      {"\xF0\x9F\x8E\xB5", u"\U0001F3B5"},
+      {"\xFF", UTF16String{0xDCFF}},
+      {"\xE2\x82", UTF16String{0xDCE2, 0xDC82}},
+      {"\xED\xA0\x80", UTF16String{0xDCED, 0xDCA0, 0xDC80}},
+  };
+  for (const auto& [piece, units] : pieces) {
+    for (std::size_t run = 0; run <= 3 * internal::kAsciiBlock; ++run) {
+      for (std::size_t tail : {std::size_t{0}, std::size_t{5}, 2 * internal::kAsciiBlock + 3}) {
+        std::string bytes;
+        UTF16String expected;
+        for (std::size_t i = 0; i < run; ++i) {
+          bytes += static_cast<char>(0x20 + (i * 7) % 0x5F);
+          expected += static_cast<UTF16Char>(0x20 + (i * 7) % 0x5F);
+        }
+        bytes += piece + std::string(tail, '~');
+        expected += units + UTF16String(tail, u'~');
+        ASSERT_EQ(internal::FromNative(bytes), expected) << run << " " << tail;
+        UTF16String appended(u"x");
+        internal::AppendFromNative(bytes, appended);
+        ASSERT_EQ(appended, u"x" + expected) << run << " " << tail;
+        std::string back;
+        ASSERT_TRUE(internal::ToNative(expected, back));
+        ASSERT_EQ(back, bytes) << run << " " << tail;
+      }
+    }
+  }
   std::string out;
   EXPECT_FALSE(internal::ToNative(UTF16String(u"a\0b", 3), out));
   EXPECT_TRUE(internal::ToNative(UTF16String{0xD800, u'a'}, out));  // lone surrogate passes

@@ -53,24 +53,140 @@ std::string Show(const UTF8String& s) {
   return ::testing::PrintToString(std::vector<int>(s.begin(), s.end()));
 }
 
+std::string KernelName(const ::testing::TestParamInfo<UnicodeKernel>& info) {
+  const char* names[] = {"Portable", "SSE2", "AVX2", "AVX512"};
+  return names[static_cast<int>(info.param)];
+}
+
 class Kernels : public ::testing::TestWithParam<UnicodeKernel> {
  protected:
   void SetUp() override {
-    if (!internal::UnicodeKernelSupported(GetParam())) GTEST_SKIP() << "not on this processor";
+    const std::string name = KernelName({GetParam(), 0});
+#if defined(__x86_64__)
+    // Every x86-64 build carries each kernel (the build compiles each file
+    // for its instruction set); only the processor may lack one.
+    ASSERT_TRUE(internal::UnicodeKernelCompiled(GetParam())) << name << " kernel not built";
+#endif
+    if (!internal::UnicodeKernelCompiled(GetParam()))
+      GTEST_SKIP() << "no " << name << " kernel in a build for this processor family";
+    if (!internal::UnicodeKernelSupported(GetParam()))
+      GTEST_SKIP() << "this processor lacks the instructions of the " << name << " kernel";
     internal::ForceUnicodeKernel(GetParam());
     ASSERT_EQ(internal::ActiveUnicodeKernel(), GetParam());
   }
   void TearDown() override { internal::ForceUnicodeKernel(UnicodeKernel::kBest); }
 };
-
-std::string KernelName(const ::testing::TestParamInfo<UnicodeKernel>& info) {
-  const char* names[] = {"Portable", "SSE2", "AVX2", "AVX512"};
-  return names[static_cast<int>(info.param)];
-}
 INSTANTIATE_TEST_SUITE_P(Unicode, Kernels,
                          ::testing::Values(UnicodeKernel::kPortable, UnicodeKernel::kSSE2,
                                            UnicodeKernel::kAVX2, UnicodeKernel::kAVX512),
                          KernelName);
+
+TEST(UnicodeKernelChoice, LibraryPicksTheWidestKernelTheProcessorRuns) {
+  UnicodeKernel widest = UnicodeKernel::kPortable;
+  for (auto k : {UnicodeKernel::kSSE2, UnicodeKernel::kAVX2, UnicodeKernel::kAVX512})
+    if (internal::UnicodeKernelSupported(k)) widest = k;
+  internal::ForceUnicodeKernel(UnicodeKernel::kBest);
+  EXPECT_EQ(internal::ActiveUnicodeKernel(), widest);
+}
+
+// What the four bulk loops give for one text, under the active kernel.
+struct Outcome {
+  internal::UTF8DecodeResult decoded;
+  UTF16String units;
+  std::size_t counted;
+  internal::UTF16Measure measured;
+  UTF8String encoded;
+};
+Outcome RunLoops(const UTF8String& bytes, const UTF16String& units) {
+  Outcome o;
+  o.counted = internal::CountUTF16Units(bytes.data(), bytes.size());
+  std::vector<UTF16Char> target(bytes.size());
+  o.decoded = internal::DecodeUTF8(bytes.data(), bytes.size(), target.data());
+  o.units.assign(target.data(), std::min(o.decoded.written, target.size()));
+  o.measured = internal::MeasureUTF16(units.data(), units.size());
+  std::vector<UTF8Char> encoded(o.measured.bytes);
+  const std::size_t n = internal::EncodeUTF16(units.data(), o.measured.limit, encoded.data());
+  o.encoded.assign(encoded.data(), std::min(n, encoded.size()));
+  return o;
+}
+
+TEST_P(Kernels, AgreesWithThePortableKernelOnAnyInput) {
+  // Random mixes of ASCII runs, sequences of each width, stray and zero bytes;
+  // of ASCII runs, units of each range, paired and lone surrogates and zeros.
+  std::mt19937 random(2024);
+  const auto pick = [&random](std::uint32_t from, std::uint32_t to) {
+    return from + static_cast<std::uint32_t>(random() % (to - from + 1));
+  };
+  for (int round = 0; round < 3000; ++round) {
+    UTF8String bytes;
+    UTF16String units;
+    const std::size_t length = random() % (round < 2000 ? 140 : 700);
+    while (bytes.size() < length) {
+      switch (random() % 8) {
+        case 0:
+        case 1:
+          bytes += UTF8String(pick(1, 70), static_cast<UTF8Char>(pick(1, 0x7F)));
+          break;
+        case 2:
+          AppendUTF8(pick(0x80, 0x7FF), bytes);
+          break;
+        case 3:
+          AppendUTF8(pick(0x800, 0xFFFF), bytes);
+          break;
+        case 4:
+          AppendUTF8(pick(0x10000, 0x10FFFF), bytes);
+          break;
+        case 5:
+          bytes.push_back(static_cast<UTF8Char>(pick(0x80, 0xFF)));
+          break;
+        case 6:
+          bytes.push_back(static_cast<UTF8Char>(round % 4 == 0 ? 0 : pick(0xE0, 0xF4)));
+          break;
+        default:
+          bytes.push_back(static_cast<UTF8Char>(pick(0x20, 0x7E)));
+          break;
+      }
+    }
+    while (units.size() < length) {
+      switch (random() % 7) {
+        case 0:
+        case 1:
+          units += UTF16String(pick(1, 70), static_cast<UTF16Char>(pick(1, 0x7F)));
+          break;
+        case 2:
+          units.push_back(static_cast<UTF16Char>(pick(0x80, 0x7FF)));
+          break;
+        case 3:
+          units.push_back(static_cast<UTF16Char>(pick(0x800, 0xFFFF)));
+          break;
+        case 4:
+          units += Units(
+              {static_cast<int>(pick(0xD800, 0xDBFF)), static_cast<int>(pick(0xDC00, 0xDFFF))});
+          break;
+        case 5:
+          units.push_back(static_cast<UTF16Char>(pick(0xD800, 0xDFFF)));
+          break;
+        default:
+          units.push_back(static_cast<UTF16Char>(round % 5 == 0 ? 0 : pick(0x20, 0x7E)));
+          break;
+      }
+    }
+    const Outcome kernel = RunLoops(bytes, units);
+    internal::ForceUnicodeKernel(UnicodeKernel::kPortable);
+    const Outcome portable = RunLoops(bytes, units);
+    internal::ForceUnicodeKernel(GetParam());
+    SCOPED_TRACE(::testing::Message() << "round " << round << " bytes " << Show(bytes));
+    ASSERT_EQ(kernel.decoded.read, portable.decoded.read);
+    ASSERT_EQ(kernel.decoded.written, portable.decoded.written);
+    ASSERT_EQ(kernel.decoded.error, portable.decoded.error);
+    ASSERT_EQ(kernel.units, portable.units);
+    ASSERT_EQ(kernel.counted, portable.counted);
+    ASSERT_EQ(kernel.measured.limit, portable.measured.limit);
+    ASSERT_EQ(kernel.measured.bytes, portable.measured.bytes);
+    ASSERT_EQ(kernel.measured.ascii, portable.measured.ascii);
+    ASSERT_EQ(kernel.encoded, portable.encoded);
+  }
+}
 
 TEST_P(Kernels, EveryCodePointRoundTripsAloneAndInOneLongText) {
   UTF8String all8;

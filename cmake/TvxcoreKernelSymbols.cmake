@@ -1,0 +1,43 @@
+# Checks the objects of files compiled above the baseline processor (the
+# AVX2 and AVX-512 kernels): each may define one symbol that other files see,
+# its constant set of functions (k...Kernels), and no code that runs before the
+# dispatcher has looked at the processor. A weak symbol here means an inline
+# function compiled for that instruction set which the linker may hand to
+# baseline callers; a constructor means code that runs at load time on any
+# processor.
+#
+#   cmake -DNM=nm -DOBJDUMP=objdump -DINSTRUMENTED=OFF -DOBJECTS=a.o;b.o -P <this file>
+
+if(NOT OBJECTS)
+  message(FATAL_ERROR "no kernel objects to check")
+endif()
+foreach(object ${OBJECTS})
+  execute_process(COMMAND ${NM} --defined-only --extern-only -C ${object}
+                  OUTPUT_VARIABLE symbols RESULT_VARIABLE failed)
+  if(failed)
+    message(FATAL_ERROR "${NM} failed on ${object}")
+  endif()
+  string(REPLACE "\n" ";" symbols "${symbols}")
+  set(sets 0)
+  foreach(line ${symbols})
+    if(line MATCHES " [DR] tvxcore::utility::internal::k[A-Za-z0-9]+Kernels$")
+      math(EXPR sets "${sets} + 1")
+    elseif(NOT (INSTRUMENTED AND line MATCHES " __(asan|odr_asan|sancov)"))
+      message(FATAL_ERROR "${object} defines a symbol other files can reach: ${line}\n"
+                          "Give it internal linkage (utility/internal/UnicodeKernelsLoops.h).")
+    endif()
+  endforeach()
+  if(NOT sets EQUAL 1)
+    message(FATAL_ERROR "${object} must define exactly one kernel set, not ${sets}")
+  endif()
+  if(NOT INSTRUMENTED)
+    execute_process(COMMAND ${OBJDUMP} -h ${object} OUTPUT_VARIABLE sections
+                    RESULT_VARIABLE failed)
+    if(failed)
+      message(FATAL_ERROR "${OBJDUMP} failed on ${object}")
+    endif()
+    if(sections MATCHES "\\.(init_array|ctors|preinit_array)")
+      message(FATAL_ERROR "${object} runs code at load time; its kernel set must be constant data")
+    endif()
+  endif()
+endforeach()
