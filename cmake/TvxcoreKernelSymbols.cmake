@@ -4,7 +4,8 @@
 # dispatcher has looked at the processor. A weak symbol here means an inline
 # function compiled for that instruction set which the linker may hand to
 # baseline callers; a constructor means code that runs at load time on any
-# processor.
+# processor. The one weak symbol allowed is the unwinder's personality pointer
+# (DW.ref.__gxx_personality_v0), which is data.
 #
 #   cmake -DNM=nm -DOBJDUMP=objdump -DINSTRUMENTED=OFF -DOBJECTS=a.o;b.o -P <this file>
 
@@ -22,6 +23,10 @@ foreach(object ${OBJECTS})
   foreach(line ${symbols})
     if(line MATCHES " [DR] tvxcore::utility::internal::k[A-Za-z0-9]+Kernels$")
       math(EXPR sets "${sets} + 1")
+    elseif(line MATCHES " V DW\\.ref\\.__gxx_personality_v0$")
+      # A pointer to the C++ unwinder's personality routine that the compiler
+      # emits beside any code with cleanups (sanitizer builds add some): data,
+      # never code compiled for the kernel's instruction set.
     elseif(NOT (INSTRUMENTED AND line MATCHES " __(asan|odr_asan|sancov)"))
       message(FATAL_ERROR "${object} defines a symbol other files can reach: ${line}\n"
                           "Give it internal linkage (utility/internal/UnicodeKernelsLoops.h).")
