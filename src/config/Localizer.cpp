@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "tvxcore/Locale.h"
-#include "utility/internal/AuxiliaryResources.h"
+#include "filesupport/internal/AuxiliaryResources.h"
 
 namespace tvxcore::config {
 

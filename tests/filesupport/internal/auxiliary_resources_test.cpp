@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/HostInfo.h"
-#include "utility/internal/AuxiliaryResources.h"
+#include "filesupport/internal/AuxiliaryResources.h"
 
 using namespace tvxcore;
 

@@ -1,4 +1,4 @@
-#include "utility/internal/AuxiliaryResources.h"
+#include "filesupport/internal/AuxiliaryResources.h"
 
 #include <string>
 
