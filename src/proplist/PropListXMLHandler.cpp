@@ -12,10 +12,10 @@
 
 #include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
+#include "proplist/internal/RoutedReader.h"
 #include "proplist/internal/TextEscape.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropNodes.h"
-#include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
 namespace tvxcore::proplist {
@@ -212,11 +212,8 @@ class PropListReader final : public xml::internal::UTF8Handler {
  public:
   explicit PropListReader(PropList* root) : root_(root) {}
 
-  // The UTF-8 route of a handler that is exactly a PropListXMLHandler.
-  static PropListReader* RouteOf(xml::AbstractParseHandler& handler) {
-    if (typeid(handler) != typeid(PropListXMLHandler)) return nullptr;
-    return static_cast<PropListXMLHandler&>(handler).reader_.get();
-  }
+  // The reader behind a handler.
+  static PropListReader* Of(PropListXMLHandler& handler) { return handler.reader_.get(); }
 
   bool StartElement(std::string_view name,
                     std::span<const xml::internal::UTF8Attribute> attributes) override {
@@ -542,15 +539,11 @@ void PropListXMLHandler::Characters(const UTF16String& text) { reader_->Characte
 
 }  // namespace tvxcore::proplist
 
-namespace tvxcore::xml::internal {
-
-UTF8Handler* UTF8RouteOf(AbstractParseHandler& handler) {
-  return proplist::internal::PropListReader::RouteOf(handler);
-}
-
-}  // namespace tvxcore::xml::internal
-
 namespace tvxcore::proplist {
+
+xml::internal::UTF8Handler* internal::RoutedPropListXMLHandler::UTF8Route() {
+  return PropListReader::Of(*this);
+}
 
 namespace utils {
 
@@ -567,7 +560,8 @@ void WritePropList(UTF8String& text, const PropList& list) {
 }
 
 void ReadPropList(const UTF8String& text, PropList& list) {
-  std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<PropListXMLHandler>(&list);
+  std::unique_ptr<xml::AbstractParseHandler> handler =
+      std::make_unique<internal::RoutedPropListXMLHandler>(&list);
   std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
   if (!parser) {
     internal::ReportError(kMissingParserFactoryRead, 21);
