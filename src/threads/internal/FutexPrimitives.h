@@ -8,19 +8,24 @@
 
 #include "platform/Sync.h"
 #include "platform/Thread.h"
+#include "tvxcore/base/ThreadAnnotations.h"
 
 namespace tvxcore::threads::internal {
 
 // Reentrant mutual exclusion: an owner thread id, a recursion count and a
 // lock word (0 free, 1 held, 2 held with sleepers). The owner may lock again;
 // each Lock or successful TryLock is paired with one Unlock by the owner.
-class FutexRecursiveMutex {
+//
+// To the thread-safety analysis it is a plain lock (a capability): what it
+// guards says TVX_GUARDED_BY, and a lock type built on it passes the contract
+// on. Its own three operations are its implementation and are not analysed.
+class TVX_CAPABILITY("mutex") FutexRecursiveMutex {
  public:
   constexpr FutexRecursiveMutex() noexcept = default;
   FutexRecursiveMutex(const FutexRecursiveMutex&) = delete;
   FutexRecursiveMutex& operator=(const FutexRecursiveMutex&) = delete;
 
-  void Lock() noexcept {
+  void Lock() noexcept TVX_ACQUIRE() TVX_NO_THREAD_SAFETY_ANALYSIS {
     const std::uint32_t self = platform::CurrentThreadId();
     if (owner_.load(std::memory_order_relaxed) == self) {
       ++recursion_;
@@ -34,7 +39,7 @@ class FutexRecursiveMutex {
     recursion_ = 1;
   }
 
-  bool TryLock() noexcept {
+  bool TryLock() noexcept TVX_TRY_ACQUIRE(true) TVX_NO_THREAD_SAFETY_ANALYSIS {
     const std::uint32_t self = platform::CurrentThreadId();
     if (owner_.load(std::memory_order_relaxed) == self) {
       ++recursion_;
@@ -49,7 +54,7 @@ class FutexRecursiveMutex {
     return true;
   }
 
-  void Unlock() noexcept {
+  void Unlock() noexcept TVX_RELEASE() TVX_NO_THREAD_SAFETY_ANALYSIS {
     if (--recursion_ != 0) return;
     owner_.store(0, std::memory_order_relaxed);
     if (word_.exchange(0, std::memory_order_release) == 2) platform::FutexWake(&word_, 1);
