@@ -1,10 +1,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -42,23 +40,6 @@ std::uint64_t PhysicalMemoryBytes() noexcept {
   long pageSize = sysconf(_SC_PAGESIZE);
   if (pages <= 0 || pageSize <= 0) return 0;
   return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
-}
-
-namespace {
-// The kernel's thread id, asked once per thread: every reported error looks its
-// thread up, and the system call would be most of that cost. A forked child's
-// only thread learns its new id through the at-fork hook.
-thread_local std::uint32_t t_threadId = 0;
-void ForgetThreadIdInChild() { t_threadId = 0; }
-}  // namespace
-
-std::uint32_t CurrentThreadIdentifier() noexcept {
-  if (t_threadId == 0) {
-    static const bool registered = pthread_atfork(nullptr, nullptr, ForgetThreadIdInChild) == 0;
-    (void)registered;
-    t_threadId = static_cast<std::uint32_t>(syscall(SYS_gettid));
-  }
-  return t_threadId;
 }
 
 // Async-signal-safe: the fault-signal path asks this too, so no allocation
