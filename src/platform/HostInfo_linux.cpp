@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/HostInfo.h"
+#include "platform/internal/Posix.h"
 
 namespace tvxcore::platform {
 namespace {
@@ -45,16 +46,12 @@ std::uint64_t PhysicalMemoryBytes() noexcept {
 // Async-signal-safe: the fault-signal path asks this too, so no allocation
 // and no stdio, only open/read/close on a stack buffer.
 bool TracerAttached() noexcept {
-  int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  internal::ScopedFd fd(
+      internal::RetryOnEintr([] { return ::open("/proc/self/status", O_RDONLY | O_CLOEXEC); }));
+  if (!fd.valid()) return false;
   char buffer[4096];
   std::size_t length = 0;
-  while (length < sizeof(buffer) - 1) {
-    ssize_t got = read(fd, buffer + length, sizeof(buffer) - 1 - length);
-    if (got <= 0) break;
-    length += static_cast<std::size_t>(got);
-  }
-  close(fd);
+  (void)internal::ReadAll(fd.get(), buffer, sizeof(buffer) - 1, length);
   buffer[length] = '\0';
   const char* field = std::strstr(buffer, "TracerPid:");
   if (!field) return false;

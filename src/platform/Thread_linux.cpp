@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+#include "platform/internal/Posix.h"
+
 namespace tvxcore::platform {
 namespace {
 
@@ -50,8 +52,7 @@ int GetCurrentThreadNice() noexcept {
 void SleepMilliseconds(int milliseconds) noexcept {
   if (milliseconds < 0) milliseconds = 0;
   timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000L};
-  while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
-  }
+  internal::RetryOnEintr([&] { return ::nanosleep(&remaining, &remaining); });
 }
 
 }  // namespace tvxcore::platform
