@@ -1,4 +1,5 @@
 // Legal file names: the units no name may hold and the reserved device names.
+#include "base/NoDestructor.h"
 #include "filesupport/internal/TextFold.h"
 #include "tvxcore/utility/FileUtils.h"
 
@@ -13,8 +14,8 @@ const UTF16String kDeviceNames[] = {u"CON",  u"PRN",  u"AUX",  u"NUL",  u"COM1",
 }  // namespace
 
 const UTF16String& GetIllegalFilenameCharacters() {
-  static const UTF16String kIllegal = u"\\/:*?\"<>|";
-  return kIllegal;
+  static const base::NoDestructor<UTF16String> kIllegal(u"\\/:*?\"<>|");
+  return *kIllegal;
 }
 
 bool ReplaceIllegalFileNameCharacters(UTF16String& name, UTF16Char replacement) {
