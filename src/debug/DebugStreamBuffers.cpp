@@ -1,5 +1,6 @@
 // The stream buffers of tvxcore/utility/TextStreams.h that write to the
-// debug output and to standard output.
+// debug output and to standard output, and the two global streams over them
+// (utility::streams::UTF16Out and Debug).
 #include <cstdio>
 
 #include "debug/internal/DebugTraceText.h"
@@ -30,3 +31,24 @@ template class DebugStreamBuffer<UTF16Char>;
 template class UTF16StdOutStreamBuffer<UTF16Char>;
 
 }  // namespace tvxcore::debug
+
+namespace tvxcore::utility::streams {
+namespace {
+
+UTF16OutputStream& MakeUTF16Out() {
+  static debug::UTF16StdOutStreamBuffer<UTF16Char> buffer;
+  static UTF16OutputStream stream(&buffer);
+  return stream;
+}
+UTF16OutputStream& MakeDebug() {
+  static debug::DebugStreamBuffer<UTF16Char> buffer;
+  static UTF16OutputStream stream(&buffer);
+  return stream;
+}
+
+}  // namespace
+
+UTF16OutputStream& UTF16Out = MakeUTF16Out();
+UTF16OutputStream& Debug = MakeDebug();
+
+}  // namespace tvxcore::utility::streams
