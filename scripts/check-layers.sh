@@ -16,6 +16,12 @@
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
 #   bash scripts/check-layers.sh        prints each wrong include; exit 1 if any
+#   bash scripts/check-layers.sh build/release
+#                                       the same, and then, from that build's
+#                                       object files, each symbol that code
+#                                       of one layer uses and only a higher
+#                                       layer defines (a function declared
+#                                       low and defined high)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -53,6 +59,13 @@ known=(
   "src/utility/internal/AllocatorManager.h debug/internal/ContractCheck.h"
 )
 
+# Symbols of a higher layer that an object file is known to need, one
+# "file symbol-prefix" pair a line (mangled names), with the reason.
+known_links=(
+  # The allocator's contract report, as for its include above.
+  "src/utility/SmallBlockAllocator.cpp _ZN7tvxcore5debug8internal17ContractViolation"
+)
+
 names=(platform base threads utility config debug filesupport xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
@@ -84,5 +97,47 @@ done < <(
 
 if [ "$status" = 0 ]; then
   echo "check-layers: every include goes down or stays in its layer"
+fi
+
+if [ -n "${1:-}" ]; then
+  objects="$1/src/CMakeFiles/tvxcore_objects.dir"
+  if [ ! -d "$objects" ]; then
+    echo "check-layers: no object files in $objects; build the library first" >&2
+    exit 1
+  fi
+  links=0
+  # One line per symbol an object defines (D) or needs (U): "layer D|U
+  # symbol file". Objects of sources that no longer exist are left out.
+  # Weak definitions count (explicit template instances are weak); an inline
+  # function is weak in every object that keeps a copy, so it is found in
+  # the user's own layer.
+  while read -r layer use symbol file; do
+    for pair in "${known_links[@]}"; do
+      [ "$file" = "${pair%% *}" ] && [[ "$symbol" == "${pair#* }"* ]] && continue 2
+    done
+    echo "$file: ${names[$use]} uses $(echo "$symbol" | c++filt), defined only in ${names[$layer]}"
+    links=1
+  done < <(
+    find "$objects" -name '*.o' | sort | while read -r object; do
+      source="src/${object#"$objects"/}"
+      source="${source%.o}"
+      [ -f "$source" ] || continue
+      nm "$object" | awk -v layer="$(layer_of "$source")" -v file="$source" '
+        $1 == "U" { print layer, "U", $2, file }
+        NF == 3 && $2 ~ /^[TDBRWV]$/ { print layer, "D", $3, file }'
+    done | awk '
+      $2 == "D" { if (!($3 in low) || $1 < low[$3]) low[$3] = $1; next }
+      { use[NR] = $0 }
+      END {
+        for (i in use) {
+          split(use[i], f, " ")
+          if ((f[3] in low) && low[f[3]] > f[1]) print low[f[3]], f[1], f[3], f[4]
+        }
+      }' | sort -u)
+  if [ "$links" = 0 ]; then
+    echo "check-layers: no object file needs a symbol that only a higher layer defines"
+  else
+    status=1
+  fi
 fi
 exit "$status"
