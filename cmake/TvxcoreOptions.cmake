@@ -9,7 +9,12 @@ if(TVXCORE_SANITIZE)
   endif()
 endif()
 
+if(TVXCORE_THREAD_SAFETY_ANALYSIS AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  message(FATAL_ERROR "TVXCORE_THREAD_SAFETY_ANALYSIS needs clang")
+endif()
+
 # Warnings on the project's own code; errors with TVXCORE_WERROR.
 function(tvxcore_set_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra $<$<BOOL:${TVXCORE_WERROR}>:-Werror>)
+  target_compile_options(${target} PRIVATE -Wall -Wextra $<$<BOOL:${TVXCORE_WERROR}>:-Werror>
+                         $<$<BOOL:${TVXCORE_THREAD_SAFETY_ANALYSIS}>:-Wthread-safety>)
 endfunction()

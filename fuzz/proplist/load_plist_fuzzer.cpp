@@ -19,22 +19,14 @@
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"
 
+#include "PlistFuzzSupport.h"
+
 using namespace tvxcore;
 
 namespace {
 
-struct Reported {
-  std::string key;
-};
-
-class ThrowingManager : public config::ErrorManager {
- public:
-  void ReportError(config::ErrorLevel, const char* key, std::uint32_t, std::int32_t, bool,
-                   const config::ReplacementValue&, const config::ReplacementValue&,
-                   const config::ReplacementValue&, const config::ReplacementValue&) override {
-    throw Reported{key};
-  }
-};
+using plist_fuzz::Reported;
+using plist_fuzz::Setup;
 
 const std::filesystem::path& Dir() {
   static const std::filesystem::path dir = [] {
@@ -54,14 +46,6 @@ UTF16String PathOf(const std::filesystem::path& p) {
 std::string Contents(const std::filesystem::path& p) {
   std::ifstream in(p, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-bool Setup() {
-  static ThrowingManager manager;
-  config::ErrorManager::Set(&manager);
-  std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-  xml::SetParserFactory(factory);
-  return true;
 }
 
 std::string Text(const proplist::PropList& list) {

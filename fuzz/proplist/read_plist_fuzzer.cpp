@@ -14,20 +14,14 @@
 #include "tvxcore/proplist/PropListXMLHandler.h"
 #include "tvxcore/xml/ExpatParser.h"
 
+#include "PlistFuzzSupport.h"
+
 using namespace tvxcore;
 
 namespace {
 
-struct Reported {};
-
-class ThrowingManager : public config::ErrorManager {
- public:
-  void ReportError(config::ErrorLevel, const char*, std::uint32_t, std::int32_t, bool,
-                   const config::ReplacementValue&, const config::ReplacementValue&,
-                   const config::ReplacementValue&, const config::ReplacementValue&) override {
-    throw Reported{};
-  }
-};
+using plist_fuzz::Reported;
+using plist_fuzz::Setup;
 
 class Subclass : public proplist::PropListXMLHandler {
  public:
@@ -49,14 +43,6 @@ bool ReadWith(const UTF8String& bytes, UTF8String& text) {
   }
   proplist::utils::WritePropList(text, list);
   return ok;
-}
-
-bool Setup() {
-  static ThrowingManager manager;
-  config::ErrorManager::Set(&manager);
-  std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-  xml::SetParserFactory(factory);
-  return true;
 }
 
 }  // namespace

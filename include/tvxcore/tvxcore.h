@@ -55,11 +55,3 @@
 #include "tvxcore/proplist/PropNodes.h"
 #include "tvxcore/xml/ExpatParser.h"
 #include "tvxcore/xml/XMLParser.h"
-
-namespace tvxcore {
-
-// The version of the library that is loaded, "major.minor.patch". It may differ
-// from TVXCORE_VERSION_STRING when a program runs against a newer build.
-TVXCORE_EXPORT const char* GetLibraryVersion() noexcept;
-
-}  // namespace tvxcore

@@ -1,5 +1,7 @@
 #include "tvxcore/config/ClientIdentity.h"
 
+#include "base/NoDestructor.h"
+
 namespace tvxcore::config {
 namespace {
 
@@ -25,9 +27,10 @@ struct Identity {
 };
 
 // Made on first use, which also covers callers from other load-time
-// initialisers; lives until the library is unloaded.
+// initialisers; never destroyed, so the texts handed out stay valid while
+// other static objects are destroyed.
 Identity& Values() {
-  static Identity* identity = new Identity();
+  static base::NoDestructor<Identity> identity;
   return *identity;
 }
 

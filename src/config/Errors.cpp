@@ -1,11 +1,10 @@
 #include "tvxcore/config/Errors.h"
 
-#include <boost/thread/lock_guard.hpp>
 #include <charconv>
 #include <new>
 #include <stdexcept>
 
-#include "platform/HostInfo.h"
+#include "platform/Thread.h"
 #include "tvxcore/config/Localizer.h"
 
 namespace tvxcore::config {
@@ -181,8 +180,8 @@ bool ErrorManager::IsErrorReportingDeferred() const {
 }
 
 DeferredErrorReporter* ErrorManager::GetCurrentErrorReporterForThisThread() const {
-  const std::uint32_t thread = platform::CurrentThreadIdentifier();
-  boost::lock_guard<boost::recursive_mutex> lock(mutex_);
+  const std::uint32_t thread = platform::CurrentThreadId();
+  threads::CheckedLock lock(mutex_);
   auto it = reporters_.find(thread);
   if (it == reporters_.end() || it->second.empty()) return nullptr;
   return it->second.front();
@@ -190,15 +189,15 @@ DeferredErrorReporter* ErrorManager::GetCurrentErrorReporterForThisThread() cons
 
 void ErrorManager::AddDeferredErrorReporter(DeferredErrorReporter* inReporter) {
   if (!inReporter) return;
-  const std::uint32_t thread = platform::CurrentThreadIdentifier();
-  boost::lock_guard<boost::recursive_mutex> lock(mutex_);
+  const std::uint32_t thread = platform::CurrentThreadId();
+  threads::CheckedLock lock(mutex_);
   reporters_[thread].push_front(inReporter);
 }
 
 void ErrorManager::RemoveDeferredErrorReporter(DeferredErrorReporter* inReporter) {
   if (!inReporter) return;
-  const std::uint32_t thread = platform::CurrentThreadIdentifier();
-  boost::lock_guard<boost::recursive_mutex> lock(mutex_);
+  const std::uint32_t thread = platform::CurrentThreadId();
+  threads::CheckedLock lock(mutex_);
   auto it = reporters_.find(thread);
   if (it == reporters_.end()) return;
   it->second.remove(inReporter);

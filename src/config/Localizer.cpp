@@ -1,9 +1,10 @@
+// The installed localizer. Installing one (Localizer::Set) also loads the
+// library's dictionary from disk, so Set and LoadTVXDictionaries are defined
+// in the files layer, in filesupport/LibraryDictionaries.cpp; nothing below
+// that layer calls them.
 #include "tvxcore/config/Localizer.h"
 
 #include <stdexcept>
-
-#include "tvxcore/Locale.h"
-#include "utility/internal/AuxiliaryResources.h"
 
 namespace tvxcore::config {
 
@@ -19,20 +20,6 @@ Localizer* Localizer::Get() {
   return S_localizerP;
 }
 
-void Localizer::Set(Localizer* inLocalizer) {
-  S_localizerP = inLocalizer;
-  if (inLocalizer) LoadTVXDictionaries();
-}
-
 bool Localizer::Initialized() noexcept { return S_localizerP != nullptr; }
-
-void Localizer::LoadTVXDictionaries() {
-  if (!S_localizerP || !Locale::IsInitialized()) return;
-  UTF16String name = u"tvx_";
-  name += Locale::ApplicationLangauge();
-  // Any function of this library locates the library's own file.
-  const void* self = reinterpret_cast<const void*>(&Localizer::LoadTVXDictionaries);
-  S_localizerP->LoadDictionary(utility::GetAuxiliaryResourcesPath(self, name, u"dict"));
-}
 
 }  // namespace tvxcore::config

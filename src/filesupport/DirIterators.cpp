@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <memory>
 #include <set>
+#include <type_traits>
+#include <utility>
 
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
@@ -226,16 +228,6 @@ bool IteratorHelper::operator==(const IteratorHelper& other) const {
 
 // --- Dir listings ---
 
-namespace {
-
-bool HelpersEqual(const std::unique_ptr<IteratorHelper>& a,
-                  const std::unique_ptr<IteratorHelper>& b) {
-  if (!a || !b) return !a && !b;
-  return *a == *b;
-}
-
-}  // namespace
-
 Dir::DirIterator Dir::BeginSubdirs(bool resolveAliases, boost::function<bool()>* abortCheck,
                                    PathComparePtr compare) const {
   return DirIterator(
@@ -255,68 +247,60 @@ Dir::DirIterator Dir::BeginVolumes(PathComparePtr compare) {
 }
 Dir::DirIterator Dir::EndVolumes() { return DirIterator(new IteratorHelper()); }
 
-Dir::DirIterator::DirIterator() = default;
-Dir::DirIterator::DirIterator(IteratorHelper* helper) : helper_(helper) {}
-Dir::DirIterator::DirIterator(const DirIterator& other)
-    : helper_(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr) {}
-Dir::DirIterator& Dir::DirIterator::operator=(const DirIterator& other) {
-  if (this != &other) helper_.reset(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr);
-  return *this;
-}
-Dir::DirIterator::DirIterator(DirIterator&& other) noexcept = default;
-Dir::DirIterator& Dir::DirIterator::operator=(DirIterator&& other) noexcept = default;
-Dir::DirIterator::~DirIterator() = default;
-bool Dir::DirIterator::operator==(const DirIterator& other) const {
-  return HelpersEqual(helper_, other.helper_);
-}
-Dir::DirIterator& Dir::DirIterator::operator++() {
-  if (helper_) helper_->Advance();
-  return *this;
-}
-Dir::DirIterator Dir::DirIterator::operator++(int) {
-  DirIterator before(*this);
-  ++*this;
-  return before;
-}
-// Entries are in normal form already.
-Dir Dir::DirIterator::operator*() const {
-  if (!helper_) return Dir();
-  const PathView path = helper_->Current();
-  return Dir(DirHelper(UTF16String(path.data(), path.size()), FileHelper::NormalPath()));
-}
-PathView Dir::DirIterator::CurrentPath() const { return helper_ ? helper_->Current() : PathView(); }
+// Dir::DirIterator and Dir::FileIterator: one body for both.
 
-Dir::FileIterator::FileIterator() = default;
-Dir::FileIterator::FileIterator(IteratorHelper* helper) : helper_(helper) {}
-Dir::FileIterator::FileIterator(const FileIterator& other)
+template <typename Value>
+ListingIterator<Value>::ListingIterator() = default;
+template <typename Value>
+ListingIterator<Value>::ListingIterator(IteratorHelper* helper) : helper_(helper) {}
+template <typename Value>
+ListingIterator<Value>::ListingIterator(const ListingIterator& other)
     : helper_(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr) {}
-Dir::FileIterator& Dir::FileIterator::operator=(const FileIterator& other) {
+template <typename Value>
+ListingIterator<Value>& ListingIterator<Value>::operator=(const ListingIterator& other) {
   if (this != &other) helper_.reset(other.helper_ ? new IteratorHelper(*other.helper_) : nullptr);
   return *this;
 }
-Dir::FileIterator::FileIterator(FileIterator&& other) noexcept = default;
-Dir::FileIterator& Dir::FileIterator::operator=(FileIterator&& other) noexcept = default;
-Dir::FileIterator::~FileIterator() = default;
-bool Dir::FileIterator::operator==(const FileIterator& other) const {
-  return HelpersEqual(helper_, other.helper_);
+template <typename Value>
+ListingIterator<Value>::ListingIterator(ListingIterator&& other) noexcept = default;
+template <typename Value>
+ListingIterator<Value>& ListingIterator<Value>::operator=(ListingIterator&& other) noexcept =
+    default;
+template <typename Value>
+ListingIterator<Value>::~ListingIterator() = default;
+
+template <typename Value>
+bool ListingIterator<Value>::operator==(const ListingIterator& other) const {
+  if (!helper_ || !other.helper_) return !helper_ && !other.helper_;
+  return *helper_ == *other.helper_;
 }
-Dir::FileIterator& Dir::FileIterator::operator++() {
+template <typename Value>
+ListingIterator<Value>& ListingIterator<Value>::operator++() {
   if (helper_) helper_->Advance();
   return *this;
 }
-Dir::FileIterator Dir::FileIterator::operator++(int) {
-  FileIterator before(*this);
+template <typename Value>
+ListingIterator<Value> ListingIterator<Value>::operator++(int) {
+  ListingIterator before(*this);
   ++*this;
   return before;
 }
-File Dir::FileIterator::operator*() const {
-  if (!helper_) return File();
+
+// Entries are in normal form already.
+template <typename Value>
+Value ListingIterator<Value>::operator*() const {
+  using PathHelper = std::remove_cvref_t<decltype(std::declval<const Value&>().Helper())>;
+  if (!helper_) return Value();
   const PathView path = helper_->Current();
-  return File(FileHelper(UTF16String(path.data(), path.size()), FileHelper::NormalPath()));
+  return Value(PathHelper(UTF16String(path.data(), path.size()), FileHelper::NormalPath()));
 }
-PathView Dir::FileIterator::CurrentPath() const {
+template <typename Value>
+PathView ListingIterator<Value>::CurrentPath() const {
   return helper_ ? helper_->Current() : PathView();
 }
+
+template class ListingIterator<Dir>;
+template class ListingIterator<File>;
 
 // --- RecursiveFileIterator ---
 

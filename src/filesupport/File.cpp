@@ -3,6 +3,9 @@
 #include <unicode/uchar.h>
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
+#include <type_traits>
+
+#include "base/NoDestructor.h"
 
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
@@ -112,43 +115,103 @@ DirHelper::DirHelper(const UTF16String& path) : path_(NativeNormalForm(path, tru
 DirHelper::DirHelper(const std::string& path)
     : path_(NativeNormalForm(internal::FromNative(path), true)) {}
 
-// --- File ---
+// --- what File and Dir share ---
 
-// An empty File or Dir has no helper until it needs one: end iterators and
-// default members make them often.
-File::File() = default;
-File::File(const FileHelper& helper) : helper_(std::make_unique<FileHelper>(helper)) {}
-File::File(FileHelper&& helper) : helper_(std::make_unique<FileHelper>(std::move(helper))) {}
-File::File(const File& other)
-    : helper_(other.helper_ ? std::make_unique<FileHelper>(*other.helper_) : nullptr) {}
-File::File(File&& other) noexcept : helper_(std::move(other.helper_)) {}
-File::File(const UTF16String& path) : helper_(std::make_unique<FileHelper>(path)) {}
-File::File(const Dir& dir, const UTF16String& name)
-    : helper_(std::make_unique<FileHelper>(JoinPath(dir.FullPath(), name))) {}
-File::File(const Dir& dir, const UTF16String& name, bool resolveAlias) : File(dir, name) {
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath() = default;
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(const PathHelper& helper)
+    : helper_(std::make_unique<PathHelper>(helper)) {}
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(PathHelper&& helper)
+    : helper_(std::make_unique<PathHelper>(std::move(helper))) {}
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(const UTF16String& path)
+    : helper_(std::make_unique<PathHelper>(path)) {}
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(const Dir& dir, const UTF16String& name, bool resolveAlias)
+    : BasicPath(JoinPath(dir.FullPath(), name)) {
+  constexpr bool kIsDir = std::is_same_v<PathHelper, DirHelper>;
   UTF16String target;
-  if (resolveAlias && ResolveAliasPath(helper_->Path(), false, target))
-    *helper_ = FileHelper(target);
+  // The alias is a file: the name as given, before any trailing "/" went.
+  if (resolveAlias && ResolveAliasPath(JoinPath(dir.FullPath(), name), kIsDir, target))
+    *helper_ = PathHelper(target);
 }
-File::~File() = default;
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(const BasicPath& other)
+    : helper_(other.helper_ ? std::make_unique<PathHelper>(*other.helper_) : nullptr) {}
+template <typename PathHelper>
+BasicPath<PathHelper>::BasicPath(BasicPath&& other) noexcept = default;
+template <typename PathHelper>
+BasicPath<PathHelper>::~BasicPath() = default;
 
-File& File::operator=(const File& other) {
+template <typename PathHelper>
+BasicPath<PathHelper>& BasicPath<PathHelper>::operator=(const BasicPath& other) {
   AssignHelper(helper_, other.helper_);
   return *this;
 }
-File& File::operator=(File&& other) noexcept {
+template <typename PathHelper>
+BasicPath<PathHelper>& BasicPath<PathHelper>::operator=(BasicPath&& other) noexcept {
   helper_.swap(other.helper_);
   return *this;
 }
 
-// A moved-from File reads as the empty path.
+// A moved-from value reads as the empty path.
+template <typename PathHelper>
+const PathHelper& BasicPath<PathHelper>::Helper() const {
+  static const base::NoDestructor<PathHelper> kEmpty;
+  return helper_ ? *helper_ : *kEmpty;
+}
+
+template <typename PathHelper>
+UTF16String BasicPath<PathHelper>::GetName() const {
+  UTF16String title, extension;
+  fu::SplitLongPath(Helper().Path(), nullptr, &title, &extension);
+  return title + extension;
+}
+
+template <typename PathHelper>
+UTF16String BasicPath<PathHelper>::FullPath() const {
+  return Helper().Path();
+}
+template <typename PathHelper>
+std::string BasicPath<PathHelper>::FullPathMultiByte() const {
+  return ToNative(Helper().Path());
+}
+
+template <typename PathHelper>
+Dir BasicPath<PathHelper>::Parent() const {
+  UTF16String parent;
+  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
+  return Dir(parent);
+}
+
+template <typename PathHelper>
+bool BasicPath<PathHelper>::operator==(const BasicPath& other) const {
+  return CompareFileNames(Helper().Path(), other.Helper().Path()) == 0;
+}
+
+template <typename PathHelper>
+int BasicPath<PathHelper>::RenameTo(const UTF16String& newName) {
+  UTF16String parent, target;
+  fu::GetParentPath(Helper().Path(), parent);
+  fu::BuildPathSpec(parent, newName, target);
+  std::string from, to;
+  const int error = ToNative(Helper().Path(), from) && ToNative(target, to)
+                        ? platform::MovePath(from, to)
+                        : static_cast<int>(platform::kErrorInvalidName);
+  if (error == 0) helper_ = std::make_unique<PathHelper>(target);
+  return error;
+}
+
+template class BasicPath<FileHelper>;
+template class BasicPath<DirHelper>;
+
+// --- File ---
+
 FileHelper& File::Helper() {
   if (!helper_) helper_ = std::make_unique<FileHelper>();
   return *helper_;
-}
-const FileHelper& File::Helper() const {
-  static const FileHelper kEmpty;
-  return helper_ ? *helper_ : kEmpty;
 }
 
 bool File::Exists() const { return fu::FileExists(Helper().Path()); }
@@ -178,15 +241,7 @@ void File::Delete() {
 }
 
 void File::Rename(const UTF16String& newName) {
-  UTF16String parent, target;
-  fu::GetParentPath(Helper().Path(), parent);
-  fu::BuildPathSpec(parent, newName, target);
-  std::string from, to;
-  const int error = ToNative(Helper().Path(), from) && ToNative(target, to)
-                        ? platform::MovePath(from, to)
-                        : static_cast<int>(platform::kErrorInvalidName);
-  if (error != 0) throw rename_file(*this, newName);
-  Helper() = FileHelper(target);
+  if (RenameTo(newName) != 0) throw rename_file(*this, newName);
 }
 
 boost::posix_time::ptime File::Modified() const {
@@ -207,12 +262,6 @@ unsigned long long File::Size(FileSizeSelector selector) const {
   return size;
 }
 
-UTF16String File::GetName() const {
-  UTF16String title, extension;
-  fu::SplitLongPath(Helper().Path(), nullptr, &title, &extension);
-  return title + extension;
-}
-
 UTF16String File::GetTitle() const {
   UTF16String title;
   fu::SplitLongPath(Helper().Path(), nullptr, &title, nullptr);
@@ -225,51 +274,7 @@ UTF16String File::GetExtension(bool lowerCase) const {
   return lowerCase ? ToLower(extension) : extension;
 }
 
-UTF16String File::FullPath() const { return Helper().Path(); }
-std::string File::FullPathMultiByte() const { return ToNative(Helper().Path()); }
-
-Dir File::Parent() const {
-  UTF16String parent;
-  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
-  return Dir(parent);
-}
-
-bool File::operator==(const File& other) const {
-  return CompareFileNames(Helper().Path(), other.Helper().Path()) == 0;
-}
-
 // --- Dir ---
-
-Dir::Dir() = default;
-Dir::Dir(const DirHelper& helper) : helper_(std::make_unique<DirHelper>(helper)) {}
-Dir::Dir(DirHelper&& helper) : helper_(std::make_unique<DirHelper>(std::move(helper))) {}
-Dir::Dir(const Dir& other)
-    : helper_(other.helper_ ? std::make_unique<DirHelper>(*other.helper_) : nullptr) {}
-Dir::Dir(Dir&& other) noexcept : helper_(std::move(other.helper_)) {}
-Dir::Dir(const UTF16String& path) : helper_(std::make_unique<DirHelper>(path)) {}
-Dir::Dir(const Dir& dir, const UTF16String& name)
-    : helper_(std::make_unique<DirHelper>(JoinPath(dir.FullPath(), name))) {}
-Dir::Dir(const Dir& dir, const UTF16String& name, bool resolveAlias) : Dir(dir, name) {
-  UTF16String target;
-  // The alias is a file: the name as given, before any trailing "/" went.
-  if (resolveAlias && ResolveAliasPath(JoinPath(dir.FullPath(), name), true, target))
-    *helper_ = DirHelper(target);
-}
-Dir::~Dir() = default;
-
-Dir& Dir::operator=(const Dir& other) {
-  AssignHelper(helper_, other.helper_);
-  return *this;
-}
-Dir& Dir::operator=(Dir&& other) noexcept {
-  helper_.swap(other.helper_);
-  return *this;
-}
-
-const DirHelper& Dir::Helper() const {
-  static const DirHelper kEmpty;
-  return helper_ ? *helper_ : kEmpty;
-}
 
 bool Dir::Exists() const {
   std::string native;
@@ -302,16 +307,9 @@ void Dir::Delete() {
 }
 
 void Dir::Rename(const UTF16String& newName) {
-  UTF16String parent, target;
-  fu::GetParentPath(Helper().Path(), parent);
-  fu::BuildPathSpec(parent, newName, target);
-  std::string from, to;
-  const int error = ToNative(Helper().Path(), from) && ToNative(target, to)
-                        ? platform::MovePath(from, to)
-                        : static_cast<int>(platform::kErrorInvalidName);
+  const int error = RenameTo(newName);
   if (error == platform::kErrorAlreadyExists) throw rename_dir_already_exists(*this, newName);
   if (error != 0) throw rename_dir(*this, newName);
-  helper_ = std::make_unique<DirHelper>(target);
 }
 
 boost::posix_time::ptime Dir::Modified() const {
@@ -324,29 +322,10 @@ boost::posix_time::ptime Dir::Created() const {
                                                           TimeKind::kCreated);
 }
 
-UTF16String Dir::GetName() const {
-  UTF16String title, extension;
-  fu::SplitLongPath(Helper().Path(), nullptr, &title, &extension);
-  return title + extension;
-}
-
-UTF16String Dir::FullPath() const { return Helper().Path(); }
-std::string Dir::FullPathMultiByte() const { return ToNative(Helper().Path()); }
-
 bool Dir::IsTopLevelDir() const {
   UTF16String parent;
   fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
   return parent.empty();
-}
-
-Dir Dir::Parent() const {
-  UTF16String parent;
-  fu::SplitLongPath(Helper().Path(), &parent, nullptr, nullptr);
-  return Dir(parent);
-}
-
-bool Dir::operator==(const Dir& other) const {
-  return CompareFileNames(Helper().Path(), other.Helper().Path()) == 0;
 }
 
 // --- free functions ---

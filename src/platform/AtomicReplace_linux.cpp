@@ -26,7 +26,8 @@ int SyncDescriptor(int fd) {
     return TranslateErrno(injected, false);
   // EINVAL/EROFS: the file system keeps nothing to sync (pipes, some special
   // or read-only file systems); there is nothing left to commit.
-  if (::fsync(fd) != 0 && errno != EINVAL && errno != EROFS) return TranslateErrno(errno, false);
+  if (RetryOnEintr([&] { return ::fsync(fd); }) != 0 && errno != EINVAL && errno != EROFS)
+    return TranslateErrno(errno, false);
   return kErrorSuccess;
 }
 

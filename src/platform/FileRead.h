@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/internal/ScopedFd.h"
+
 namespace tvxcore::platform {
 
 // A regular file open for reading; the destructor closes it. Used by one
@@ -17,7 +19,6 @@ namespace tvxcore::platform {
 class ReadOnlyFile {
  public:
   ReadOnlyFile() = default;
-  ~ReadOnlyFile();
   ReadOnlyFile(const ReadOnlyFile&) = delete;
   ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
 
@@ -38,7 +39,7 @@ class ReadOnlyFile {
  private:
   int Fail(int err, const std::string& path);
 
-  int fd_ = -1;
+  internal::ScopedFd fd_;
   std::uint64_t size_ = 0;
   std::string failure_;
 };

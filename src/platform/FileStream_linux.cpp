@@ -11,9 +11,13 @@
 
 #include "platform/FileStream.h"
 #include "platform/FileSystem.h"
+#include "platform/internal/Posix.h"
 
 namespace tvxcore::platform {
 namespace {
+
+using internal::RetryOnEintr;
+using internal::ScopedFd;
 
 // The descriptor of a handle; false for one no descriptor can have.
 bool ToFd(std::int64_t handle, int& fd) {
@@ -28,24 +32,23 @@ int LastError() { return TranslateErrno(errno, false); }
 int Lock(int fd, bool forWriting, FileShare share) {
   if (share == FileShare::kReadWrite) return kErrorSuccess;
   const int operation = (forWriting ? LOCK_EX : LOCK_SH) | LOCK_NB;
-  for (;;) {
-    if (::flock(fd, operation) == 0) return kErrorSuccess;
-    switch (errno) {
-      case EINTR:
-        continue;
-      case EWOULDBLOCK:
-        return kErrorSharingViolation;
-      // A file system that can't lock opens unlocked: sharing is advice.
-      case ENOLCK:
-      case EINVAL:
-      case EOPNOTSUPP:
-      case ENOSYS:
-        return kErrorSuccess;
-      default:
-        return LastError();
-    }
+  if (RetryOnEintr([&] { return ::flock(fd, operation); }) == 0) return kErrorSuccess;
+  switch (errno) {
+    case EWOULDBLOCK:
+      return kErrorSharingViolation;
+    // A file system that can't lock opens unlocked: sharing is advice.
+    case ENOLCK:
+    case EINVAL:
+    case EOPNOTSUPP:
+    case ENOSYS:
+      return kErrorSuccess;
+    default:
+      return LastError();
   }
 }
+
+// 0 as kErrorSuccess, any other errno as its Windows code.
+int Translated(int err) { return err == 0 ? kErrorSuccess : TranslateErrno(err, false); }
 
 }  // namespace
 
@@ -54,30 +57,22 @@ int OpenFileStream(const std::string& path, bool forWriting, FileShare share,
   outHandle = -1;
   if (path.empty()) return kErrorPathNotFound;
   const int flags = (forWriting ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOCTTY;
-  int fd = -1;
-  do {
-    fd = ::open(path.c_str(), flags);
-  } while (fd < 0 && errno == EINTR);
-  if (fd < 0) return ErrorForPath(errno, path);
+  ScopedFd fd(RetryOnEintr([&] { return ::open(path.c_str(), flags); }));
+  if (!fd.valid()) return ErrorForPath(errno, path);
 
   // A directory opens for reading on Linux; a file stream must not.
   struct stat st;
-  int error = ::fstat(fd, &st) == 0 ? kErrorSuccess : LastError();
-  if (error == kErrorSuccess && S_ISDIR(st.st_mode)) error = kErrorAccessDenied;
-  if (error == kErrorSuccess) error = Lock(fd, forWriting, share);
-  if (error != kErrorSuccess) {
-    ::close(fd);
-    return error;
-  }
-  outHandle = fd;
+  if (::fstat(fd.get(), &st) != 0) return LastError();
+  if (S_ISDIR(st.st_mode)) return kErrorAccessDenied;
+  if (const int error = Lock(fd.get(), forWriting, share)) return error;
+  outHandle = fd.Release();
   return kErrorSuccess;
 }
 
 int CloseFileStream(std::int64_t handle) {
   int fd;
   if (!ToFd(handle, fd)) return kErrorInvalidHandle;
-  // Never retried: Linux releases the descriptor even when close() says EINTR.
-  return ::close(fd) == 0 || errno == EINTR ? kErrorSuccess : LastError();
+  return Translated(ScopedFd(fd).Close());
 }
 
 int ReadFileStream(std::int64_t handle, unsigned char* dst, std::uint32_t count,
@@ -85,32 +80,16 @@ int ReadFileStream(std::int64_t handle, unsigned char* dst, std::uint32_t count,
   outDone = 0;
   int fd;
   if (!ToFd(handle, fd)) return kErrorInvalidHandle;
-  while (outDone < count) {
-    const ssize_t n = ::read(fd, dst + outDone, count - outDone);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return LastError();
-    }
-    if (n == 0) break;  // end of file: no error
-    outDone += static_cast<std::uint32_t>(n);
-  }
-  return kErrorSuccess;
+  std::size_t done = 0;
+  const int err = internal::ReadAll(fd, dst, count, done);
+  outDone = static_cast<std::uint32_t>(done);
+  return Translated(err);
 }
 
 int WriteFileStream(std::int64_t handle, const unsigned char* src, std::uint32_t count) {
   int fd;
   if (!ToFd(handle, fd)) return kErrorInvalidHandle;
-  std::uint32_t done = 0;
-  while (done < count) {
-    const ssize_t n = ::write(fd, src + done, count - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return LastError();
-    }
-    if (n == 0) return kErrorDiskFull;
-    done += static_cast<std::uint32_t>(n);
-  }
-  return kErrorSuccess;
+  return Translated(internal::WriteAll(fd, src, count));
 }
 
 int GetFileStreamPosition(std::int64_t handle, std::uint64_t& outPos) {
@@ -144,19 +123,15 @@ int SetFileStreamLength(std::int64_t handle, std::uint64_t length) {
   int fd;
   if (!ToFd(handle, fd)) return kErrorInvalidHandle;
   if (length > static_cast<std::uint64_t>(LLONG_MAX)) return kErrorInvalidParameter;
-  for (;;) {
-    if (::ftruncate(fd, static_cast<off_t>(length)) == 0) return kErrorSuccess;
-    if (errno != EINTR) return LastError();
-  }
+  if (RetryOnEintr([&] { return ::ftruncate(fd, static_cast<off_t>(length)); }) == 0)
+    return kErrorSuccess;
+  return LastError();
 }
 
 int SyncFileStream(std::int64_t handle) {
   int fd;
   if (!ToFd(handle, fd)) return kErrorInvalidHandle;
-  for (;;) {
-    if (::fsync(fd) == 0) return kErrorSuccess;
-    if (errno != EINTR) return LastError();
-  }
+  return RetryOnEintr([&] { return ::fsync(fd); }) == 0 ? kErrorSuccess : LastError();
 }
 
 }  // namespace tvxcore::platform

@@ -272,8 +272,7 @@ int ListDirectoryBlocks(const std::string& path,
   char* const buffer = buffers->bytes.get();
   std::vector<DirEntry>& entries = buffers->entries;
   for (;;) {
-    const ssize_t got = ::getdents64(fd.get(), buffer, kBufferSize);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = RetryOnEintr([&] { return ::getdents64(fd.get(), buffer, kBufferSize); });
     if (got <= 0) break;  // the end, or a failure part way, which ends the listing too
     entries.clear();
     for (ssize_t at = 0; at < got;) {
@@ -501,16 +500,16 @@ int CopyFileContents(const std::string& from, const std::string& to,
       errno = injected;
       n = -1;
     } else if (useRange) {
-      n = ::copy_file_range(in.get(), nullptr, out.get(), nullptr, kChunk, 0);
+      n = RetryOnEintr(
+          [&] { return ::copy_file_range(in.get(), nullptr, out.get(), nullptr, kChunk, 0); });
       if (n < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
         useRange = false;
         continue;
       }
     } else {
-      n = ::sendfile(out.get(), in.get(), nullptr, kChunk);
+      n = RetryOnEintr([&] { return ::sendfile(out.get(), in.get(), nullptr, kChunk); });
     }
     if (n < 0) {
-      if (errno == EINTR) continue;
       const int err = errno;
       return fail(TranslateErrno(err, false),
                   IsWriteSideError(err) ? CopySide::kDestination : CopySide::kSource);
@@ -526,7 +525,8 @@ int CopyFileContents(const std::string& from, const std::string& to,
   // A file that is replaced is gone for good: the copy is on the device first.
   if (replaces) {
     int injected = seams::TakeFailure(seams::Fault::kSync);
-    if (injected == 0 && ::fsync(out.get()) != 0 && errno != EINVAL && errno != EROFS)
+    if (injected == 0 && RetryOnEintr([&] { return ::fsync(out.get()); }) != 0 && errno != EINVAL &&
+        errno != EROFS)
       injected = errno;
     if (injected != 0) return fail(TranslateErrno(injected, false), CopySide::kDestination);
   }
@@ -567,14 +567,9 @@ int WriteBytes(const std::string& path, std::string_view bytes, bool append) {
   const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (append ? O_APPEND : O_TRUNC);
   ScopedFd fd(RetryOnEintr([&] { return ::open(path.c_str(), flags, 0666); }));
   if (!fd.valid()) return LastError(path);
-  while (!bytes.empty()) {
-    ssize_t n = ::write(fd.get(), bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return TranslateErrno(errno, false);
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(n));
-  }
+  if (const int err = internal::WriteAll(fd.get(), bytes.data(), bytes.size()))
+    return TranslateErrno(err, false);
+  if (const int err = fd.Close()) return TranslateErrno(err, false);
   return kErrorSuccess;
 }
 

@@ -15,9 +15,6 @@ std::uint32_t ProcessorCount() noexcept;
 // Physical memory of the machine in bytes; 0 when unknown.
 std::uint64_t PhysicalMemoryBytes() noexcept;
 
-// The kernel's identifier of the calling thread.
-std::uint32_t CurrentThreadIdentifier() noexcept;
-
 // True when a tracer (debugger) is attached to this process.
 bool TracerAttached() noexcept;
 

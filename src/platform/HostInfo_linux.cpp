@@ -1,10 +1,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -14,6 +12,7 @@
 #include <string>
 
 #include "platform/HostInfo.h"
+#include "platform/internal/Posix.h"
 
 namespace tvxcore::platform {
 namespace {
@@ -44,36 +43,15 @@ std::uint64_t PhysicalMemoryBytes() noexcept {
   return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
 }
 
-namespace {
-// The kernel's thread id, asked once per thread: every reported error looks its
-// thread up, and the system call would be most of that cost. A forked child's
-// only thread learns its new id through the at-fork hook.
-thread_local std::uint32_t t_threadId = 0;
-void ForgetThreadIdInChild() { t_threadId = 0; }
-}  // namespace
-
-std::uint32_t CurrentThreadIdentifier() noexcept {
-  if (t_threadId == 0) {
-    static const bool registered = pthread_atfork(nullptr, nullptr, ForgetThreadIdInChild) == 0;
-    (void)registered;
-    t_threadId = static_cast<std::uint32_t>(syscall(SYS_gettid));
-  }
-  return t_threadId;
-}
-
 // Async-signal-safe: the fault-signal path asks this too, so no allocation
 // and no stdio, only open/read/close on a stack buffer.
 bool TracerAttached() noexcept {
-  int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  internal::ScopedFd fd(
+      internal::RetryOnEintr([] { return ::open("/proc/self/status", O_RDONLY | O_CLOEXEC); }));
+  if (!fd.valid()) return false;
   char buffer[4096];
   std::size_t length = 0;
-  while (length < sizeof(buffer) - 1) {
-    ssize_t got = read(fd, buffer + length, sizeof(buffer) - 1 - length);
-    if (got <= 0) break;
-    length += static_cast<std::size_t>(got);
-  }
-  close(fd);
+  (void)internal::ReadAll(fd.get(), buffer, sizeof(buffer) - 1, length);
   buffer[length] = '\0';
   const char* field = std::strstr(buffer, "TracerPid:");
   if (!field) return false;

@@ -59,7 +59,7 @@ struct Frame {
   std::string name;  // in the parent; empty for the root
   dev_t device = 0;
   ino_t inode = 0;
-  int fd = -1;  // -1 while closed to keep within the budget
+  ScopedFd fd;  // none while closed to keep within the budget
   bool scanned = false;
   std::vector<std::string> subdirs;  // still to remove, taken from the back
 };
@@ -68,10 +68,6 @@ class TreeRemover {
  public:
   TreeRemover(const std::string& root, TreeRemovalFailure& failure)
       : root_(root), failure_(failure) {}
-  ~TreeRemover() {
-    for (Frame& frame : frames_)
-      if (frame.fd >= 0) ::close(frame.fd);
-  }
   TreeRemover(const TreeRemover&) = delete;
   TreeRemover& operator=(const TreeRemover&) = delete;
 
@@ -143,12 +139,11 @@ int TreeRemover::Run() {
   Frame& rootFrame = frames_.emplace_back();
   rootFrame.device = st.st_dev;
   rootFrame.inode = st.st_ino;
-  rootFrame.fd = rootFd.get();
-  (void)rootFd.Release();
+  rootFrame.fd = std::move(rootFd);
 
   while (!frames_.empty()) {
     const std::size_t top = frames_.size() - 1;
-    if (frames_[top].fd < 0) {
+    if (!frames_[top].fd.valid()) {
       if (const int error = Reopen(top)) return error;
     }
     if (!frames_[top].scanned) {
@@ -158,9 +153,9 @@ int TreeRemover::Run() {
       std::string name = std::move(frames_[top].subdirs.back());
       frames_[top].subdirs.pop_back();
       seams::BeforeDescend(name);
-      const int parent = frames_[top].fd;
-      const int fd = Open(parent, name);
-      if (fd < 0) {
+      const int parent = frames_[top].fd.get();
+      ScopedFd child(Open(parent, name));
+      if (!child.valid()) {
         const int err = errno;
         if (err == ENOENT) continue;  // gone already
         if (err == ELOOP || err == ENOTDIR) {
@@ -175,19 +170,18 @@ int TreeRemover::Run() {
           return Fail(TranslateErrno(errno, false), top, &name, true);
         continue;
       }
-      ScopedFd child(fd);
-      if (::fstat(fd, &st) != 0) return Fail(TranslateErrno(errno, false), top, &name, true);
+      if (::fstat(child.get(), &st) != 0)
+        return Fail(TranslateErrno(errno, false), top, &name, true);
       Frame& frame = frames_.emplace_back();
       frame.name = std::move(name);
       frame.device = st.st_dev;
       frame.inode = st.st_ino;
-      frame.fd = child.Release();
+      frame.fd = std::move(child);
       CloseUnkept(top + 1);
       continue;
     }
     // Empty now: it goes from its parent.
-    ::close(frames_[top].fd);
-    frames_[top].fd = -1;
+    frames_[top].fd.Reset();
     if (top == 0) {
       if (::rmdir(root_.c_str()) != 0) return Fail(ErrorForPath(errno, root_), 0, nullptr, true);
       frames_.clear();
@@ -195,10 +189,10 @@ int TreeRemover::Run() {
     }
     const std::string name = std::move(frames_[top].name);
     frames_.pop_back();
-    if (frames_[top - 1].fd < 0) {
+    if (!frames_[top - 1].fd.valid()) {
       if (const int error = Reopen(top - 1)) return error;
     }
-    if (::unlinkat(frames_[top - 1].fd, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
+    if (::unlinkat(frames_[top - 1].fd.get(), name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
       return Fail(TranslateErrno(errno, false), top - 1, &name, true);
   }
   return kErrorSuccess;
@@ -209,7 +203,7 @@ int TreeRemover::Scan(std::size_t depth) {
   std::vector<std::string> others;
   for (;;) {
     const ssize_t got =
-        RetryOnEintr([&] { return ::getdents64(frame.fd, buffer_.get(), kBufferSize); });
+        RetryOnEintr([&] { return ::getdents64(frame.fd.get(), buffer_.get(), kBufferSize); });
     if (got < 0) return Fail(TranslateErrno(errno, false), depth, nullptr, true);
     if (got == 0) break;
     for (ssize_t at = 0; at < got;) {
@@ -220,7 +214,7 @@ int TreeRemover::Scan(std::size_t depth) {
       unsigned char type = entry->d_type;
       if (type == DT_UNKNOWN) {
         struct stat st;
-        if (::fstatat(frame.fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (::fstatat(frame.fd.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
           if (errno == ENOENT) continue;
           type = DT_REG;  // the unlink below reports what is wrong with it
         } else {
@@ -234,7 +228,7 @@ int TreeRemover::Scan(std::size_t depth) {
   // Files (and links, sockets, ...) first, then the subdirectories in
   // listing order.
   for (std::string& name : others) {
-    if (::unlinkat(frame.fd, name.c_str(), 0) == 0) continue;
+    if (::unlinkat(frame.fd.get(), name.c_str(), 0) == 0) continue;
     const int err = errno;
     if (err == ENOENT) continue;
     if (err == EISDIR) {  // a directory since the listing: removed as one
@@ -249,14 +243,14 @@ int TreeRemover::Scan(std::size_t depth) {
 
 int TreeRemover::Reopen(std::size_t depth) {
   std::size_t base = depth;
-  while (base > 0 && frames_[base].fd < 0) --base;
+  while (base > 0 && !frames_[base].fd.valid()) --base;
   // Only the frames within the budget get their descriptors back; the levels
   // between are passed through.
   for (std::size_t level = base + 1; level <= depth; ++level) {
     if (!Keep(level, depth)) continue;
     const int fd = OpenBelow(base, level);
     if (fd < 0) return Fail(-fd, failedLevel_, nullptr, true);
-    frames_[level].fd = fd;
+    frames_[level].fd.Reset(fd);
     base = level;
   }
   return kErrorSuccess;
@@ -281,12 +275,11 @@ int TreeRemover::OpenBelow(std::size_t base, std::size_t level) {
       struct open_how how = {};
       how.flags = kDirectoryFlags;
       how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
-      const int fd = static_cast<int>(RetryOnEintr([&] {
-        return ::syscall(SYS_openat2, frames_[base].fd, relative.c_str(), &how, sizeof how);
-      }));
-      if (fd >= 0) {
-        if (IsFrame(fd, level)) return fd;
-        ::close(fd);
+      ScopedFd fd(static_cast<int>(RetryOnEintr([&] {
+        return ::syscall(SYS_openat2, frames_[base].fd.get(), relative.c_str(), &how, sizeof how);
+      })));
+      if (fd.valid()) {
+        if (IsFrame(fd.get(), level)) return fd.Release();
       } else if (errno == ENOSYS || errno == EINVAL || errno == E2BIG || errno == EPERM) {
         openat2Usable_ = false;  // an older kernel, or a filter that forbids it
       }
@@ -294,7 +287,7 @@ int TreeRemover::OpenBelow(std::size_t base, std::size_t level) {
     }
   }
   ScopedFd transient;
-  int parent = frames_[base].fd;
+  int parent = frames_[base].fd.get();
   for (std::size_t i = base + 1; i <= level; ++i) {
     ScopedFd fd(Open(parent, frames_[i].name));
     if (!fd.valid()) {
@@ -315,10 +308,7 @@ int TreeRemover::OpenBelow(std::size_t base, std::size_t level) {
 void TreeRemover::CloseUnkept(std::size_t top) {
   for (std::size_t span = 1; span * kWindow <= top; span *= kStride) {
     const std::size_t i = top - span * kWindow;
-    if (i % span == 0 && frames_[i].fd >= 0 && !Keep(i, top)) {
-      ::close(frames_[i].fd);
-      frames_[i].fd = -1;
-    }
+    if (i % span == 0 && !Keep(i, top)) frames_[i].fd.Reset();
   }
 }
 

@@ -8,25 +8,29 @@
 
 #include <cerrno>
 
+#include "platform/internal/Posix.h"
+
 namespace tvxcore::platform {
 namespace {
 
+// The kernel's thread id, asked once per thread: every lock taken and every
+// error reported looks its thread up, and the system call would be most of
+// that cost.
 thread_local std::uint32_t t_cachedThreadId = 0;
 
 // A forked child starts with one thread whose identifier differs from the
 // parent's, so the cache of the forking thread must be forgotten there.
 void ForgetCachedThreadId() { t_cachedThreadId = 0; }
 
-struct ForkHandlerRegistration {
-  ForkHandlerRegistration() { pthread_atfork(nullptr, nullptr, &ForgetCachedThreadId); }
-};
-ForkHandlerRegistration g_forkHandler;
-
 }  // namespace
 
 std::uint32_t CurrentThreadId() noexcept {
   std::uint32_t id = t_cachedThreadId;
   if (id == 0) {
+    // The fork handler is registered before the first id is cached, once.
+    static const bool forkHandlerRegistered =
+        ::pthread_atfork(nullptr, nullptr, &ForgetCachedThreadId) == 0;
+    (void)forkHandlerRegistered;
     id = static_cast<std::uint32_t>(::syscall(SYS_gettid));
     t_cachedThreadId = id;
   }
@@ -48,8 +52,7 @@ int GetCurrentThreadNice() noexcept {
 void SleepMilliseconds(int milliseconds) noexcept {
   if (milliseconds < 0) milliseconds = 0;
   timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000L};
-  while (::nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
-  }
+  internal::RetryOnEintr([&] { return ::nanosleep(&remaining, &remaining); });
 }
 
 }  // namespace tvxcore::platform

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/FileSystem.h"
+#include "proplist/internal/RoutedReader.h"
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/FileExceptions.h"
@@ -65,7 +66,8 @@ void ReadArray(const UTF8String& key, const PropList& list, T (&out)[N]) {
 }  // namespace
 
 void LoadPropList(const UTF16String& path, PropList& list, bool renameCorrupt) {
-  std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<PropListXMLHandler>(&list);
+  std::unique_ptr<xml::AbstractParseHandler> handler =
+      std::make_unique<internal::RoutedPropListXMLHandler>(&list);
   std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
   if (!parser) {
     Report(kMissingParserFactoryLoad, 21);

@@ -12,10 +12,10 @@
 
 #include "proplist/internal/Bridge.h"
 #include "proplist/internal/Numbers.h"
+#include "proplist/internal/RoutedReader.h"
 #include "proplist/internal/TextEscape.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropNodes.h"
-#include "xml/internal/UTF8Route.h"
 #include "xml/internal/Utf.h"
 
 namespace tvxcore::proplist {
@@ -31,20 +31,20 @@ constexpr const char kParsingPropertiesListRead[] =
     "$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListRead=Error parsing properties "
     "list from memory.";
 
-// Value kinds of the reader.
-enum Kind : int {
-  kNone = 0,
-  kUString = 1,
-  kString = 2,
-  kTrue = 3,
-  kFalse = 4,
-  kUInt16 = 5,
-  kUInt32 = 6,
-  kInt32 = 7,
-  kFloat = 8,
-  kDouble = 9,
-  kUInt64 = 10,
-  kInt64 = 11,
+// What a value element holds; kNone for an element the format doesn't know.
+enum class ValueKind {
+  kNone,
+  kUString,
+  kString,
+  kTrue,
+  kFalse,
+  kUInt16,
+  kUInt32,
+  kInt32,
+  kFloat,
+  kDouble,
+  kUInt64,
+  kInt64,
 };
 
 // Exact comparison of UTF-8 or UTF-16 text with an ASCII literal. Names and
@@ -68,7 +68,7 @@ std::basic_string_view<typename S::value_type> View(const S& text) {
 }
 
 // The element names of the format.
-enum Element : int {
+enum class Element {
   kOther,
   kPropMap,
   kPropList,
@@ -90,70 +90,70 @@ Element Identify(std::basic_string_view<C> name) {
   // Dispatch on length first: every event passes here.
   switch (name.size()) {
     case 3:
-      if (Is(name, "key")) return kKey;
-      if (Is(name, "int")) return kIntElement;
+      if (Is(name, "key")) return Element::kKey;
+      if (Is(name, "int")) return Element::kIntElement;
       break;
     case 4:
-      if (Is(name, "true")) return kTrueElement;
-      if (Is(name, "bool")) return kBoolElement;
+      if (Is(name, "true")) return Element::kTrueElement;
+      if (Is(name, "bool")) return Element::kBoolElement;
       break;
     case 5:
-      if (Is(name, "array")) return kArray;
-      if (Is(name, "false")) return kFalseElement;
-      if (Is(name, "float")) return kFloatElement;
+      if (Is(name, "array")) return Element::kArray;
+      if (Is(name, "false")) return Element::kFalseElement;
+      if (Is(name, "float")) return Element::kFloatElement;
       break;
     case 6:
-      if (Is(name, "string")) return kStringElement;
-      if (Is(name, "double")) return kDoubleElement;
+      if (Is(name, "string")) return Element::kStringElement;
+      if (Is(name, "double")) return Element::kDoubleElement;
       break;
     case 7:
-      if (Is(name, "ustring")) return kUStringElement;
+      if (Is(name, "ustring")) return Element::kUStringElement;
       break;
     case 8:
-      if (Is(name, "prop.map")) return kPropMap;
+      if (Is(name, "prop.map")) return Element::kPropMap;
       break;
     case 9:
-      if (Is(name, "prop.list")) return kPropList;
+      if (Is(name, "prop.list")) return Element::kPropList;
       break;
     case 10:
-      if (Is(name, "array.type")) return kArrayType;
+      if (Is(name, "array.type")) return Element::kArrayType;
       break;
     default:
       break;
   }
-  return kOther;
+  return Element::kOther;
 }
 
 // Classifies a value element; kNone for anything the format doesn't know.
 // `find(name)` gives a pointer to the attribute's value as a view, or null.
 template <typename FindAttribute>
-int Classify(Element element, const FindAttribute& find) {
+ValueKind Classify(Element element, const FindAttribute& find) {
   switch (element) {
-    case kUStringElement:
-      return kUString;
-    case kStringElement:
-      return kString;
-    case kTrueElement:
-    case kBoolElement:
-      return kTrue;
-    case kFalseElement:
-      return kFalse;
-    case kFloatElement:
-      return kFloat;
-    case kDoubleElement:
-      return kDouble;
-    case kIntElement: {
+    case Element::kUStringElement:
+      return ValueKind::kUString;
+    case Element::kStringElement:
+      return ValueKind::kString;
+    case Element::kTrueElement:
+    case Element::kBoolElement:
+      return ValueKind::kTrue;
+    case Element::kFalseElement:
+      return ValueKind::kFalse;
+    case Element::kFloatElement:
+      return ValueKind::kFloat;
+    case Element::kDoubleElement:
+      return ValueKind::kDouble;
+    case Element::kIntElement: {
       auto type = find("type");
       auto size = find("size");
-      if (!type || !size) return kNone;
+      if (!type || !size) return ValueKind::kNone;
       bool isSigned = Is(*type, "signed");
-      if (Is(*size, "16")) return kUInt16;
-      if (Is(*size, "32")) return isSigned ? kInt32 : kUInt32;
-      if (Is(*size, "64")) return isSigned ? kInt64 : kUInt64;
-      return kNone;
+      if (Is(*size, "16")) return ValueKind::kUInt16;
+      if (Is(*size, "32")) return isSigned ? ValueKind::kInt32 : ValueKind::kUInt32;
+      if (Is(*size, "64")) return isSigned ? ValueKind::kInt64 : ValueKind::kUInt64;
+      return ValueKind::kNone;
     }
     default:
-      return kNone;
+      return ValueKind::kNone;
   }
 }
 
@@ -212,11 +212,8 @@ class PropListReader final : public xml::internal::UTF8Handler {
  public:
   explicit PropListReader(PropList* root) : root_(root) {}
 
-  // The UTF-8 route of a handler that is exactly a PropListXMLHandler.
-  static PropListReader* RouteOf(xml::AbstractParseHandler& handler) {
-    if (typeid(handler) != typeid(PropListXMLHandler)) return nullptr;
-    return static_cast<PropListXMLHandler&>(handler).reader_.get();
-  }
+  // The reader behind a handler.
+  static PropListReader* Of(PropListXMLHandler& handler) { return handler.reader_.get(); }
 
   bool StartElement(std::string_view name,
                     std::span<const xml::internal::UTF8Attribute> attributes) override {
@@ -227,19 +224,20 @@ class PropListReader final : public xml::internal::UTF8Handler {
                         }
                         return std::nullopt;
                       });
-    return state_ != 0;
+    return state_ != ReaderState::kIdle;
   }
   bool EndElement(std::string_view name) override {
     End<UTF8String>(Identify(name));
-    return state_ != 0;
+    return state_ != ReaderState::kIdle;
   }
   void Characters(const char* text, std::size_t size) override {
-    // Text arrives only in states 1 and 2: the element events answer whether
+    // Text arrives only in a key or a value: the element events answer whether
     // text is wanted, and outside a key or a value the line breaks of the
     // format mean nothing. Unlike the UTF-16 route, no search for a zero
     // unit: XML text cannot hold one, not even as a reference.
     Texts<UTF8String>& t = texts8_;
-    (state_ == 1 ? t.key : t.value).append(reinterpret_cast<const UTF8Char*>(text), size);
+    (state_ == ReaderState::kInKey ? t.key : t.value)
+        .append(reinterpret_cast<const UTF8Char*>(text), size);
   }
 
   template <typename FindAttribute>
@@ -248,13 +246,17 @@ class PropListReader final : public xml::internal::UTF8Handler {
   }
   void EndUTF16(const UTF16String& name) { End<UTF16String>(Identify(View(name))); }
   void CharactersUTF16(const UTF16String& text) {
-    if (state_ == 0) return;
+    if (state_ == ReaderState::kIdle) return;
     std::size_t length = std::char_traits<UTF16Char>::length(text.c_str());
     Texts<UTF16String>& t = texts16_;
-    (state_ == 1 ? t.key : t.value).append(text.data(), length);
+    (state_ == ReaderState::kInKey ? t.key : t.value).append(text.data(), length);
   }
 
  private:
+  // Where the reader is: between elements, or collecting the text of a key
+  // or of a value element.
+  enum class ReaderState { kIdle, kInKey, kInValue };
+
   // The text collected in one route's units.
   template <typename S>
   struct Texts {
@@ -292,12 +294,11 @@ class PropListReader final : public xml::internal::UTF8Handler {
   PropList* root_;
   std::list<PropList*> stack_;
   PropList* current_ = nullptr;
-  int state_ = 0;  // 0 idle, 1 in a key, 2 in a value element
-  int valueKind_ = 0;
+  ReaderState state_ = ReaderState::kIdle;
+  ValueKind valueKind_ = ValueKind::kNone;
   bool inArray_ = false;
   bool inArrayType_ = false;
-  int arrayTypeKind_ = 0;
-  bool arrayTypeKnown_ = false;
+  ValueKind arrayTypeKind_ = ValueKind::kNone;
   Texts<UTF16String> texts16_;
   Texts<UTF8String> texts8_;
   // Conversion targets, reused from value to value.
@@ -313,7 +314,7 @@ class PropListReader final : public xml::internal::UTF8Handler {
 template <typename S, typename FindAttribute>
 void PropListReader::Start(Element element, const FindAttribute& find) {
   Texts<S>& t = TextsOf<S>();
-  if (element == kPropMap) {
+  if (element == Element::kPropMap) {
     if (auto version = find("version")) {
       S text(version->begin(), version->end());
       auto number = Number<std::uint16_t>(AsUTF8(text, valueUTF8_));
@@ -324,31 +325,30 @@ void PropListReader::Start(Element element, const FindAttribute& find) {
         root_->version_ = number;
       }
     }
-  } else if (element == kPropList) {
+  } else if (element == Element::kPropList) {
     if (stack_.empty()) {
       current_ = root_;
     } else {
       current_ = current_ ? current_->NewSubList(KeyText(t.key)) : nullptr;
       t.key.clear();
-      state_ = 0;
+      state_ = ReaderState::kIdle;
     }
     stack_.push_back(current_);
-  } else if (element == kKey) {
-    state_ = 1;
-  } else if (element == kArray) {
+  } else if (element == Element::kKey) {
+    state_ = ReaderState::kInKey;
+  } else if (element == Element::kArray) {
     inArray_ = true;
-  } else if (element == kArrayType) {
+  } else if (element == Element::kArrayType) {
     inArrayType_ = true;
   } else {
-    int kind = Classify(element, find);
+    const ValueKind kind = Classify(element, find);
     if (inArrayType_) {
       arrayTypeKind_ = kind;
-      arrayTypeKnown_ = kind != kNone;
-    } else if (kind != kNone) {
+    } else if (kind != ValueKind::kNone) {
       // Unknown elements leave the state alone, so that an element of a later
       // version costs only its own value.
       valueKind_ = kind;
-      state_ = 2;
+      state_ = ReaderState::kInValue;
     }
   }
 }
@@ -356,29 +356,28 @@ void PropListReader::Start(Element element, const FindAttribute& find) {
 template <typename S>
 void PropListReader::End(Element element) {
   Texts<S>& t = TextsOf<S>();
-  if (element == kPropList) {
+  if (element == Element::kPropList) {
     if (!stack_.empty()) stack_.pop_back();
     current_ = stack_.empty() ? nullptr : stack_.back();
-  } else if (element == kKey) {
-    state_ = 0;
-  } else if (element == kArray) {
+  } else if (element == Element::kKey) {
+    state_ = ReaderState::kIdle;
+  } else if (element == Element::kArray) {
     StoreArray<S>();
     inArray_ = false;
-    arrayTypeKind_ = 0;
-    arrayTypeKnown_ = false;
-    state_ = 0;
-  } else if (element == kArrayType) {
+    arrayTypeKind_ = ValueKind::kNone;
+    state_ = ReaderState::kIdle;
+  } else if (element == Element::kArrayType) {
     inArrayType_ = false;
-  } else if (state_ == 2) {
+  } else if (state_ == ReaderState::kInValue) {
     if (!inArray_) {
       StoreScalar<S>();
     } else {
       if (t.itemCount == t.items.size()) t.items.emplace_back();
       S& item = t.items[t.itemCount++];
-      if (valueKind_ == kTrue) {
+      if (valueKind_ == ValueKind::kTrue) {
         item.assign(4, 0);
         std::copy_n("true", 4, item.begin());
-      } else if (valueKind_ == kFalse) {
+      } else if (valueKind_ == ValueKind::kFalse) {
         item.assign(5, 0);
         std::copy_n("false", 5, item.begin());
       } else {
@@ -386,48 +385,48 @@ void PropListReader::End(Element element) {
         t.value.clear();
       }
     }
-    state_ = 0;
+    state_ = ReaderState::kIdle;
   }
 }
 
 template <typename S>
 void PropListReader::StoreScalar() {
   Texts<S>& t = TextsOf<S>();
-  if (valueKind_ != kNone && current_) {
+  if (valueKind_ != ValueKind::kNone && current_) {
     const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
     switch (valueKind_) {
-      case kUString:
+      case ValueKind::kUString:
         list.SetValue(key, DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
         break;
-      case kString:
+      case ValueKind::kString:
         list.SetValue(key, DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
         break;
-      case kTrue:
+      case ValueKind::kTrue:
         list.SetValue(key, true);
         break;
-      case kFalse:
+      case ValueKind::kFalse:
         list.SetValue(key, false);
         break;
-      case kUInt16:
+      case ValueKind::kUInt16:
         list.SetValue(key, Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kUInt32:
+      case ValueKind::kUInt32:
         list.SetValue(key, Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kInt32:
+      case ValueKind::kInt32:
         list.SetValue(key, Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kFloat:
+      case ValueKind::kFloat:
         list.SetValue(key, Number<float>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kDouble:
+      case ValueKind::kDouble:
         list.SetValue(key, Number<double>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kUInt64:
+      case ValueKind::kUInt64:
         list.SetValue(key, Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
         break;
-      case kInt64:
+      case ValueKind::kInt64:
         list.SetValue(key, Number<long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       default:
@@ -444,12 +443,8 @@ void PropListReader::StoreArray() {
   if (current_) {
     const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
-    int kind;
-    if (t.itemCount == 0) {
-      kind = arrayTypeKnown_ ? arrayTypeKind_ : kNone;
-    } else {
-      kind = valueKind_;
-    }
+    // An empty array has only its declared type to go by.
+    const ValueKind kind = t.itemCount == 0 ? arrayTypeKind_ : valueKind_;
     auto item = [&]<typename T>(const S& text) -> T {
       if constexpr (std::is_same_v<T, UTF16String>) {
         return DecodeText(AsUTF16(text, valueUTF16_), textUTF16_);
@@ -481,35 +476,35 @@ void PropListReader::StoreArray() {
       list.SetValue(key, values);
     };
     switch (kind) {
-      case kUString:
+      case ValueKind::kUString:
         fill(PropList::List<UTF16String>());
         break;
-      case kString:
+      case ValueKind::kString:
         fill(PropList::List<UTF8String>());
         break;
-      case kTrue:
-      case kFalse:
+      case ValueKind::kTrue:
+      case ValueKind::kFalse:
         fill(PropList::List<bool>());
         break;
-      case kUInt16:
+      case ValueKind::kUInt16:
         fill(PropList::List<std::uint16_t>());
         break;
-      case kUInt32:
+      case ValueKind::kUInt32:
         fill(PropList::List<std::uint32_t>());
         break;
-      case kInt32:
+      case ValueKind::kInt32:
         fill(PropList::List<std::int32_t>());
         break;
-      case kFloat:
+      case ValueKind::kFloat:
         fill(PropList::List<float>());
         break;
-      case kDouble:
+      case ValueKind::kDouble:
         fill(PropList::List<double>());
         break;
-      case kUInt64:
+      case ValueKind::kUInt64:
         fill(PropList::List<unsigned long long>());
         break;
-      case kInt64:
+      case ValueKind::kInt64:
         fill(PropList::List<long long>());
         break;
       default:
@@ -542,15 +537,11 @@ void PropListXMLHandler::Characters(const UTF16String& text) { reader_->Characte
 
 }  // namespace tvxcore::proplist
 
-namespace tvxcore::xml::internal {
-
-UTF8Handler* UTF8RouteOf(AbstractParseHandler& handler) {
-  return proplist::internal::PropListReader::RouteOf(handler);
-}
-
-}  // namespace tvxcore::xml::internal
-
 namespace tvxcore::proplist {
+
+xml::internal::UTF8Handler* internal::RoutedPropListXMLHandler::UTF8Route() {
+  return PropListReader::Of(*this);
+}
 
 namespace utils {
 
@@ -567,7 +558,8 @@ void WritePropList(UTF8String& text, const PropList& list) {
 }
 
 void ReadPropList(const UTF8String& text, PropList& list) {
-  std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<PropListXMLHandler>(&list);
+  std::unique_ptr<xml::AbstractParseHandler> handler =
+      std::make_unique<internal::RoutedPropListXMLHandler>(&list);
   std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
   if (!parser) {
     internal::ReportError(kMissingParserFactoryRead, 21);

@@ -5,7 +5,7 @@
 namespace tvxcore::threads::internal {
 
 bool FutexManualResetEvent::Wait(int milliseconds) noexcept {
-  if (signalled_.load(std::memory_order_seq_cst) != 0) return true;
+  if (signalled_.load(std::memory_order_seq_cst) != kNotSignalled) return true;
   if (milliseconds == 0) return false;
   using Clock = std::chrono::steady_clock;
   const bool forever = milliseconds < 0;
@@ -15,11 +15,11 @@ bool FutexManualResetEvent::Wait(int milliseconds) noexcept {
     if (!forever) {
       const auto left =
           std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (left <= 0) return signalled_.load(std::memory_order_seq_cst) != 0;
+      if (left <= 0) return signalled_.load(std::memory_order_seq_cst) != kNotSignalled;
       remaining = static_cast<int>(left);
     }
-    platform::FutexWait(&signalled_, 0, remaining);
-    if (signalled_.load(std::memory_order_seq_cst) != 0) return true;
+    platform::FutexWait(&signalled_, kNotSignalled, remaining);
+    if (signalled_.load(std::memory_order_seq_cst) != kNotSignalled) return true;
   }
 }
 

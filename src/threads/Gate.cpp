@@ -9,15 +9,17 @@
 namespace tvxcore::threads {
 
 namespace {
-constexpr std::int32_t kClosed = 0;
-constexpr std::int32_t kOpen = 1;
-constexpr std::int32_t kClosing = 2;  // only inside Close(), until the event is reset
+enum class GateState : std::int32_t {
+  kClosed,
+  kOpen,
+  kClosing,  // only inside Close(), until the event is reset
+};
 }  // namespace
 
 struct Gate::Record {
   void* link = nullptr;  // the pool's, while the record is free
   internal::FutexManualResetEvent event;
-  std::atomic<std::int32_t> state{kClosed};
+  std::atomic<GateState> state{GateState::kClosed};
 };
 
 Gate::Gate(bool open)
@@ -33,21 +35,22 @@ Gate::Gate(bool open)
 Gate::~Gate() { internal::RecordPool<Record>::Instance().Give(record_); }
 
 void Gate::Open() {
-  std::int32_t expected = kClosed;
-  if (record_->state.compare_exchange_strong(expected, kOpen, std::memory_order_seq_cst))
+  GateState expected = GateState::kClosed;
+  if (record_->state.compare_exchange_strong(expected, GateState::kOpen, std::memory_order_seq_cst))
     record_->event.Set();
 }
 
 void Gate::Close() {
-  std::int32_t expected = kOpen;
-  if (!record_->state.compare_exchange_strong(expected, kClosing, std::memory_order_seq_cst))
+  GateState expected = GateState::kOpen;
+  if (!record_->state.compare_exchange_strong(expected, GateState::kClosing,
+                                              std::memory_order_seq_cst))
     return;
   record_->event.Reset();
-  record_->state.store(kClosed, std::memory_order_seq_cst);
+  record_->state.store(GateState::kClosed, std::memory_order_seq_cst);
 }
 
 bool Gate::PassThrough(int milliseconds) const {
-  if (record_->state.load(std::memory_order_seq_cst) == kOpen) return true;
+  if (record_->state.load(std::memory_order_seq_cst) == GateState::kOpen) return true;
   return record_->event.Wait(milliseconds < 0 ? -1 : milliseconds);
 }
 

@@ -24,30 +24,35 @@ bool ReadWriteLock::TryLockSharedContended() {
   }
 }
 
-void ReadWriteLock::LockShared() {
+void ReadWriteLock::LockShared() TVX_NO_THREAD_SAFETY_ANALYSIS {
   if (TryLockShared()) return;
-  boost::mutex::scoped_lock writer(writerMutex_);
+  CheckedLock writer(writerMutex_);
   state_.fetch_add(1, std::memory_order_acquire);
 }
 
 void ReadWriteLock::WakeWriter() {
-  boost::mutex::scoped_lock lock(writerGoneMutex_);
+  CheckedLock lock(writerGoneMutex_);
   if (waitingWriters_ > 0) writerGone_.notify_one();
 }
 
-void ReadWriteLock::LockExclusive() {
-  state_.fetch_add(kOneWriter, std::memory_order_acq_rel);
-  writerMutex_.lock();
-  if ((state_.load(std::memory_order_acquire) & kReaderMask) != 0) {
-    boost::mutex::scoped_lock lock(writerGoneMutex_);
-    ++waitingWriters_;
-    while ((state_.load(std::memory_order_acquire) & kReaderMask) != 0) writerGone_.wait(lock);
-    --waitingWriters_;
-  }
+void ReadWriteLock::WaitForReadersToLeave() {
+  if ((state_.load(std::memory_order_acquire) & kReaderMask) == 0) return;
+  CheckedLock lock(writerGoneMutex_);
+  ++waitingWriters_;
+  while ((state_.load(std::memory_order_acquire) & kReaderMask) != 0) lock.Wait(writerGone_);
+  --waitingWriters_;
 }
 
-void ReadWriteLock::UnlockExclusive() {
-  writerMutex_.unlock();
+// writerMutex_ is held from here to UnlockExclusive(), which the analysis of
+// one function cannot follow.
+void ReadWriteLock::LockExclusive() TVX_NO_THREAD_SAFETY_ANALYSIS {
+  state_.fetch_add(kOneWriter, std::memory_order_acq_rel);
+  writerMutex_.Lock();
+  WaitForReadersToLeave();
+}
+
+void ReadWriteLock::UnlockExclusive() TVX_NO_THREAD_SAFETY_ANALYSIS {
+  writerMutex_.Unlock();
   state_.fetch_sub(kOneWriter, std::memory_order_release);
 }
 

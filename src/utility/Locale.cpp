@@ -1,21 +1,19 @@
+// The locales of the library's text. The language half of Locale is config's
+// (config/ApplicationLanguage.cpp); Locale::Initialize is the files layer's
+// (filesupport/LibraryDictionaries.cpp).
 #include "tvxcore/Locale.h"
 
 #include <sstream>
 #include <stdexcept>
 #include <string>
 
+#include "base/NoDestructor.h"
 #include "platform/HostInfo.h"
-#include "tvxcore/config/Localizer.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "utility/internal/TextFacets.h"
 
 namespace tvxcore {
 namespace {
-
-UTF16String& StoredLanguage() {
-  static UTF16String* language = new UTF16String();
-  return *language;
-}
 
 struct Reading {
   bool understood = false;
@@ -36,35 +34,22 @@ Reading ReadNumber(const std::string& inText, const std::locale* inLocale) {
 
 }  // namespace
 
-void Locale::Initialize(const UTF16String& inLanguage) {
-  std::locale::global(Default());
-  StoredLanguage() = inLanguage;
-  config::Localizer::LoadTVXDictionaries();
-}
-
-bool Locale::IsInitialized() { return !StoredLanguage().empty(); }
-
-UTF16String Locale::ApplicationLangauge() {
-  const UTF16String& language = StoredLanguage();
-  return language.empty() ? UTF16String(u"en_US") : language;
-}
-
 const std::locale& Locale::Default() {
   // The classic locale, plus the character classes and number facets that the
   // standard library lacks for the library's UTF-8 and UTF-16 unit types.
-  static const std::locale* locale =
-      new std::locale(utility::internal::WithTextFacets(std::locale::classic()));
+  static const base::NoDestructor<std::locale> locale(
+      utility::internal::WithTextFacets(std::locale::classic()));
   return *locale;
 }
 
 const std::locale& Locale::Native() {
-  static const std::locale* locale = [] {
+  static const base::NoDestructor<std::locale> locale([] {
     try {
-      return new std::locale(platform::NativeLocaleName());
+      return std::locale(platform::NativeLocaleName());
     } catch (const std::runtime_error&) {
       throw std::runtime_error("bad locale name");
     }
-  }();
+  }());
   return *locale;
 }
 

@@ -1,36 +1,8 @@
 #include "tvxcore/utility/TextStreams.h"
 
-#include <cstdio>
 #include <iostream>
 
-#include "debug/internal/DebugTraceText.h"
-#include "tvxcore/utility/UnicodeConversion.h"
 #include "utility/internal/TextFacets.h"
-
-namespace tvxcore::debug {
-
-template <typename CharT>
-DebugStreamBuffer<CharT>::~DebugStreamBuffer() {
-  this->pubsync();
-}
-template <typename CharT>
-void DebugStreamBuffer<CharT>::Write(const CharT* text) {
-  internal::DebugTraceText(utility::UTF16to8(text));
-}
-
-template <typename CharT>
-UTF16StdOutStreamBuffer<CharT>::~UTF16StdOutStreamBuffer() {
-  this->pubsync();
-}
-template <typename CharT>
-void UTF16StdOutStreamBuffer<CharT>::Write(const CharT* text) {
-  std::puts(reinterpret_cast<const char*>(utility::UTF16to8(text).c_str()));
-}
-
-template class DebugStreamBuffer<UTF16Char>;
-template class UTF16StdOutStreamBuffer<UTF16Char>;
-
-}  // namespace tvxcore::debug
 
 namespace tvxcore::utility {
 namespace {
@@ -115,28 +87,14 @@ std::basic_streambuf<UTF16Char>* SetStreamBuffer(UTF16OutputStream& stream,
   return previous;
 }
 
+// UTF16Out and Debug write through the debug layer's buffers and are
+// defined there (src/debug/DebugStreamBuffers.cpp).
 namespace streams {
-namespace {
-
-UTF16OutputStream& MakeUTF16Out() {
-  static debug::UTF16StdOutStreamBuffer<UTF16Char> buffer;
-  static UTF16OutputStream stream(&buffer);
-  return stream;
-}
-UTF16OutputStream& MakeDebug() {
-  static debug::DebugStreamBuffer<UTF16Char> buffer;
-  static UTF16OutputStream stream(&buffer);
-  return stream;
-}
-
-}  // namespace
 
 std::ostream& Out = std::cout;
 std::ostream& Log = std::clog;
 std::ostream& Err = std::cerr;
 std::istream& In = std::cin;
-UTF16OutputStream& UTF16Out = MakeUTF16Out();
-UTF16OutputStream& Debug = MakeDebug();
 
 }  // namespace streams
 }  // namespace tvxcore::utility

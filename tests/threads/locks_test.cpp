@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -239,6 +241,14 @@ TEST(ThreadIdentity, IdsAreTheSystemsAndNoThreadIsMainYet) {
   EXPECT_NE(otherId, 0u);
   EXPECT_EQ(otherProcess, mainId);
   EXPECT_FALSE(otherIsMain);
+
+  // A forked child's only thread has the child's id, not its parent's cached one.
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(GetCurrentThreadID() == GetCurrentProcessID() ? 0 : 1);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the child saw its parent's id";
 }
 
 }  // namespace

@@ -7,12 +7,12 @@
 
 #include <boost/function.hpp>
 #include <boost/intrusive_ptr.hpp>
-#include <boost/thread/recursive_mutex.hpp>
 #include <cstdint>
 #include <list>
 #include <string>
 
 #include "tvxcore/Export.h"
+#include "tvxcore/threads/CheckedLocks.h"
 #include "tvxcore/utility/RefCountedObject.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
@@ -207,8 +207,8 @@ class TVXCORE_EXPORT ErrorManager {
                 utility::SmallBlockAllocator::STLAllocator<DeferredErrorReporter*>>;
   using ReporterMap = utility::SmallBlockAllocator::map<std::uint32_t, ReporterList>;
 
-  mutable boost::recursive_mutex mutex_;
-  ReporterMap reporters_;
+  mutable threads::BoostRecursiveMutex mutex_;
+  ReporterMap reporters_ TVX_GUARDED_BY(mutex_);
 
   static ErrorManager* S_managerP;
 };

@@ -19,6 +19,7 @@
 namespace tvxcore::filesupport {
 
 class Dir;
+class File;
 class IteratorHelper;
 class RecursiveFileIterator;
 
@@ -79,23 +80,52 @@ class TVXCORE_EXPORT DirHelper : public utility::SmallBlockAllocator::Allocated<
   UTF16String path_;
 };
 
-// A file by path. A value: copies are independent. Not synchronised; two
-// threads may use two objects on the same path and the file system decides.
-class TVXCORE_EXPORT File {
+// What File and Dir have alike, written once for both: the path in normal
+// form, held by a `PathHelper` (FileHelper or DirHelper) that an empty value
+// does without, so that end iterators and default members cost no
+// allocation. A value: copies are independent. Used as the base of File and
+// Dir only.
+template <typename PathHelper>
+class TVXCORE_EXPORT BasicPath {
  public:
-  File();
-  File(const FileHelper& helper);  // NOLINT: a helper is a File in waiting
-  File(FileHelper&& helper);       // NOLINT
-  File(const File& other);
-  File(File&& other) noexcept;
-  explicit File(const UTF16String& path);
-  File(const Dir& dir, const UTF16String& name);
-  // With `resolveAlias`, a name that is an alias (a symbolic link named
-  // "*.lnk") to a file gives that file.
-  File(const Dir& dir, const UTF16String& name, bool resolveAlias);
-  ~File();
-  File& operator=(const File& other);
-  File& operator=(File&& other) noexcept;
+  BasicPath();
+  BasicPath(const PathHelper& helper);  // NOLINT: a helper is a value in waiting
+  BasicPath(PathHelper&& helper);       // NOLINT
+  explicit BasicPath(const UTF16String& path);
+  // `name` in `dir`. With `resolveAlias`, a name that is an alias (a symbolic
+  // link named "*.lnk") to the same kind of thing (a file for a File, a
+  // directory for a Dir) gives that thing.
+  BasicPath(const Dir& dir, const UTF16String& name, bool resolveAlias = false);
+  BasicPath(const BasicPath& other);
+  BasicPath(BasicPath&& other) noexcept;
+  BasicPath& operator=(const BasicPath& other);
+  BasicPath& operator=(BasicPath&& other) noexcept;
+  ~BasicPath();
+
+  UTF16String GetName() const;
+  UTF16String FullPath() const;
+  // The path as native bytes (UTF-8).
+  std::string FullPathMultiByte() const;
+  Dir Parent() const;
+  // CompareFileNames() of the two paths is 0: case, width and kana ignored.
+  bool operator==(const BasicPath& other) const;
+  bool operator!=(const BasicPath& other) const { return !(*this == other); }
+
+  // An empty value reads as the empty path.
+  const PathHelper& Helper() const;
+
+ protected:
+  // Renames within the parent directory: 0 or the Windows code of the failure.
+  int RenameTo(const UTF16String& newName);
+
+  std::unique_ptr<PathHelper> helper_;
+};
+
+// A file by path. Not synchronised; two threads may use two objects on the
+// same path and the file system decides.
+class TVXCORE_EXPORT File : public BasicPath<FileHelper> {
+ public:
+  using BasicPath::BasicPath;
 
   // True for anything at the path, a directory included.
   bool Exists() const;
@@ -118,41 +148,24 @@ class TVXCORE_EXPORT File {
   // 0 on any failure, and for selectors outside the data group.
   unsigned long long Size(FileSizeSelector selector = kFileSize_Logical) const;
 
-  UTF16String GetName() const;
   UTF16String GetTitle() const;
   UTF16String GetExtension(bool lowerCase = false) const;
-  UTF16String FullPath() const;
-  // The path as native bytes (UTF-8).
-  std::string FullPathMultiByte() const;
-  Dir Parent() const;
-  // CompareFileNames() of the two paths is 0: case, width and kana ignored.
-  bool operator==(const File& other) const;
-  bool operator!=(const File& other) const { return !(*this == other); }
 
+  using BasicPath::Helper;
+  // The helper to change, made for an empty File.
   FileHelper& Helper();
-  const FileHelper& Helper() const;
-
- private:
-  std::unique_ptr<FileHelper> helper_;
 };
 
-// A directory by path. A value, like File.
-class TVXCORE_EXPORT Dir {
- public:
-  class DirIterator;
-  class FileIterator;
+template <typename Value>
+class ListingIterator;
 
-  Dir();
-  Dir(const DirHelper& helper);  // NOLINT: a helper is a Dir in waiting
-  Dir(DirHelper&& helper);       // NOLINT
-  Dir(const Dir& other);
-  Dir(Dir&& other) noexcept;
-  explicit Dir(const UTF16String& path);
-  Dir(const Dir& dir, const UTF16String& name);
-  Dir(const Dir& dir, const UTF16String& name, bool resolveAlias);
-  ~Dir();
-  Dir& operator=(const Dir& other);
-  Dir& operator=(Dir&& other) noexcept;
+// A directory by path, like File.
+class TVXCORE_EXPORT Dir : public BasicPath<DirHelper> {
+ public:
+  using DirIterator = ListingIterator<Dir>;
+  using FileIterator = ListingIterator<File>;
+
+  using BasicPath::BasicPath;
 
   // True when a directory (or a link to one) is at the path.
   bool Exists() const;
@@ -169,17 +182,11 @@ class TVXCORE_EXPORT Dir {
   // Throws rename_dir_already_exists when the new name is taken, else
   // rename_dir.
   void Rename(const UTF16String& newName);
+  // As File's, throwing dir_not_found_exception or dir_exception.
   boost::posix_time::ptime Modified() const;
   boost::posix_time::ptime Created() const;
-  UTF16String GetName() const;
-  UTF16String FullPath() const;
-  std::string FullPathMultiByte() const;
   // True when the path has no parent ("/" or a relative single name).
   bool IsTopLevelDir() const;
-  Dir Parent() const;
-  bool operator==(const Dir& other) const;
-  bool operator!=(const Dir& other) const { return !(*this == other); }
-  const DirHelper& Helper() const;
 
   // Listings (DirIterators.h). Each reads the whole directory at once into
   // a snapshot shared by copies of the iterator. `abortCheck`, when given and
@@ -198,30 +205,30 @@ class TVXCORE_EXPORT Dir {
   // ones; memory and pseudo file systems are left out.
   static DirIterator BeginVolumes(PathComparePtr compare = PathComparePtr());
   static DirIterator EndVolumes();
-
- private:
-  std::unique_ptr<DirHelper> helper_;
 };
 
-// Walks the directories of a listing. Copies share the snapshot and move
-// independently. An end iterator has no helper or one at its end.
-class TVXCORE_EXPORT Dir::DirIterator {
+// Walks a listing, giving each entry as a `Value`: Dir::DirIterator gives
+// the directories as Dir, Dir::FileIterator the files as File. Copies share
+// the snapshot and move independently. An end iterator has no helper or one
+// at its end.
+template <typename Value>
+class TVXCORE_EXPORT ListingIterator {
  public:
-  DirIterator();
-  explicit DirIterator(IteratorHelper* helper);  // takes ownership
-  DirIterator(const DirIterator& other);
-  DirIterator(DirIterator&& other) noexcept;
-  DirIterator& operator=(const DirIterator& other);
-  DirIterator& operator=(DirIterator&& other) noexcept;
-  ~DirIterator();
+  ListingIterator();
+  explicit ListingIterator(IteratorHelper* helper);  // takes ownership
+  ListingIterator(const ListingIterator& other);
+  ListingIterator(ListingIterator&& other) noexcept;
+  ListingIterator& operator=(const ListingIterator& other);
+  ListingIterator& operator=(ListingIterator&& other) noexcept;
+  ~ListingIterator();
 
-  bool operator==(const DirIterator& other) const;
-  bool operator!=(const DirIterator& other) const { return !(*this == other); }
-  DirIterator& operator++();
-  DirIterator operator++(int);
-  Dir operator*() const;
-  // The path that operator* gives as a Dir, without making one; empty at the
-  // end. It lives as long as some iterator on the same listing does.
+  bool operator==(const ListingIterator& other) const;
+  bool operator!=(const ListingIterator& other) const { return !(*this == other); }
+  ListingIterator& operator++();
+  ListingIterator operator++(int);
+  Value operator*() const;
+  // The path that operator* gives as a Value, without making one; empty at
+  // the end. It lives as long as some iterator on the same listing does.
   PathView CurrentPath() const;
 
  private:
@@ -229,29 +236,10 @@ class TVXCORE_EXPORT Dir::DirIterator {
   std::unique_ptr<IteratorHelper> helper_;
 };
 
-// Walks the files of a listing; as DirIterator.
-class TVXCORE_EXPORT Dir::FileIterator {
- public:
-  FileIterator();
-  explicit FileIterator(IteratorHelper* helper);  // takes ownership
-  FileIterator(const FileIterator& other);
-  FileIterator(FileIterator&& other) noexcept;
-  FileIterator& operator=(const FileIterator& other);
-  FileIterator& operator=(FileIterator&& other) noexcept;
-  ~FileIterator();
-
-  bool operator==(const FileIterator& other) const;
-  bool operator!=(const FileIterator& other) const { return !(*this == other); }
-  FileIterator& operator++();
-  FileIterator operator++(int);
-  File operator*() const;
-  // As DirIterator::CurrentPath.
-  PathView CurrentPath() const;
-
- private:
-  friend class RecursiveFileIterator;  // refills spent listings
-  std::unique_ptr<IteratorHelper> helper_;
-};
+extern template class BasicPath<FileHelper>;
+extern template class BasicPath<DirHelper>;
+extern template class ListingIterator<Dir>;
+extern template class ListingIterator<File>;
 
 // True when the path is exactly two units and the second is ":".
 TVXCORE_EXPORT bool IsPathDriveLetter(const UTF16String& path);

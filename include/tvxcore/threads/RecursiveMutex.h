@@ -6,6 +6,7 @@
 #pragma once
 
 #include "tvxcore/Export.h"
+#include "tvxcore/base/ThreadAnnotations.h"
 
 namespace tvxcore::threads {
 
@@ -21,7 +22,11 @@ namespace tvxcore::threads {
 // another RecursiveMutex; locking a destroyed mutex is undefined. Not
 // copyable. Construction does not report failure: running out of memory
 // surfaces as the allocator's std::bad_alloc.
-class TVXCORE_EXPORT RecursiveMutex {
+//
+// To clang's thread-safety analysis it is a plain lock: members may be
+// TVX_GUARDED_BY it, and a scope that locks it twice is reported (reentry
+// across function calls is not seen and stays allowed).
+class TVXCORE_EXPORT TVX_CAPABILITY("mutex") RecursiveMutex {
  public:
   RecursiveMutex();
   ~RecursiveMutex();
@@ -30,13 +35,13 @@ class TVXCORE_EXPORT RecursiveMutex {
 
   // Blocks until the calling thread holds the mutex. `label` names the caller
   // for a reader in a debugger; it is neither stored nor read and may be null.
-  void Lock(char const* label = nullptr) const;
+  void Lock(char const* label = nullptr) const TVX_ACQUIRE();
 
   // Takes the mutex if that needs no waiting (always so for the thread that
   // already holds it) and returns true; otherwise returns false at once.
-  bool TryLock(char const* label = nullptr) const;
+  bool TryLock(char const* label = nullptr) const TVX_TRY_ACQUIRE(true);
 
-  void Unlock() const;
+  void Unlock() const TVX_RELEASE();
 
  private:
   struct Record;
@@ -44,13 +49,14 @@ class TVXCORE_EXPORT RecursiveMutex {
 };
 
 // Holds a RecursiveMutex for the lifetime of a scope.
-class RecursiveMutexLock {
+class TVX_SCOPED_CAPABILITY RecursiveMutexLock {
  public:
   explicit RecursiveMutexLock(const RecursiveMutex& mutex, char const* label = nullptr)
+      TVX_ACQUIRE(mutex)
       : mutex_(mutex) {
     mutex_.Lock(label);
   }
-  ~RecursiveMutexLock() { mutex_.Unlock(); }
+  ~RecursiveMutexLock() TVX_RELEASE() { mutex_.Unlock(); }
   RecursiveMutexLock(const RecursiveMutexLock&) = delete;
   RecursiveMutexLock& operator=(const RecursiveMutexLock&) = delete;
 

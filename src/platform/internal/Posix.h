@@ -1,11 +1,15 @@
-// platform/internal/Posix.h: small helpers shared by the Linux files of the
-// platform layer: a descriptor that closes itself, and the EINTR retry.
+// platform/internal/Posix.h: what the Linux files of the platform layer share:
+// the one EINTR retry, reading and writing a descriptor to the end, and the
+// descriptor that closes itself (ScopedFd.h). Nothing here allocates, so a
+// signal handler may use it.
 #pragma once
 
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
+#include <cstddef>
+
+#include "platform/internal/ScopedFd.h"
 
 namespace tvxcore::platform::internal {
 
@@ -18,42 +22,35 @@ auto RetryOnEintr(Call&& call) {
   }
 }
 
-// A descriptor closed on every path. close() is never retried: Linux
-// releases the descriptor even when it reports EINTR.
-class ScopedFd {
- public:
-  ScopedFd() = default;
-  explicit ScopedFd(int fd) : fd_(fd) {}
-  ~ScopedFd() { Reset(); }
-  ScopedFd(ScopedFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  ScopedFd& operator=(ScopedFd&& other) noexcept {
-    if (this != &other) {
-      Reset();
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
+// Writes all `size` bytes, over short writes. 0, or the errno of the failure;
+// ENOSPC when the descriptor takes no more bytes.
+inline int WriteAll(int fd, const void* data, std::size_t size) noexcept {
+  const auto* from = static_cast<const unsigned char*>(data);
+  while (size > 0) {
+    const ssize_t n = RetryOnEintr([&] { return ::write(fd, from, size); });
+    if (n < 0) return errno;
+    if (n == 0) return ENOSPC;
+    from += n;
+    size -= static_cast<std::size_t>(n);
   }
-  ScopedFd(const ScopedFd&) = delete;
-  ScopedFd& operator=(const ScopedFd&) = delete;
+  return 0;
+}
 
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  // Hands the descriptor over to the caller.
-  int Release() { return std::exchange(fd_, -1); }
-  void Reset(int fd = -1) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = fd;
+// Reads until `size` bytes are in or the end of the file, which is no
+// failure. `done` counts the bytes stored, also after a failure. 0 or the
+// errno of the failure.
+inline int ReadAll(int fd, void* data, std::size_t size, std::size_t& done) noexcept {
+  constexpr std::size_t kMaxCall = std::size_t{1} << 30;
+  auto* to = static_cast<unsigned char*>(data);
+  done = 0;
+  while (done < size) {
+    const std::size_t want = size - done < kMaxCall ? size - done : kMaxCall;
+    const ssize_t n = RetryOnEintr([&] { return ::read(fd, to + done, want); });
+    if (n < 0) return errno;
+    if (n == 0) break;
+    done += static_cast<std::size_t>(n);
   }
-  // Closes and says whether the close reported a failure (a delayed write
-  // error on some file systems); 0 or the errno.
-  int Close() {
-    if (fd_ < 0) return 0;
-    const int result = ::close(std::exchange(fd_, -1));
-    return result == 0 || errno == EINTR ? 0 : errno;
-  }
-
- private:
-  int fd_ = -1;
-};
+  return 0;
+}
 
 }  // namespace tvxcore::platform::internal

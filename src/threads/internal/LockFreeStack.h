@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "tvxcore/base/ThreadAnnotations.h"
+
 namespace tvxcore::threads::internal {
 
 // The two forms of the stack's 16 bytes of state. Each is a complete stack;
@@ -26,7 +28,7 @@ struct PackedStackLayout {
     return (reinterpret_cast<std::uint64_t>(element) & ~kAddressMask) == 0;
   }
 
-  __attribute__((always_inline)) static void Push(std::uint64_t* state, void* element) noexcept {
+  TVX_ALWAYS_INLINE static void Push(std::uint64_t* state, void* element) noexcept {
     if (__builtin_expect(!Fits(element), 0)) Unfit(element);
     auto* link = static_cast<std::uint64_t*>(element);
     const std::uint64_t node = reinterpret_cast<std::uint64_t>(element);
@@ -39,7 +41,7 @@ struct PackedStackLayout {
     }
   }
 
-  __attribute__((always_inline)) static void* Pop(std::uint64_t* state) noexcept {
+  TVX_ALWAYS_INLINE static void* Pop(std::uint64_t* state) noexcept {
     std::uint64_t word = __atomic_load_n(state, __ATOMIC_ACQUIRE);
     for (;;) {
       const std::uint64_t top = word & kAddressMask;
@@ -69,7 +71,7 @@ struct PackedStackLayout {
   // uninstrumented; every ordering the stack relies on still goes through the
   // instrumented loads of the state and the compare-and-swap.
 #if defined(__SANITIZE_THREAD__)
-  __attribute__((noinline, no_sanitize_thread))
+  TVX_NOINLINE __attribute__((no_sanitize_thread))
 #endif
   static std::uint64_t
   ReadLink(std::uint64_t element) noexcept {
@@ -120,7 +122,7 @@ class BasicLockFreeStack {
   BasicLockFreeStack(const BasicLockFreeStack&) = delete;
   BasicLockFreeStack& operator=(const BasicLockFreeStack&) = delete;
 
-  __attribute__((always_inline)) void Push(void* element) noexcept {
+  TVX_ALWAYS_INLINE void Push(void* element) noexcept {
     if (Wide()) {
       WideStackLayout::Push(state_, element);
     } else {
@@ -129,7 +131,7 @@ class BasicLockFreeStack {
   }
 
   // Returns the top element, or null when the stack is empty.
-  __attribute__((always_inline)) void* Pop() noexcept {
+  TVX_ALWAYS_INLINE void* Pop() noexcept {
     return Wide() ? WideStackLayout::Pop(state_) : PackedStackLayout::Pop(state_);
   }
 

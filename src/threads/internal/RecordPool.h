@@ -1,13 +1,14 @@
 // Process-wide lock-free pools of lock and gate records. A record is made
 // once, recycled through its pool for the rest of the process, and freed by
-// an exit handler that the pool registers when it is first used.
+// an exit handler that the pool registers when it is first used. Records come
+// from the 16-byte aligned C heap, as the stack requires of its elements.
 #pragma once
 
 #include <cstdlib>
 #include <new>
 
+#include "platform/Memory.h"
 #include "threads/internal/LockFreeStack.h"
-#include "tvxcore/utility/SmallBlockAllocator.h"
 
 namespace tvxcore::threads::internal {
 
@@ -29,7 +30,10 @@ class RecordPool {
   template <typename Make>
   Record* Take(Make make) {
     if (void* recycled = free_.Pop()) return static_cast<Record*>(recycled);
-    void* memory = utility::SmallBlockAllocator::Allocate(sizeof(Record));
+    // From the C heap, not the small-block allocator: the allocator is built
+    // on the library's locks, so the locks sit below it.
+    void* memory = platform::AlignedAllocate(sizeof(Record));
+    if (memory == nullptr) throw std::bad_alloc();
     return make(memory);
   }
 
@@ -43,7 +47,7 @@ class RecordPool {
     while (void* memory = pool.free_.Pop()) {
       Record* record = static_cast<Record*>(memory);
       record->~Record();
-      utility::SmallBlockAllocator::Dispose(memory, sizeof(Record));
+      platform::AlignedFree(memory);
     }
   }
 

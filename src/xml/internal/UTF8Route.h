@@ -5,9 +5,9 @@
 // without a UTF-16 round trip.
 //
 // A handler offers the route only when nothing a host wrote could notice the
-// difference: its dynamic type must be exactly the library's own class, so
-// that a host's subclass, which may override the public events, always gets
-// them. The events of the route carry the same content as the public ones:
+// difference: the library offers it from its own final classes, never from a
+// public class that a host may derive from and whose public events it may
+// override. The events of the route carry the same content as the public ones:
 // qualified names, attributes in document order, text pieces as they come.
 #pragma once
 
@@ -43,8 +43,23 @@ class UTF8Handler {
   ~UTF8Handler() = default;
 };
 
+// A handler of the library that offers the UTF-8 route. The expat parser finds
+// it with a dynamic_cast on the handler it is given, once per document, so the
+// XML layer knows nothing of the handlers above it.
+class UTF8RoutedHandler {
+ public:
+  // The handler's UTF-8 events; null when it takes the public UTF-16 ones.
+  virtual UTF8Handler* UTF8Route() = 0;
+
+ protected:
+  ~UTF8RoutedHandler() = default;
+};
+
 // The UTF-8 route of `handler`, or null when it takes only the public UTF-16
-// events. Defined beside the library's handlers that have such a route.
-UTF8Handler* UTF8RouteOf(AbstractParseHandler& handler);
+// events.
+inline UTF8Handler* UTF8RouteOf(AbstractParseHandler& handler) {
+  auto* routed = dynamic_cast<UTF8RoutedHandler*>(&handler);
+  return routed != nullptr ? routed->UTF8Route() : nullptr;
+}
 
 }  // namespace tvxcore::xml::internal

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "proplist/internal/RoutedReader.h"
 #include "tvxcore/proplist/PropList.h"
 #include "tvxcore/proplist/PropListXMLHandler.h"
 #include "xml/internal/UTF8Route.h"
@@ -13,15 +14,16 @@ class Subclass : public proplist::PropListXMLHandler {
   using PropListXMLHandler::PropListXMLHandler;
 };
 
-// Only the reader exactly as the library defines it skips the UTF-16 events;
-// a host's subclass may override them and must always receive them.
+// Only the library's own reader skips the UTF-16 events; the public handler
+// and a host's subclass, which may override them, always receive them.
 TEST(PropListReaderRoute, OnlyTheLibrarysOwnHandlerOffersUTF8Events) {
   proplist::PropList list;
-  proplist::PropListXMLHandler own(&list);
+  proplist::internal::RoutedPropListXMLHandler own(&list);
+  proplist::PropListXMLHandler plain(&list);
   Subclass subclass(&list);
   xml::AbstractParseHandler other;
   EXPECT_NE(xml::internal::UTF8RouteOf(own), nullptr);
-  EXPECT_NE(xml::internal::UTF8RouteOf(own), xml::internal::UTF8RouteOf(subclass));
+  EXPECT_EQ(xml::internal::UTF8RouteOf(plain), nullptr);
   EXPECT_EQ(xml::internal::UTF8RouteOf(subclass), nullptr);
   EXPECT_EQ(xml::internal::UTF8RouteOf(other), nullptr);
 

@@ -1,9 +1,10 @@
-// Where the library's auxiliary resources (dictionaries) are found.
+// filesupport/internal/AuxiliaryResources.h: where the library's auxiliary resources (dictionaries)
+// are found.
 #pragma once
 
 #include "tvxcore/utility/StringTypes.h"
 
-namespace tvxcore::utility {
+namespace tvxcore::filesupport::internal {
 
 // The path of the resource `inName` in the resource folder `inFolder` of the
 // object that contains `inModuleAddress`. The folder is looked for beside that
@@ -13,4 +14,4 @@ namespace tvxcore::utility {
 UTF16String GetAuxiliaryResourcesPath(const void* inModuleAddress, const UTF16String& inName,
                                       const UTF16String& inFolder);
 
-}  // namespace tvxcore::utility
+}  // namespace tvxcore::filesupport::internal

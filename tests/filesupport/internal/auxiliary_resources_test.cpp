@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <string>
 
+#include "filesupport/internal/AuxiliaryResources.h"
 #include "platform/HostInfo.h"
-#include "utility/internal/AuxiliaryResources.h"
 
 using namespace tvxcore;
 
@@ -22,8 +22,8 @@ TEST(AuxiliaryResources, ShareFolderIsFoundEvenWhenItsNameIsNotUTF8) {
   // A Latin-1 byte on disk, which the library's paths carry as U+DCE9.
   const std::filesystem::path folder = share / "tvxcore" / "tvx-aux-dict\xE9";
   std::filesystem::create_directories(folder);
-  const UTF16String path = utility::GetAuxiliaryResourcesPath(reinterpret_cast<const void*>(&Here),
-                                                              u"de.dict", u"tvx-aux-dict\xDCE9");
+  const UTF16String path = filesupport::internal::GetAuxiliaryResourcesPath(
+      reinterpret_cast<const void*>(&Here), u"de.dict", u"tvx-aux-dict\xDCE9");
   std::error_code ignored;
   std::filesystem::remove(folder, ignored);
   std::filesystem::remove(share / "tvxcore", ignored);  // only when empty

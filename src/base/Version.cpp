@@ -1,4 +1,4 @@
-#include "tvxcore/tvxcore.h"
+#include "tvxcore/Version.h"
 
 namespace tvxcore {
 

@@ -1,17 +1,17 @@
-#include "utility/internal/AuxiliaryResources.h"
+#include "filesupport/internal/AuxiliaryResources.h"
 
 #include <string>
 
 #include "filesupport/internal/PathCodec.h"
 #include "platform/HostInfo.h"
 
-namespace tvxcore::utility {
+namespace tvxcore::filesupport::internal {
 
 UTF16String GetAuxiliaryResourcesPath(const void* inModuleAddress, const UTF16String& inName,
                                       const UTF16String& inFolder) {
   // Paths go between UTF-16 and the kernel's bytes as every path of the
   // library does, so that a folder whose name isn't UTF-8 is still found.
-  const std::string folder = filesupport::internal::ToNative(inFolder);
+  const std::string folder = ToNative(inFolder);
   const std::string moduleDirectory = platform::ModuleDirectoryOf(inModuleAddress);
   std::string candidates[3];
   int count = 0;
@@ -29,10 +29,10 @@ UTF16String GetAuxiliaryResourcesPath(const void* inModuleAddress, const UTF16St
       break;
     }
   }
-  UTF16String path = filesupport::internal::FromNative(chosen);
+  UTF16String path = FromNative(chosen);
   path += u'/';
   path += inName;
   return path;
 }
 
-}  // namespace tvxcore::utility
+}  // namespace tvxcore::filesupport::internal
