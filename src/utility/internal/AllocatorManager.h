@@ -134,6 +134,29 @@ class TVX_CAPABILITY("mutex") GrowthLock {
   threads::internal::FutexRecursiveMutex mutex_;
 };
 
+// A manager's view lock: the library's shared/exclusive lock, declared to the
+// analysis so that the published view is read only under it.
+class TVX_CAPABILITY("mutex") ViewLock {
+ public:
+  ViewLock() = default;
+  ViewLock(const ViewLock&) = delete;
+  ViewLock& operator=(const ViewLock&) = delete;
+
+  TVX_ALWAYS_INLINE bool TryLockShared()
+      TVX_TRY_ACQUIRE_SHARED(true) TVX_NO_THREAD_SAFETY_ANALYSIS {
+    return lock_.TryLockShared();
+  }
+  void LockShared() TVX_ACQUIRE_SHARED() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.LockShared(); }
+  TVX_ALWAYS_INLINE void UnlockShared() TVX_RELEASE_SHARED() TVX_NO_THREAD_SAFETY_ANALYSIS {
+    lock_.UnlockShared();
+  }
+  void LockExclusive() TVX_ACQUIRE() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.LockExclusive(); }
+  void UnlockExclusive() TVX_RELEASE() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.UnlockExclusive(); }
+
+ private:
+  threads::ReadWriteLock lock_;
+};
+
 }  // namespace internal
 
 // A manager of blocks of kBlockSize bytes. New chunks are kFirstChunkSize
@@ -224,7 +247,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   }
   void UnlockAfterFork(bool inChild) TVX_NO_THREAD_SAFETY_ANALYSIS {
     if (inChild) {
-      new (&viewLock_) threads::ReadWriteLock;
+      new (&viewLock_) internal::ViewLock;
       new (&growthLock_) internal::GrowthLock;
       return;
     }
@@ -269,7 +292,11 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   class ViewReopener {
    public:
     explicit ViewReopener(AllocatorManager& manager) : manager_(manager) {}
-    ~ViewReopener() { manager_.published_.store(&manager_.view_, std::memory_order_release); }
+    // Opening needs no lock: a fast path that still sees null falls back to
+    // the growth lock, which the reopening thread holds.
+    ~ViewReopener() TVX_NO_THREAD_SAFETY_ANALYSIS {
+      manager_.published_.store(&manager_.view_, std::memory_order_release);
+    }
     ViewReopener(const ViewReopener&) = delete;
     ViewReopener& operator=(const ViewReopener&) = delete;
 
@@ -350,7 +377,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     return outcome;
   }
 
-  bool FindInOpenView(const void* pointer) {
+  bool FindInOpenView(const void* pointer) TVX_REQUIRES_SHARED(viewLock_) {
     const View* view = published_.load(std::memory_order_acquire);
     return view != nullptr && FindChunk(*view, pointer) != nullptr;
   }
@@ -449,8 +476,10 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   // reads it through published_ under the view lock.
   View view_ TVX_GUARDED_BY(growthLock_);
   std::uint64_t held_ TVX_GUARDED_BY(growthLock_) = 0;  // bytes in chunks
-  std::atomic<View*> published_{nullptr};
-  threads::ReadWriteLock viewLock_;
+  // Stored with the view lock held exclusively when the view closes, and
+  // without it when the view opens again (see ViewReopener).
+  std::atomic<View*> published_ TVX_GUARDED_BY(viewLock_){nullptr};
+  internal::ViewLock viewLock_;
 };
 
 }  // namespace tvxcore::utility
