@@ -174,14 +174,14 @@ void DisposeToManagers(void* pointer, std::size_t size) {
 
 TVX_NOINLINE void* AllocateSlow(std::size_t size) {
   if (!IsReady()) return AllocateBeforeReady(size);
-  if (internal::IsCachedRequest(size)) {
-    internal::ThreadCache* cache = internal::t_threadCache;
-    if (cache == nullptr) cache = internal::AttachThreadCache();
-    if (cache != nullptr) {
-      if (void* block = cache->Refill(internal::CachedClassOf(size))) return block;
-    }
-  }
-  return AllocateFromManagers(size);
+  if (!internal::IsCachedRequest(size)) return AllocateFromManagers(size);
+  void* block = nullptr;
+  internal::ThreadCache* cache = internal::t_threadCache;
+  if (cache == nullptr) cache = internal::AttachThreadCache();
+  if (cache != nullptr) block = cache->Refill(internal::CachedClassOf(size));
+  if (block == nullptr) block = AllocateFromManagers(size);
+  if constexpr (internal::kAllocatorChecks) internal::ClearFreeMark(block);
+  return block;
 }
 
 TVX_NOINLINE void DisposeSlow(void* pointer, std::size_t size) {
@@ -196,7 +196,7 @@ TVX_NOINLINE void DisposeSlow(void* pointer, std::size_t size) {
     if (cache != nullptr) {
       const std::size_t cachedClass = internal::CachedClassOf(size);
       if constexpr (internal::kAllocatorChecks) {
-        switch (internal::CheckBlockForCache(*cache, cachedClass, pointer)) {
+        switch (internal::CheckBlockForCache(cachedClass, pointer)) {
           case internal::CacheCheck::kDrop:
             return;
           case internal::CacheCheck::kToManagers:
@@ -231,7 +231,10 @@ void ReleaseForeignBlock(void* pointer, std::size_t size) noexcept {
 void* SmallBlockAllocator::Allocate(std::size_t size) {
   if (internal::IsCachedRequest(size)) {
     if (internal::ThreadCache* cache = internal::t_threadCache) {
-      if (void* block = cache->TryPop(internal::CachedClassOf(size))) return block;
+      if (void* block = cache->TryPop(internal::CachedClassOf(size))) {
+        if constexpr (internal::kAllocatorChecks) internal::ClearFreeMark(block);
+        return block;
+      }
     }
   }
   return AllocateSlow(size);

@@ -150,23 +150,47 @@ void ReleaseAtThreadExit(void* value) {
 bool ThreadCache::Enable(std::size_t cachedClass) noexcept {
   if (g_earlyBlocks[cachedClass].load(std::memory_order_seq_cst) != 0) return false;
   const std::size_t bytes = std::size_t{kBatches[cachedClass]} * kCachedBlockSizes[cachedClass];
-  if (limitBytes_ + bytes > kThreadCacheBytes) return false;
+  if (!MakeRoom(cachedClass, bytes)) return false;
   lists_[cachedClass].limit = kBatches[cachedClass];
   limitBytes_ += bytes;
   return true;
 }
 
-// After a miss the list may hold one batch more, as long as the class and
-// the thread stay within their bounds: a thread that allocates many blocks
-// of a class before freeing them keeps them all cached the next time.
+// After a miss the list may hold one batch more, as long as the class stays
+// within its bound and the thread's bytes can be had: a thread that
+// allocates many blocks of a class before freeing them keeps them all cached
+// the next time.
 void ThreadCache::Grow(std::size_t cachedClass) noexcept {
   FreeList& list = lists_[cachedClass];
   const std::uint32_t batch = kBatches[cachedClass];
   const std::size_t bytes = std::size_t{batch} * kCachedBlockSizes[cachedClass];
-  if (list.limit + batch > kMaxima[cachedClass] || limitBytes_ + bytes > kThreadCacheBytes) return;
+  if (list.limit + batch > kMaxima[cachedClass] || !MakeRoom(cachedClass, bytes)) return;
   list.limit += batch;
   limitBytes_ += bytes;
   overages_[cachedClass] = 0;
+}
+
+// Room for `bytes` more of limits within the thread's bound, taken when
+// needed from the other lists in turn, a batch from each that holds more
+// than one. False when they have too little to give.
+bool ThreadCache::MakeRoom(std::size_t cachedClass, std::size_t bytes) noexcept {
+  for (std::size_t visited = 0; limitBytes_ + bytes > kThreadCacheBytes; ++visited) {
+    if (visited == 2 * kCachedClassCount) return false;
+    const std::size_t victim = nextVictim_;
+    nextVictim_ = static_cast<std::uint8_t>(victim + 1 == kCachedClassCount ? 0 : victim + 1);
+    if (victim != cachedClass && lists_[victim].limit > kBatches[victim]) LowerLimit(victim);
+  }
+  return true;
+}
+
+// One batch less for the list; what no longer fits is handed on.
+void ThreadCache::LowerLimit(std::size_t cachedClass) noexcept {
+  FreeList& list = lists_[cachedClass];
+  const std::uint32_t batch = kBatches[cachedClass];
+  list.limit -= batch;
+  limitBytes_ -= std::size_t{batch} * kCachedBlockSizes[cachedClass];
+  overages_[cachedClass] = 0;
+  while (list.count > list.limit) HandOnBatch(cachedClass);
 }
 
 void* ThreadCache::Refill(std::size_t cachedClass) {
@@ -206,14 +230,11 @@ bool ThreadCache::Overflow(std::size_t cachedClass, void* block) {
   if (list.limit == 0) {
     if (!Enable(cachedClass)) return false;
   } else {
-    HandOnBatch(cachedClass);
-    const std::uint32_t batch = kBatches[cachedClass];
-    if (++overages_[cachedClass] > kMaxOverages && list.limit > batch) {
-      list.limit -= batch;
-      limitBytes_ -= std::size_t{batch} * kCachedBlockSizes[cachedClass];
-      overages_[cachedClass] = 0;
-      while (list.count >= list.limit) HandOnBatch(cachedClass);
-    }
+    // A list that keeps overflowing without a miss between holds more than
+    // its thread takes: a thread that only frees keeps one batch.
+    if (++overages_[cachedClass] > kMaxOverages && list.limit > kBatches[cachedClass])
+      LowerLimit(cachedClass);
+    if (list.count >= list.limit) HandOnBatch(cachedClass);
   }
   return TryPush(cachedClass, block);
 }
@@ -226,12 +247,6 @@ void ThreadCache::ReturnAll() noexcept {
     ReturnChain(c, blocks);
   }
   limitBytes_ = 0;
-}
-
-bool ThreadCache::Holds(std::size_t cachedClass, const void* block) const noexcept {
-  for (const void* b = lists_[cachedClass].head; b != nullptr; b = NextBlock(b))
-    if (b == block) return true;
-  return false;
 }
 
 ThreadCache* AttachThreadCache() {
@@ -310,13 +325,16 @@ void ForgetEarlyBlock(std::size_t size) noexcept {
   }
 }
 
-CacheCheck CheckBlockForCache(const ThreadCache& cache, std::size_t cachedClass, void* block) {
-  if (cache.Holds(cachedClass, block)) {
-    debug::internal::ContractViolation("block given back once", __FILE__, __LINE__);
-    return CacheCheck::kDrop;
-  }
+CacheCheck CheckBlockForCache(std::size_t cachedClass, void* block) {
+  // Whether the class owns the block comes first: only then are its 16 bytes
+  // there to be read.
   if (g_contains[cachedClass] != nullptr && !g_contains[cachedClass](block))
     return CacheCheck::kToManagers;
+  if (IsMarkedFree(block)) {
+    debug::internal::ContractViolation("!IsMarkedFree(block)", __FILE__, __LINE__);
+    return CacheCheck::kDrop;
+  }
+  MarkFree(block);
   return CacheCheck::kAccept;
 }
 
@@ -325,6 +343,15 @@ std::size_t ThreadCachedBlocks(std::size_t blockSize) noexcept {
   if (cache == nullptr || !IsCachedRequest(blockSize)) return 0;
   const std::size_t c = CachedClassOf(blockSize);
   return kCachedBlockSizes[c] == blockSize ? cache->Count(c) : 0;
+}
+
+std::size_t ThreadCachedBytes() noexcept {
+  const ThreadCache* cache = t_threadCache;
+  std::size_t bytes = 0;
+  if (cache != nullptr)
+    for (std::size_t c = 0; c < kCachedClassCount; ++c)
+      bytes += std::size_t{cache->Count(c)} * kCachedBlockSizes[c];
+  return bytes;
 }
 
 std::size_t TransferCachedBlocks(std::size_t blockSize) noexcept {

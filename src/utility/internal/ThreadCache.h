@@ -13,10 +13,12 @@
 // never cached.
 //
 // Bounds. A list holds at most MaxListBlocks() blocks (64 KiB, at most 1024
-// blocks); the lists of one thread hold at most kThreadCacheBytes (256 KiB)
+// blocks); the lists of one thread hold at most kThreadCacheBytes (384 KiB)
 // together, counted by their limits, so a thread never holds more however it
-// allocates. The transfer cache holds at most kTransferSlots batches a class
-// (at most 32 KiB for classes up to 4096 bytes, 64 KiB above).
+// allocates. A list that wants to grow past the thread's bytes takes room
+// from the others, a batch from each in turn. The transfer cache holds at
+// most kTransferSlots batches a class (at most 32 KiB for classes up to 4096
+// bytes, 64 KiB above; about 2.3 MiB over all classes).
 #pragma once
 
 #include <array>
@@ -27,10 +29,11 @@
 #include "tvxcore/base/ThreadAnnotations.h"
 #include "utility/internal/SizeClasses.h"
 
-// Debug checks of blocks that enter a cache: a block given twice is caught
-// when it is still in the list, and a block the class does not own (a wrong
-// size) takes the managers' road as it would without caching. On in builds
-// without NDEBUG, or with TVX_ALLOCATOR_CHECKS=1.
+// Debug checks of blocks that enter a cache: a block the class does not own
+// (a wrong size, a block made before the allocator was ready) takes the
+// managers' road as it would without caching, and a block given back twice
+// while it is in a cache, a batch or a manager's free stack is reported and
+// dropped. On in builds without NDEBUG, or with TVX_ALLOCATOR_CHECKS=1.
 #if !defined(TVX_ALLOCATOR_CHECKS)
 #if defined(NDEBUG)
 #define TVX_ALLOCATOR_CHECKS 0
@@ -88,8 +91,9 @@ inline constexpr std::uint32_t kMaxBatchBlocks = 32;
 // Most blocks and bytes that one list of one thread may hold.
 inline constexpr std::size_t kMaxListBytes = 64 * 1024;
 inline constexpr std::uint32_t kMaxListBlocks = 1024;
-// Most bytes that the lists of one thread may hold together.
-inline constexpr std::size_t kThreadCacheBytes = 256 * 1024;
+// Most bytes that the lists of one thread may hold together: more than one
+// batch of every class (about 270 KiB), so that every class can be cached.
+inline constexpr std::size_t kThreadCacheBytes = 384 * 1024;
 // Most batches that the transfer cache holds per class.
 inline constexpr std::size_t kTransferSlots = 8;
 // A list that overflows this many times in a row without growing gives up a
@@ -165,19 +169,20 @@ class ThreadCache {
   // Gives every block to the managers and forgets the limits.
   void ReturnAll() noexcept;
 
-  // Whether `block` is already in the list of the class (a double free).
-  bool Holds(std::size_t cachedClass, const void* block) const noexcept;
-
   std::uint32_t Count(std::size_t cachedClass) const noexcept { return lists_[cachedClass].count; }
+  std::size_t LimitBytes() const noexcept { return limitBytes_; }
 
  private:
   bool Enable(std::size_t cachedClass) noexcept;
   void Grow(std::size_t cachedClass) noexcept;
+  bool MakeRoom(std::size_t cachedClass, std::size_t bytes) noexcept;
+  void LowerLimit(std::size_t cachedClass) noexcept;
   void HandOnBatch(std::size_t cachedClass) noexcept;
 
   FreeList lists_[kCachedClassCount] = {};
   std::size_t limitBytes_ = 0;  // sum of limit x block size over the lists
   std::uint8_t overages_[kCachedClassCount] = {};
+  std::uint8_t nextVictim_ = 0;  // the list that MakeRoom lowers next
 };
 
 // The calling thread's cache, or null: not made yet, caching off, or the
@@ -216,17 +221,37 @@ void ForgetEarlyBlock(std::size_t size) noexcept;
 // beside the allocator's entry points.
 void ReleaseForeignBlock(void* pointer, std::size_t size) noexcept;
 
-// With the checks on, what becomes of a block given to a thread's list: it
-// enters; it is dropped, because it is in the list already (a double free,
-// reported as a contract violation); or it takes the managers' road, because
-// the class doesn't own it (a wrong size, or a block made before the
-// allocator was ready), exactly as without caching.
-enum class CacheCheck { kAccept, kDrop, kToManagers };
-CacheCheck CheckBlockForCache(const ThreadCache& cache, std::size_t cachedClass, void* block);
+// With the checks on, a block given back carries a mark in its second word
+// (every block has at least 16 bytes) until it is handed out again: its
+// address mixed with a constant, which user data matches only by design.
+inline constexpr std::uintptr_t kFreeMarkKey = 0x9E3779B97F4A7C15u;
+TVX_ALWAYS_INLINE void MarkFree(void* block) noexcept {
+  const std::uintptr_t mark = reinterpret_cast<std::uintptr_t>(block) ^ kFreeMarkKey;
+  std::memcpy(static_cast<char*>(block) + sizeof(void*), &mark, sizeof mark);
+}
+TVX_ALWAYS_INLINE void ClearFreeMark(void* block) noexcept {
+  const std::uintptr_t none = 0;
+  std::memcpy(static_cast<char*>(block) + sizeof(void*), &none, sizeof none);
+}
+TVX_ALWAYS_INLINE bool IsMarkedFree(const void* block) noexcept {
+  std::uintptr_t mark;
+  std::memcpy(&mark, static_cast<const char*>(block) + sizeof(void*), sizeof mark);
+  return mark == (reinterpret_cast<std::uintptr_t>(block) ^ kFreeMarkKey);
+}
 
-// For tests: the blocks that the calling thread and the transfer cache hold
-// of the class whose block size is `blockSize`.
+// With the checks on, what becomes of a block given to a thread's list: it
+// enters, marked; it is dropped, because it carries the mark already (a
+// double free, reported as a contract violation); or it takes the managers'
+// road, because the class doesn't own it (a wrong size, or a block made
+// before the allocator was ready), exactly as without caching.
+enum class CacheCheck { kAccept, kDrop, kToManagers };
+CacheCheck CheckBlockForCache(std::size_t cachedClass, void* block);
+
+// For tests: the blocks of the class whose block size is `blockSize` that the
+// calling thread holds, the bytes it holds over all classes, and the blocks
+// of the class in the transfer cache.
 std::size_t ThreadCachedBlocks(std::size_t blockSize) noexcept;
+std::size_t ThreadCachedBytes() noexcept;
 std::size_t TransferCachedBlocks(std::size_t blockSize) noexcept;
 
 }  // namespace tvxcore::utility::internal
