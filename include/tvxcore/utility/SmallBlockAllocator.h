@@ -36,7 +36,7 @@ class TVXCORE_EXPORT SmallBlockAllocator {
   static std::size_t GetActualAllocationSize(std::size_t size);
 
   // Per-thread caching. Each thread keeps up to 64 KiB (at most 1024 blocks)
-  // of free blocks per size class up to 8192 bytes, at most 256 KiB in all,
+  // of free blocks per size class up to 8192 bytes, at most 384 KiB in all,
   // and hands surplus blocks on in batches; a block freed on another thread
   // than its allocator's goes to the freeing thread's cache. Full batches
   // pass between threads through a transfer cache (at most 8 batches of

@@ -54,6 +54,12 @@ constexpr bool EveryClassFitsTheBudget() {
   return true;
 }
 static_assert(EveryClassFitsTheBudget(), "a list's limit stays within its bytes");
+constexpr std::size_t OneBatchOfEveryClass() {
+  std::size_t bytes = 0;
+  for (std::size_t c = 0; c < kCachedClassCount; ++c) bytes += kBatches[c] * kCachedBlockSizes[c];
+  return bytes;
+}
+static_assert(OneBatchOfEveryClass() < kThreadCacheBytes, "a thread can cache every class at once");
 static_assert(kRequestClasses[0] == 0 &&
               kRequestClasses[kLargestTableSize / 16] == kCachedClassCount - 1);
 

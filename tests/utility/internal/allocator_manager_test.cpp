@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "config/ErrorTestSupport.h"
+#include "debug/internal/ContractCheck.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "utility/internal/SizeClasses.h"
 #include "utility/internal/ThreadCache.h"
@@ -125,6 +127,10 @@ TEST(AllocatorManager, BlocksMadeBeforeTheAllocatorWasReadyAreReleasedLater) {
   EXPECT_EQ(internal::ManagerForBlockSize<4160>().TakeCensus().usedBlocks, before4160.usedBlocks);
   EXPECT_EQ(internal::ManagerForBlockSize<112>().TakeCensus().chunks, before112.chunks);
   EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(100), 112u);
+  // No cache took the early blocks in: the class hands out its own.
+  void* after = SmallBlockAllocator::Allocate(100);
+  EXPECT_TRUE(std::find(early.begin(), early.end(), after) == early.end());
+  SmallBlockAllocator::Dispose(after, 100);
 }
 
 struct Violation {
@@ -220,6 +226,126 @@ TEST(AllocatorManager, CrossThreadChurnBalancesTheCounts) {
   EXPECT_EQ(census.usedBlocks, 0u);
   EXPECT_EQ(census.chunks, 0u);
   EXPECT_EQ(census.heldBytes, 0u);
+}
+
+// Whether this process caches, as the environment asks.
+bool CachingWanted() {
+  const char* value = std::getenv("TVX_SMALLBLOCK_THREAD_CACHE");
+  return value == nullptr || std::strcmp(value, "0") != 0;
+}
+
+TEST(AllocatorManager, CachingFollowsTheEnvironmentAndSwitchesAtRunTime) {
+  const bool wasOn = SmallBlockAllocator::IsThreadCaching();
+  EXPECT_EQ(wasOn, CachingWanted());
+  auto& manager = internal::ManagerForBlockSize<160>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().chunks, 0u) << "another test left class 160 blocks live";
+  for (bool on : {false, true}) {
+    SmallBlockAllocator::SetThreadCaching(on);
+    EXPECT_EQ(SmallBlockAllocator::IsThreadCaching(), on);
+    std::thread([&] {
+      void* p = SmallBlockAllocator::Allocate(150);
+      // Off, the manager hands out one block and takes it back at once; on,
+      // the thread takes a batch and keeps it until it ends.
+      const std::uint64_t batch = on ? internal::BatchBlocks(160) : 1;
+      EXPECT_EQ(manager.TakeCensus().usedBlocks, batch) << on;
+      SmallBlockAllocator::Dispose(p, 150);
+      EXPECT_EQ(manager.TakeCensus().usedBlocks, on ? batch : 0u) << on;
+    }).join();
+    EXPECT_EQ(manager.TakeCensus().chunks, 0u) << on;
+  }
+  SmallBlockAllocator::SetThreadCaching(wasOn);
+}
+
+// A thread's cache goes back to the managers when the thread ends, without a
+// flush: all but the batches that it handed to the transfer cache.
+TEST(AllocatorManager, AThreadThatEndsGivesItsCachedBlocksBack) {
+  auto& manager = internal::ManagerForBlockSize<144>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 144 blocks live";
+  std::size_t heldAtEnd = 0;
+  std::thread([&] {
+    // More blocks than the class's list holds, all freed on this thread.
+    DisposeShuffled(AllocateMany(140, 600), 140, 3);
+    heldAtEnd = internal::ThreadCachedBlocks(144);
+  }).join();
+  if (SmallBlockAllocator::IsThreadCaching()) {
+    EXPECT_GE(heldAtEnd, internal::MaxListBlocks(144) / 2) << "the thread ended with a full list";
+  }
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, internal::TransferCachedBlocks(144));
+  SmallBlockAllocator::FlushThreadCache();
+  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+}
+
+// A thread that only frees hands full batches on; a thread that only
+// allocates takes them whole, without the manager.
+TEST(AllocatorManager, FullBatchesPassBetweenThreadsWhole) {
+  auto& manager = internal::ManagerForBlockSize<208>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 208 blocks live";
+  const bool caching = SmallBlockAllocator::IsThreadCaching();
+  const std::size_t batch = internal::BatchBlocks(208);
+  // Four whole batches: this thread's list is empty again afterwards.
+  const auto blocks = AllocateMany(200, 4 * batch);
+  std::thread([&] {
+    for (void* p : blocks) SmallBlockAllocator::Dispose(p, 200);
+  }).join();
+  // The freeing thread kept one batch, which went back when it ended.
+  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 3 * batch : 0u);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 0u);
+  void* again = SmallBlockAllocator::Allocate(200);
+  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 2 * batch : 0u);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 1u);
+  if (caching) {
+    EXPECT_TRUE(std::find(blocks.begin(), blocks.end(), again) != blocks.end());
+  }
+  SmallBlockAllocator::Dispose(again, 200);
+  SmallBlockAllocator::FlushThreadCache();
+  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+}
+
+// However a thread allocates and frees, its lists stay within their bounds,
+// and every class, the last one too, is still cached.
+TEST(AllocatorManager, AThreadCachesEveryClassWithinItsBounds) {
+  const bool caching = SmallBlockAllocator::IsThreadCaching();
+  std::thread([caching] {
+    for (int round = 0; round < 2; ++round) {
+      for (std::size_t size : internal::kCachedBlockSizes) {
+        DisposeShuffled(AllocateMany(size, internal::MaxListBlocks(size) + 5), size, round);
+        EXPECT_LE(internal::ThreadCachedBytes(), internal::kThreadCacheBytes) << size;
+        EXPECT_LE(internal::ThreadCachedBlocks(size), internal::MaxListBlocks(size)) << size;
+        if (caching) {
+          EXPECT_GT(internal::ThreadCachedBlocks(size), 0u) << size;
+        }
+      }
+    }
+  }).join();
+}
+
+// Debug builds catch a block given back twice before it reaches a cache, on
+// the thread that freed it and on any other.
+TEST(AllocatorManager, ABlockGivenBackTwiceIsReportedAndNotHandedOutTwice) {
+  if (!internal::kAllocatorChecks || !SmallBlockAllocator::IsThreadCaching())
+    GTEST_SKIP() << "checked in builds without NDEBUG, with caching on";
+  tvxtest::RecordingErrorManager errors;
+  tvxcore::config::ErrorManager::Set(&errors);
+  g_violations.clear();
+  auto previous = tvxcore::debug::internal::SetContractObserverForTesting(&RecordViolation);
+  void* p = SmallBlockAllocator::Allocate(64);
+  SmallBlockAllocator::Dispose(p, 64);
+  SmallBlockAllocator::Dispose(p, 64);
+  std::thread([p] { SmallBlockAllocator::Dispose(p, 64); }).join();
+  tvxcore::debug::internal::SetContractObserverForTesting(previous);
+  tvxcore::config::ErrorManager::Set(nullptr);
+
+  ASSERT_EQ(g_violations.size(), 2u);
+  for (const auto& v : g_violations) EXPECT_EQ(v.expression, "!IsMarkedFree(block)");
+  EXPECT_EQ(errors.Reports().size(), 2u);
+  void* a = SmallBlockAllocator::Allocate(64);
+  void* b = SmallBlockAllocator::Allocate(64);
+  EXPECT_NE(a, b);
+  SmallBlockAllocator::Dispose(a, 64);
+  SmallBlockAllocator::Dispose(b, 64);
 }
 
 }  // namespace
