@@ -18,7 +18,7 @@
 // allocates. A list that wants to grow past the thread's bytes takes room
 // from the others, a batch from each in turn. The transfer cache holds at
 // most kTransferSlots batches a class (at most 32 KiB for classes up to 4096
-// bytes, 64 KiB above; about 2.3 MiB over all classes).
+// bytes, 64 KiB above; about 2.1 MiB over all classes).
 #pragma once
 
 #include <array>
