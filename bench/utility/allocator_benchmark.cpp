@@ -1,6 +1,7 @@
-// SmallBlockAllocator beside the process's malloc/free. Run the binary as it
-// is for glibc, or with LD_PRELOAD set to mimalloc or jemalloc to compare
-// those (bench/utility/run_allocator_benchmarks.sh does all three).
+// SmallBlockAllocator, with its per-thread caches and without them, beside the
+// process's malloc/free. Run the binary as it is for glibc, or with LD_PRELOAD
+// set to mimalloc or jemalloc to compare those
+// (bench/utility/run_allocator_benchmarks.sh does all three).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -17,12 +18,23 @@ namespace {
 
 using tvxcore::utility::SmallBlockAllocator;
 
-struct Small {
+// Each case switches caching as its heap asks before it starts: a thread
+// that finds caching off drops its cache, and the threads of a two-thread
+// case are new in every run.
+template <bool kCaching>
+struct SmallHeap {
+  static void Prepare() {
+    SmallBlockAllocator::SetThreadCaching(kCaching);
+    SmallBlockAllocator::FlushThreadCache();
+  }
   static void* Allocate(std::size_t size) { return SmallBlockAllocator::Allocate(size); }
   static void Free(void* p, std::size_t size) { SmallBlockAllocator::Dispose(p, size); }
 };
+struct Small : SmallHeap<true> {};
+struct SmallUncached : SmallHeap<false> {};
 
 struct Malloc {
+  static void Prepare() {}
   static void* Allocate(std::size_t size) { return std::malloc(size); }
   static void Free(void* p, std::size_t) { std::free(p); }
 };
@@ -38,6 +50,7 @@ struct Malloc {
 // state global and per class.
 class AtomicsFloor {
  public:
+  static void Prepare() {}
   static void* Allocate(std::size_t) { return Get().Pop(); }
   static void Free(void* block, std::size_t) { Get().Push(block); }
 
@@ -121,6 +134,7 @@ class AtomicsFloor {
 // One allocation and its release per iteration, on one thread.
 template <typename Heap>
 void Pairs(benchmark::State& state) {
+  Heap::Prepare();
   const auto size = static_cast<std::size_t>(state.range(0));
   for (auto _ : state) {
     void* p = Heap::Allocate(size);
@@ -134,6 +148,7 @@ void Pairs(benchmark::State& state) {
 // Size 0 stands for a mix of sizes from 8 to 1024 bytes.
 template <typename Heap>
 void RandomOrderBatches(benchmark::State& state) {
+  Heap::Prepare();
   constexpr std::size_t kBatch = 1000;
   std::mt19937 random(42);
   std::vector<std::size_t> sizes(kBatch, static_cast<std::size_t>(state.range(0)));
@@ -156,6 +171,7 @@ void RandomOrderBatches(benchmark::State& state) {
 // Each thread allocates and releases its own blocks, a few at a time.
 template <typename Heap>
 void OwnBlocksPerThread(benchmark::State& state) {
+  Heap::Prepare();
   const auto size = static_cast<std::size_t>(state.range(0));
   void* held[8];
   for (auto _ : state) {
@@ -199,6 +215,7 @@ Ring g_ring;
 // Thread 0 allocates and hands each block to thread 1, which releases it.
 template <typename Heap>
 void ProducerToConsumer(benchmark::State& state) {
+  Heap::Prepare();
   const auto size = static_cast<std::size_t>(state.range(0));
   if (state.thread_index() == 0) {
     for (auto _ : state) {
@@ -216,15 +233,16 @@ void ProducerToConsumer(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-#define TVX_BOTH(function, ...)                           \
-  BENCHMARK_TEMPLATE(function, Small) __VA_ARGS__;        \
-  BENCHMARK_TEMPLATE(function, AtomicsFloor) __VA_ARGS__; \
+#define TVX_ALL(function, ...)                             \
+  BENCHMARK_TEMPLATE(function, Small) __VA_ARGS__;         \
+  BENCHMARK_TEMPLATE(function, SmallUncached) __VA_ARGS__; \
+  BENCHMARK_TEMPLATE(function, AtomicsFloor) __VA_ARGS__;  \
   BENCHMARK_TEMPLATE(function, Malloc) __VA_ARGS__
 
-TVX_BOTH(Pairs, ->Arg(16)->Arg(64)->Arg(256)->Arg(1024)->Arg(4096));
-TVX_BOTH(RandomOrderBatches, ->Arg(64)->Arg(0));
-TVX_BOTH(OwnBlocksPerThread, ->Arg(64)->Threads(2)->UseRealTime());
-TVX_BOTH(ProducerToConsumer, ->Arg(64)->Threads(2)->UseRealTime());
+TVX_ALL(Pairs, ->Arg(16)->Arg(64)->Arg(256)->Arg(1024)->Arg(4096));
+TVX_ALL(RandomOrderBatches, ->Arg(64)->Arg(0));
+TVX_ALL(OwnBlocksPerThread, ->Arg(64)->Threads(2)->UseRealTime());
+TVX_ALL(ProducerToConsumer, ->Arg(64)->Threads(2)->UseRealTime());
 
 }  // namespace
 

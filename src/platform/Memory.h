@@ -1,5 +1,6 @@
 // Page and aligned memory from the operating system, for the allocator's
-// largest chunks, its oversized requests and blocks made before it is ready.
+// largest chunks, its oversized requests and blocks made before it is ready,
+// and the process and thread events that its per-thread caches follow.
 #pragma once
 
 #include <cstddef>
@@ -25,5 +26,21 @@ void* AlignedAllocate(std::size_t size) noexcept;
 
 // Frees memory from AlignedAllocate; null is ignored.
 void AlignedFree(void* pointer) noexcept;
+
+// Calls `handler(value)` on the calling thread when it ends, after the
+// thread's C++ thread_local destructors; this holds for every thread, also
+// those the library did not start, but not for a process that ends by exit()
+// or by returning from main. The first call fixes `handler` for the process.
+// A second call from the same thread replaces `value`; a null `value` stops
+// the call for this thread. Returns false when the system refuses.
+bool CallAtThreadExit(void (*handler)(void* value), void* value) noexcept;
+
+// Runs `prepare` in the thread that calls fork() just before the process is
+// copied, then `parent` in the parent and `child` in the new process. Returns
+// false when the system refuses.
+bool CallAroundFork(void (*prepare)(), void (*parent)(), void (*child)()) noexcept;
+
+// The value of an environment variable, or null when it is not set.
+const char* EnvironmentValue(const char* name) noexcept;
 
 }  // namespace tvxcore::platform

@@ -1,5 +1,6 @@
 #include "platform/Memory.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -68,5 +69,24 @@ void* AlignedAllocate(std::size_t size) noexcept {
 }
 
 void AlignedFree(void* pointer) noexcept { std::free(pointer); }
+
+bool CallAtThreadExit(void (*handler)(void* value), void* value) noexcept {
+  // One key for the process, never deleted: a thread may end at any time.
+  static const struct Key {
+    pthread_key_t key;
+    bool valid;
+  } s_key = [handler] {
+    Key key{};
+    key.valid = ::pthread_key_create(&key.key, handler) == 0;
+    return key;
+  }();
+  return s_key.valid && ::pthread_setspecific(s_key.key, value) == 0;
+}
+
+bool CallAroundFork(void (*prepare)(), void (*parent)(), void (*child)()) noexcept {
+  return ::pthread_atfork(prepare, parent, child) == 0;
+}
+
+const char* EnvironmentValue(const char* name) noexcept { return std::getenv(name); }
 
 }  // namespace tvxcore::platform

@@ -1,5 +1,6 @@
 // The general heap of the library: a table of size-classed managers for
-// requests up to 8192 bytes, pages from the system above that.
+// requests up to 8192 bytes, pages from the system above that, and in front
+// of the managers a cache per thread (utility/internal/ThreadCache.h).
 #include "tvxcore/utility/SmallBlockAllocator.h"
 
 #include <atomic>
@@ -8,6 +9,7 @@
 
 #include "platform/Memory.h"
 #include "utility/internal/SizeClasses.h"
+#include "utility/internal/ThreadCache.h"
 
 namespace tvxcore::utility {
 namespace {
@@ -35,10 +37,40 @@ AllocatorInterface* g_table[kLargestTableSize + 1];
 AllocatorInterface* g_manager4160 = nullptr;
 AllocatorInterface* g_manager66624 = nullptr;
 
+template <std::size_t kIndex>
+bool ManagerContains(const void* pointer) {
+  return internal::ManagerAt<kIndex>().Contains(pointer);
+}
+
+// fork() copies the process with only the calling thread: every manager is
+// locked around it (growth lock, then the view held exclusively, from small
+// block size to large as everywhere), so that the child finds no structure
+// half changed and no lock held by a thread it does not have.
+template <std::size_t... kIndex>
+void LockManagersForFork(std::index_sequence<kIndex...>) {
+  (internal::ManagerAt<kIndex>().LockForFork(), ...);
+}
+template <std::size_t... kIndex>
+void UnlockManagersAfterFork(std::index_sequence<kIndex...>, bool inChild) {
+  constexpr std::size_t kLast = sizeof...(kIndex) - 1;
+  (internal::ManagerAt<kLast - kIndex>().UnlockAfterFork(inChild), ...);
+}
+void PrepareFork() { LockManagersForFork(std::make_index_sequence<internal::kSizeClassCount>()); }
+void ParentAfterFork() {
+  UnlockManagersAfterFork(std::make_index_sequence<internal::kSizeClassCount>(), false);
+}
+void ChildAfterFork() {
+  UnlockManagersAfterFork(std::make_index_sequence<internal::kSizeClassCount>(), true);
+}
+
 template <std::size_t... kIndex>
 void BuildManagers(std::index_sequence<kIndex...>) {
   AllocatorInterface* managers[] = {&internal::ManagerAt<kIndex>()...};  // in ascending order
+  bool (*contains[])(const void*) = {&ManagerContains<kIndex>...};
+  AllocatorInterface* cached[internal::kCachedClassCount];
+  bool (*cachedContains[internal::kCachedClassCount])(const void*);
   std::size_t size = 0;
+  std::size_t cachedClass = 0;
   for (std::size_t i = 0; i < internal::kSizeClassCount; ++i) {
     const std::size_t blockSize = kSizeClasses[i].blockSize;
     if (blockSize == k4160) {
@@ -49,8 +81,11 @@ void BuildManagers(std::index_sequence<kIndex...>) {
       g_manager66624 = managers[i];
       continue;
     }
+    cached[cachedClass] = managers[i];
+    cachedContains[cachedClass++] = contains[i];
     for (; size <= blockSize && size <= kLargestTableSize; ++size) g_table[size] = managers[i];
   }
+  internal::InstallCachedClassManagers(cached, cachedContains);
 }
 
 // Whether the managers may be used. The first caller builds them; any caller
@@ -63,7 +98,11 @@ bool BecomeReady() {
       !g_state.compare_exchange_strong(state, kBeingBuilt, std::memory_order_acq_rel))
     return false;
   BuildManagers(std::make_index_sequence<internal::kSizeClassCount>());
-  g_state.store(kReady, std::memory_order_release);
+  platform::CallAroundFork(&PrepareFork, &ParentAfterFork, &ChildAfterFork);
+  // Sequentially consistent, as is the check of AllocateBeforeReady: a block
+  // made around the managers is always seen by a thread that then turns on
+  // its cache for the class.
+  g_state.store(kReady, std::memory_order_seq_cst);
   return true;
 }
 
@@ -74,30 +113,34 @@ inline AllocatorInterface* ManagerForRequest(std::size_t size) {
 }
 
 void* AllocateBeforeReady(std::size_t size) {
+  // A block of a cached class is counted before the state is looked at once
+  // more, so either the block goes to the managers after all or every thread
+  // that caches the class later sees the count.
+  internal::NoteEarlyBlock(size);
+  if (g_state.load(std::memory_order_seq_cst) == kReady) {
+    internal::ForgetEarlyBlock(size);
+    return SmallBlockAllocator::Allocate(size);
+  }
   void* p =
       size < kLargestTableSize ? platform::AlignedAllocate(size) : platform::AllocatePages(size);
-  if (p == nullptr) throw BadAllocation();
+  if (p == nullptr) {
+    internal::ForgetEarlyBlock(size);
+    throw BadAllocation();
+  }
   return p;
 }
 
 void ReleaseOutsideManagers(void* pointer, std::size_t size) {
+  internal::ForgetEarlyBlock(size);
   if (size < kLargestTableSize)
     platform::AlignedFree(pointer);
   else
     platform::FreePages(pointer, size);
 }
 
-}  // namespace
-
-namespace internal {
-int ExchangeInitialisationStateForTesting(int state) {
-  IsReady();
-  return g_state.exchange(state, std::memory_order_acq_rel);
-}
-}  // namespace internal
-
-void* SmallBlockAllocator::Allocate(std::size_t size) {
-  if (!IsReady()) return AllocateBeforeReady(size);
+// The managers' road for everything up to 8192 bytes, 4160 and 66624: the
+// whole allocator when caching is off.
+void* AllocateFromManagers(std::size_t size) {
   void* p;
   if (size <= kLargestTableSize) {
     p = ManagerForRequest(size)->Allocate(size);
@@ -115,12 +158,7 @@ void* SmallBlockAllocator::Allocate(std::size_t size) {
   return p;
 }
 
-void SmallBlockAllocator::Dispose(void* pointer, std::size_t size) {
-  if (pointer == nullptr) return;
-  if (!IsReady()) {
-    ReleaseOutsideManagers(pointer, size);
-    return;
-  }
+void DisposeToManagers(void* pointer, std::size_t size) {
   AllocatorInterface* manager;
   if (size <= kLargestTableSize) {
     manager = ManagerForRequest(size);
@@ -134,6 +172,83 @@ void SmallBlockAllocator::Dispose(void* pointer, std::size_t size) {
   if (!manager->Deallocate(pointer, size)) ReleaseOutsideManagers(pointer, size);
 }
 
+TVX_NOINLINE void* AllocateSlow(std::size_t size) {
+  if (!IsReady()) return AllocateBeforeReady(size);
+  if (!internal::IsCachedRequest(size)) return AllocateFromManagers(size);
+  void* block = nullptr;
+  internal::ThreadCache* cache = internal::t_threadCache;
+  if (cache == nullptr) cache = internal::AttachThreadCache();
+  if (cache != nullptr) block = cache->Refill(internal::CachedClassOf(size));
+  if (block == nullptr) block = AllocateFromManagers(size);
+  if constexpr (internal::kAllocatorChecks) internal::ClearFreeMark(block);
+  return block;
+}
+
+TVX_NOINLINE void DisposeSlow(void* pointer, std::size_t size) {
+  if (pointer == nullptr) return;
+  if (!IsReady()) {
+    ReleaseOutsideManagers(pointer, size);
+    return;
+  }
+  if (internal::IsCachedRequest(size)) {
+    internal::ThreadCache* cache = internal::t_threadCache;
+    if (cache == nullptr) cache = internal::AttachThreadCache();
+    if (cache != nullptr) {
+      const std::size_t cachedClass = internal::CachedClassOf(size);
+      if constexpr (internal::kAllocatorChecks) {
+        switch (internal::CheckBlockForCache(cachedClass, pointer)) {
+          case internal::CacheCheck::kDrop:
+            return;
+          case internal::CacheCheck::kToManagers:
+            DisposeToManagers(pointer, size);
+            return;
+          case internal::CacheCheck::kAccept:
+            break;
+        }
+      }
+      if (cache->Overflow(cachedClass, pointer)) return;
+    }
+  }
+  DisposeToManagers(pointer, size);
+}
+
+}  // namespace
+
+namespace internal {
+int ExchangeInitialisationStateForTesting(int state) {
+  IsReady();
+  // Requests must reach the not-ready road, which the calling thread's cache
+  // would otherwise answer.
+  if (state != kReady) ReturnThreadCache(true);
+  return g_state.exchange(state, std::memory_order_seq_cst);
+}
+
+void ReleaseForeignBlock(void* pointer, std::size_t size) noexcept {
+  ReleaseOutsideManagers(pointer, size);
+}
+}  // namespace internal
+
+void* SmallBlockAllocator::Allocate(std::size_t size) {
+  if (internal::IsCachedRequest(size)) {
+    if (internal::ThreadCache* cache = internal::t_threadCache) {
+      if (void* block = cache->TryPop(internal::CachedClassOf(size))) {
+        if constexpr (internal::kAllocatorChecks) internal::ClearFreeMark(block);
+        return block;
+      }
+    }
+  }
+  return AllocateSlow(size);
+}
+
+void SmallBlockAllocator::Dispose(void* pointer, std::size_t size) {
+  if (internal::IsCachedRequest(size) && pointer != nullptr && !internal::kAllocatorChecks) {
+    if (internal::ThreadCache* cache = internal::t_threadCache) {
+      if (cache->TryPush(internal::CachedClassOf(size), pointer)) return;
+    }
+  }
+  DisposeSlow(pointer, size);
+}
+
 std::size_t SmallBlockAllocator::GetActualAllocationSize(std::size_t size) {
   // 4160 answers from the table (4352) although Allocate(4160) is served by
   // the class 4160; kept so for compatibility.
@@ -142,5 +257,18 @@ std::size_t SmallBlockAllocator::GetActualAllocationSize(std::size_t size) {
 }
 
 bool SmallBlockAllocator::Metrics::GetSnapshot(Snapshot&) { return false; }
+
+void SmallBlockAllocator::SetThreadCaching(bool enabled) {
+  internal::SetThreadCachingMode(enabled);
+  if (!enabled) FlushThreadCache();
+}
+
+bool SmallBlockAllocator::IsThreadCaching() { return internal::ThreadCachingOn(); }
+
+void SmallBlockAllocator::FlushThreadCache() {
+  if (g_state.load(std::memory_order_acquire) != kReady) return;
+  internal::ReturnThreadCache(false);
+  internal::DrainTransferCache();
+}
 
 }  // namespace tvxcore::utility

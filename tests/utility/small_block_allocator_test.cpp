@@ -1,9 +1,15 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -202,6 +208,144 @@ TEST(SmallBlockAllocator, ThreadsHammeringOneClassNeverShareABlock) {
   for (int id = 0; id < kThreads; ++id) threads.emplace_back(work, id);
   for (auto& t : threads) t.join();
   EXPECT_EQ(damaged.load(), 0);
+}
+
+// Sizes of every kind: cached classes, the uncached 4160, pages above 8192.
+constexpr std::size_t kMixedSizes[] = {1,    16,   24,   48,   64,   100,  128,  144,  200,
+                                       256,  300,  512,  700,  1000, 1024, 1500, 2048, 3000,
+                                       4096, 4160, 4200, 5000, 8000, 8192, 8193, 20000};
+
+// Blocks of mixed classes go from each of eight threads to the next, which
+// checks and frees them; what is left is freed after its thread has ended.
+TEST(SmallBlockAllocator, EightThreadsFreeEachOthersBlocksOfMixedClasses) {
+  constexpr int kThreads = 8;
+  constexpr int kRounds = 4000;
+  struct Mailbox {
+    std::mutex mutex;
+    std::vector<Block> blocks;
+  };
+  Mailbox boxes[kThreads];
+  std::atomic<int> damaged{0};
+  auto freeAll = [&](std::vector<Block>& blocks) {
+    for (const auto& b : blocks) {
+      if (!Intact(b)) ++damaged;
+      SmallBlockAllocator::Dispose(b.p, b.size);
+    }
+    blocks.clear();
+  };
+  auto work = [&](int id) {
+    std::mt19937 random(id);
+    std::vector<Block> own, received;
+    for (int i = 0; i < kRounds; ++i) {
+      const std::size_t size = kMixedSizes[random() % std::size(kMixedSizes)];
+      own.push_back({static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size)), size,
+                     static_cast<unsigned char>(id * 31 + i)});
+      Fill(own.back());
+      if (own.size() == 24) {
+        std::lock_guard<std::mutex> lock(boxes[(id + 1) % kThreads].mutex);
+        auto& out = boxes[(id + 1) % kThreads].blocks;
+        out.insert(out.end(), own.begin(), own.end());
+        own.clear();
+      }
+      if (i % 8 == 0) {
+        {
+          std::lock_guard<std::mutex> lock(boxes[id].mutex);
+          received.swap(boxes[id].blocks);
+        }
+        freeAll(received);
+      }
+    }
+    freeAll(own);
+  };
+  std::vector<std::thread> threads;
+  for (int id = 0; id < kThreads; ++id) threads.emplace_back(work, id);
+  for (auto& t : threads) t.join();
+  for (auto& box : boxes) freeAll(box.blocks);
+  EXPECT_EQ(damaged.load(), 0);
+}
+
+// Blocks of every size are made, checked and freed; a class that keeps no
+// chunk grows and gives back chunks. Returns 0 when every block held its
+// contents.
+int ExerciseHeap(unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<Block> blocks;
+  int damaged = 0;
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 800; ++i) {
+      const std::size_t size = kMixedSizes[random() % std::size(kMixedSizes)];
+      blocks.push_back({static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size)), size,
+                        static_cast<unsigned char>(i)});
+      Fill(blocks.back());
+    }
+    std::shuffle(blocks.begin(), blocks.end(), random);
+    for (const auto& b : blocks) {
+      if (!Intact(b)) ++damaged;
+      SmallBlockAllocator::Dispose(b.p, b.size);
+    }
+    blocks.clear();
+  }
+  return damaged == 0 ? 0 : 1;
+}
+
+// Frees its blocks during static destruction, after main has ended.
+struct FreedAtExit {
+  std::vector<void*> blocks;
+  ~FreedAtExit() {
+    for (void* p : blocks) SmallBlockAllocator::Dispose(p, 200);
+    // ... and allocates once more.
+    SmallBlockAllocator::Dispose(SmallBlockAllocator::Allocate(300), 300);
+  }
+};
+
+// The child of a fork() has only the forking thread. It must find every
+// manager unlocked and whole although other threads were inside the
+// allocator (growing and giving back chunks) when the process was copied.
+TEST(SmallBlockAllocator, ForkWhileOtherThreadsAllocateLeavesAUsableHeapInTheChild) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> threads;
+  for (int id = 0; id < 3; ++id) {
+    threads.emplace_back([&stop, id] {
+      // Requests that no cache absorbs: top chunks come and go with 66624,
+      // and thousands of 256-byte blocks overflow every cache.
+      const std::size_t size = id == 0 ? 66624 : id == 1 ? 4160 : 256;
+      const int count = id == 2 ? 3000 : 40;
+      std::vector<void*> held;
+      while (!stop.load(std::memory_order_relaxed)) {
+        for (int i = 0; i < count; ++i) held.push_back(SmallBlockAllocator::Allocate(size));
+        for (void* p : held) SmallBlockAllocator::Dispose(p, size);
+        held.clear();
+      }
+    });
+  }
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      static FreedAtExit freedAtExit;
+      for (int i = 0; i < 10; ++i) freedAtExit.blocks.push_back(SmallBlockAllocator::Allocate(200));
+      std::exit(ExerciseHeap(attempt));
+    }
+    // A child that hangs on a lock held in the parent is killed after 30 s.
+    int status = 0;
+    pid_t done = 0;
+    for (int waited = 0; waited < 3000 && done == 0; ++waited) {
+      done = waitpid(child, &status, WNOHANG);
+      if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (done == 0) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      ADD_FAILURE() << "the child of fork " << attempt << " hung";
+      break;
+    }
+    ASSERT_TRUE(WIFEXITED(status)) << "the child died of signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "fork " << attempt;
+  }
+  stop = true;
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(ExerciseHeap(99), 0);
 }
 
 }  // namespace

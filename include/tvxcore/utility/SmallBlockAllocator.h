@@ -2,6 +2,9 @@
 //
 // Blocks of up to 8192 bytes come from 70 size-classed managers that hand out
 // blocks through lock-free stacks; bigger requests go to the system's pages.
+// In front of the managers each thread keeps a small cache of free blocks per
+// size class, so that most requests take no atomic operation; it can be
+// switched off (SetThreadCaching, TVX_SMALLBLOCK_THREAD_CACHE=0).
 // Blocks carry no header: Dispose() must be told the size given to Allocate().
 // All functions are thread-safe, and a block may be freed on any thread.
 #pragma once
@@ -31,6 +34,31 @@ class TVXCORE_EXPORT SmallBlockAllocator {
   // The size of the block a request of `size` bytes would get: `size` itself
   // above 8192 or before the allocator has built its tables.
   static std::size_t GetActualAllocationSize(std::size_t size);
+
+  // Per-thread caching. Each thread keeps up to 64 KiB (at most 1024 blocks)
+  // of free blocks per size class up to 8192 bytes, at most 384 KiB in all,
+  // and hands surplus blocks on in batches; a block freed on another thread
+  // than its allocator's goes to the freeing thread's cache. Full batches
+  // pass between threads through a transfer cache (at most 8 batches of
+  // about 4 KiB a class, 64 KiB for the largest classes). A thread's blocks
+  // go back to the managers when it ends. Requests of exactly 4160 bytes and
+  // above 8192 bytes always go to the managers or the system.
+  //
+  // Caching is on unless the environment variable TVX_SMALLBLOCK_THREAD_CACHE
+  // is "0" (or "off", "no", "false") when the first thread would take a
+  // cache, or SetThreadCaching(false) is called. Off, every request goes to
+  // the managers as they stand, with no per-thread state: call it before the
+  // first allocation to have that for the whole process. Turning caching off
+  // later flushes the calling thread and the transfer cache; other threads
+  // keep their caches until they end or call FlushThreadCache().
+  static void SetThreadCaching(bool enabled);
+  static bool IsThreadCaching();
+
+  // Gives the calling thread's cached blocks and every batch in the transfer
+  // cache back to the managers, which then give back the chunks that hold
+  // no used block. Blocks cached by other threads stay where they are. Also
+  // drops the calling thread's cache when caching is off.
+  static void FlushThreadCache();
 
   // No metrics are gathered: GetSnapshot() returns false and leaves its
   // argument alone.

@@ -15,6 +15,7 @@
 #include "debug/internal/ContractCheck.h"
 #include "threads/internal/FutexPrimitives.h"
 #include "threads/internal/LockFreeStack.h"
+#include "tvxcore/base/ThreadAnnotations.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 
@@ -117,6 +118,45 @@ class ChunkList {
 };
 static_assert(sizeof(ChunkList) == 16, "a chunk list is a pointer and two counts");
 
+// A manager's growth lock: the library's reentrant futex mutex, declared as a
+// lock to the compiler's thread-safety analysis so that the members it
+// guards are checked.
+class TVX_CAPABILITY("mutex") GrowthLock {
+ public:
+  constexpr GrowthLock() noexcept = default;
+  GrowthLock(const GrowthLock&) = delete;
+  GrowthLock& operator=(const GrowthLock&) = delete;
+
+  void Lock() noexcept TVX_ACQUIRE() TVX_NO_THREAD_SAFETY_ANALYSIS { mutex_.Lock(); }
+  void Unlock() noexcept TVX_RELEASE() TVX_NO_THREAD_SAFETY_ANALYSIS { mutex_.Unlock(); }
+
+ private:
+  threads::internal::FutexRecursiveMutex mutex_;
+};
+
+// A manager's view lock: the library's shared/exclusive lock, declared to the
+// analysis so that the published view is read only under it.
+class TVX_CAPABILITY("mutex") ViewLock {
+ public:
+  ViewLock() = default;
+  ViewLock(const ViewLock&) = delete;
+  ViewLock& operator=(const ViewLock&) = delete;
+
+  TVX_ALWAYS_INLINE bool TryLockShared()
+      TVX_TRY_ACQUIRE_SHARED(true) TVX_NO_THREAD_SAFETY_ANALYSIS {
+    return lock_.TryLockShared();
+  }
+  void LockShared() TVX_ACQUIRE_SHARED() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.LockShared(); }
+  TVX_ALWAYS_INLINE void UnlockShared() TVX_RELEASE_SHARED() TVX_NO_THREAD_SAFETY_ANALYSIS {
+    lock_.UnlockShared();
+  }
+  void LockExclusive() TVX_ACQUIRE() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.LockExclusive(); }
+  void UnlockExclusive() TVX_RELEASE() TVX_NO_THREAD_SAFETY_ANALYSIS { lock_.UnlockExclusive(); }
+
+ private:
+  threads::ReadWriteLock lock_;
+};
+
 }  // namespace internal
 
 // A manager of blocks of kBlockSize bytes. New chunks are kFirstChunkSize
@@ -127,6 +167,8 @@ static_assert(sizeof(ChunkList) == 16, "a chunk list is a pointer and two counts
 // Allocate and Deallocate are thread-safe. Their fast path holds the view lock
 // shared for a few instructions; chunks are added, sorted and given back under
 // the growth lock with the view closed, so no fast path sees them change.
+// Locks are taken from small block size to large only: a manager that holds
+// its growth lock calls the manager one level up for chunks.
 template <std::size_t kBlockSize, std::size_t kFirstChunkSize, std::size_t kSecondChunkSize,
           int kKeepLastChunk>
 class alignas(64) AllocatorManager final : public AllocatorInterface {
@@ -182,6 +224,37 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
 
   std::size_t GetBlockSize() const override { return kBlockSize; }
 
+  // Whether the block lies in one of this manager's chunks (the allocator's
+  // debug checks ask before a block enters a thread's cache).
+  bool Contains(const void* inPointer) {
+    if (viewLock_.TryLockShared()) {
+      const bool found = FindInOpenView(inPointer);
+      viewLock_.UnlockShared();
+      if (found) return true;  // else the view was maybe closed: ask again
+    }
+    GrowthLockHolder hold(growthLock_);
+    return FindChunk(view_, inPointer) != nullptr;
+  }
+
+  // Around fork(): the caller locks every manager from small block size to
+  // large, so that no thread is inside a manager when the process is copied,
+  // and unlocks them after it. The child, which has only the forking thread,
+  // starts with fresh locks: the view lock's inner mutexes may have been held
+  // by a thread that the child does not have.
+  void LockForFork() TVX_NO_THREAD_SAFETY_ANALYSIS {
+    growthLock_.Lock();
+    viewLock_.LockExclusive();
+  }
+  void UnlockAfterFork(bool inChild) TVX_NO_THREAD_SAFETY_ANALYSIS {
+    if (inChild) {
+      new (&viewLock_) internal::ViewLock;
+      new (&growthLock_) internal::GrowthLock;
+      return;
+    }
+    viewLock_.UnlockExclusive();
+    growthLock_.Unlock();
+  }
+
   Census TakeCensus() {
     GrowthLockHolder hold(growthLock_);
     Census census{view_.chunks.size(), held_, view_.freeCount.load(std::memory_order_relaxed), 0};
@@ -202,24 +275,28 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     internal::ChunkList chunkSet;  // ordered by address
   };
 
-  class GrowthLockHolder {
+  class TVX_SCOPED_CAPABILITY GrowthLockHolder {
    public:
-    explicit GrowthLockHolder(threads::internal::FutexRecursiveMutex& lock) : lock_(lock) {
+    explicit GrowthLockHolder(internal::GrowthLock& lock) TVX_ACQUIRE(lock) : lock_(lock) {
       lock_.Lock();
     }
-    ~GrowthLockHolder() { lock_.Unlock(); }
+    ~GrowthLockHolder() TVX_RELEASE() { lock_.Unlock(); }
     GrowthLockHolder(const GrowthLockHolder&) = delete;
     GrowthLockHolder& operator=(const GrowthLockHolder&) = delete;
 
    private:
-    threads::internal::FutexRecursiveMutex& lock_;
+    internal::GrowthLock& lock_;
   };
 
   // Publishes the view again when the structure change ends, also by an exception.
   class ViewReopener {
    public:
     explicit ViewReopener(AllocatorManager& manager) : manager_(manager) {}
-    ~ViewReopener() { manager_.published_.store(&manager_.view_, std::memory_order_release); }
+    // Opening needs no lock: a fast path that still sees null falls back to
+    // the growth lock, which the reopening thread holds.
+    ~ViewReopener() TVX_NO_THREAD_SAFETY_ANALYSIS {
+      manager_.published_.store(&manager_.view_, std::memory_order_release);
+    }
     ViewReopener(const ViewReopener&) = delete;
     ViewReopener& operator=(const ViewReopener&) = delete;
 
@@ -264,7 +341,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   }
 
   // With the view closed: nobody else touches the chunks.
-  void* PopFromCurrent() {
+  void* PopFromCurrent() TVX_REQUIRES(growthLock_) {
     internal::Chunk* chunk = view_.current;
     if (chunk == nullptr) return nullptr;
     void* block = chunk->freeBlocks.Pop();
@@ -300,7 +377,12 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     return outcome;
   }
 
-  static internal::Chunk* FindChunk(const View& view, void* pointer) {
+  bool FindInOpenView(const void* pointer) TVX_REQUIRES_SHARED(viewLock_) {
+    const View* view = published_.load(std::memory_order_acquire);
+    return view != nullptr && FindChunk(*view, pointer) != nullptr;
+  }
+
+  static internal::Chunk* FindChunk(const View& view, const void* pointer) {
     const auto address = reinterpret_cast<std::uintptr_t>(pointer);
     auto contains = [address](const internal::Chunk* chunk) {
       const auto base = reinterpret_cast<std::uintptr_t>(chunk);
@@ -314,13 +396,13 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   }
 
   // Waits out every fast-path user and leaves the view closed.
-  void CloseView() {
+  void CloseView() TVX_REQUIRES(growthLock_) {
     viewLock_.LockExclusive();
     published_.store(nullptr, std::memory_order_relaxed);
     viewLock_.UnlockExclusive();
   }
 
-  void SortByUsedDescending() {
+  void SortByUsedDescending() TVX_REQUIRES(growthLock_) {
     std::sort(view_.chunks.begin(), view_.chunks.end(),
               [](const internal::Chunk* a, const internal::Chunk* b) {
                 return a->used.load(std::memory_order_relaxed) >
@@ -328,7 +410,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
               });
   }
 
-  void Grow() {
+  void Grow() TVX_REQUIRES(growthLock_) {
     const std::size_t size = held_ >= kLargestChunkSize  ? kLargestChunkSize
                              : held_ >= kSecondChunkSize ? kSecondChunkSize
                                                          : kFirstChunkSize;
@@ -361,7 +443,7 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
     view_.current = chunk;
   }
 
-  void Shrink() {
+  void Shrink() TVX_REQUIRES(growthLock_) {
     const std::size_t keep = kKeepLastChunk ? 1 : 0;
     if (view_.chunks.size() <= keep) return;
     SortByUsedDescending();
@@ -387,13 +469,17 @@ class alignas(64) AllocatorManager final : public AllocatorInterface {
   // pass one line of the manager between them instead of two.
   static constexpr std::size_t kHotLine = 64;
   static constexpr std::size_t kPadding =
-      kHotLine - sizeof(void*) - sizeof(void*) - sizeof(threads::internal::FutexRecursiveMutex);
+      kHotLine - sizeof(void*) - sizeof(void*) - sizeof(internal::GrowthLock);
   [[maybe_unused]] unsigned char padding_[kPadding];
-  threads::internal::FutexRecursiveMutex growthLock_;
-  View view_;
-  std::uint64_t held_ = 0;  // bytes in chunks; changed under the growth lock
-  std::atomic<View*> published_{nullptr};
-  threads::ReadWriteLock viewLock_;
+  internal::GrowthLock growthLock_;
+  // Changed only under the growth lock with the view closed; the fast path
+  // reads it through published_ under the view lock.
+  View view_ TVX_GUARDED_BY(growthLock_);
+  std::uint64_t held_ TVX_GUARDED_BY(growthLock_) = 0;  // bytes in chunks
+  // Stored with the view lock held exclusively when the view closes, and
+  // without it when the view opens again (see ViewReopener).
+  std::atomic<View*> published_ TVX_GUARDED_BY(viewLock_){nullptr};
+  internal::ViewLock viewLock_;
 };
 
 }  // namespace tvxcore::utility

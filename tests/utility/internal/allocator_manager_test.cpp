@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -10,8 +11,10 @@
 #include <vector>
 
 #include "config/ErrorTestSupport.h"
+#include "debug/internal/ContractCheck.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "utility/internal/SizeClasses.h"
+#include "utility/internal/ThreadCache.h"
 
 namespace {
 
@@ -29,6 +32,9 @@ void DisposeShuffled(std::vector<void*> blocks, std::size_t size, unsigned seed)
   for (void* p : blocks) SmallBlockAllocator::Dispose(p, size);
 }
 
+// With caching on, the census of a manager counts the blocks that caches hold
+// as used: FlushThreadCache() gives back this thread's and the transfer
+// cache's, after which the classes behave as the managers alone.
 TEST(AllocatorManager, EmptiedClassesGiveBackChunksExceptTheKeptOne) {
   SmallBlockAllocator::Allocate(16);  // builds the managers (the block is left on purpose)
   auto& keepsNone = internal::ManagerForBlockSize<144>();
@@ -37,17 +43,23 @@ TEST(AllocatorManager, EmptiedClassesGiveBackChunksExceptTheKeptOne) {
   // Chunks are 4160 bytes until the class holds 66624 bytes (17 chunks, 476
   // blocks), so 1000 blocks need two 66624-byte chunks more.
   for (int round = 0; round < 3; ++round) {
+    SmallBlockAllocator::FlushThreadCache();
     ASSERT_EQ(keepsNone.TakeCensus().usedBlocks, 0u) << "another test left class 144 blocks live";
     auto blocks144 = AllocateMany(144, 1000);
     auto blocks128 = AllocateMany(120, 1000);
+    SmallBlockAllocator::FlushThreadCache();  // the rest of the last batches
     const auto full144 = keepsNone.TakeCensus();
     EXPECT_EQ(full144.chunks, 19u);
     EXPECT_EQ(full144.heldBytes, 17 * 4160u + 2 * 66624u);
     EXPECT_EQ(full144.usedBlocks, 1000u);
-    EXPECT_GE(keepsOne.TakeCensus().chunks, 3u);
+    EXPECT_GE(keepsOne.TakeCensus().chunks, 2u);
 
     DisposeShuffled(blocks144, 144, 11 + round);
     DisposeShuffled(blocks128, 128, 23 + round);
+    if (SmallBlockAllocator::IsThreadCaching()) {
+      EXPECT_GT(keepsNone.TakeCensus().usedBlocks, 0u) << "the thread caches blocks of 144";
+    }
+    SmallBlockAllocator::FlushThreadCache();
     const auto empty144 = keepsNone.TakeCensus();
     EXPECT_EQ(empty144.chunks, 0u);
     EXPECT_EQ(empty144.heldBytes, 0u);
@@ -115,6 +127,10 @@ TEST(AllocatorManager, BlocksMadeBeforeTheAllocatorWasReadyAreReleasedLater) {
   EXPECT_EQ(internal::ManagerForBlockSize<4160>().TakeCensus().usedBlocks, before4160.usedBlocks);
   EXPECT_EQ(internal::ManagerForBlockSize<112>().TakeCensus().chunks, before112.chunks);
   EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(100), 112u);
+  // No cache took the early blocks in: the class hands out its own.
+  void* after = SmallBlockAllocator::Allocate(100);
+  EXPECT_TRUE(std::find(early.begin(), early.end(), after) == early.end());
+  SmallBlockAllocator::Dispose(after, 100);
 }
 
 struct Violation {
@@ -162,6 +178,7 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
     EXPECT_EQ(std::adjacent_find(blocks.begin(), blocks.end()), blocks.end());
     DisposeShuffled(blocks, size, 5);
   }
+  SmallBlockAllocator::FlushThreadCache();
   EXPECT_EQ(manager.TakeCensus().usedBlocks, 0u);
   // A block of another class is refused and nothing is counted.
   void* other = SmallBlockAllocator::Allocate(64);
@@ -176,6 +193,7 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
 
 TEST(AllocatorManager, CrossThreadChurnBalancesTheCounts) {
   auto& manager = internal::ManagerForBlockSize<176>();
+  SmallBlockAllocator::FlushThreadCache();
   ASSERT_EQ(manager.TakeCensus().chunks, 0u);
   constexpr int kRounds = 40;
   constexpr int kPerRound = 700;
@@ -202,11 +220,132 @@ TEST(AllocatorManager, CrossThreadChurnBalancesTheCounts) {
     freer.join();
   }
   for (void* p : handover[(kRounds + 1) % 2]) SmallBlockAllocator::Dispose(p, 170);
+  SmallBlockAllocator::FlushThreadCache();
   EXPECT_EQ(damaged.load(), 0);
   const auto census = manager.TakeCensus();
   EXPECT_EQ(census.usedBlocks, 0u);
   EXPECT_EQ(census.chunks, 0u);
   EXPECT_EQ(census.heldBytes, 0u);
+}
+
+// Whether this process caches, as the environment asks.
+bool CachingWanted() {
+  const char* value = std::getenv("TVX_SMALLBLOCK_THREAD_CACHE");
+  return value == nullptr || std::strcmp(value, "0") != 0;
+}
+
+TEST(AllocatorManager, CachingFollowsTheEnvironmentAndSwitchesAtRunTime) {
+  const bool wasOn = SmallBlockAllocator::IsThreadCaching();
+  EXPECT_EQ(wasOn, CachingWanted());
+  auto& manager = internal::ManagerForBlockSize<160>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().chunks, 0u) << "another test left class 160 blocks live";
+  for (bool on : {false, true}) {
+    SmallBlockAllocator::SetThreadCaching(on);
+    EXPECT_EQ(SmallBlockAllocator::IsThreadCaching(), on);
+    std::thread([&] {
+      void* p = SmallBlockAllocator::Allocate(150);
+      // Off, the manager hands out one block and takes it back at once; on,
+      // the thread takes a batch and keeps it until it ends.
+      const std::uint64_t batch = on ? internal::BatchBlocks(160) : 1;
+      EXPECT_EQ(manager.TakeCensus().usedBlocks, batch) << on;
+      SmallBlockAllocator::Dispose(p, 150);
+      EXPECT_EQ(manager.TakeCensus().usedBlocks, on ? batch : 0u) << on;
+    }).join();
+    EXPECT_EQ(manager.TakeCensus().chunks, 0u) << on;
+  }
+  SmallBlockAllocator::SetThreadCaching(wasOn);
+}
+
+// A thread's cache goes back to the managers when the thread ends, without a
+// flush: all but the batches that it handed to the transfer cache.
+TEST(AllocatorManager, AThreadThatEndsGivesItsCachedBlocksBack) {
+  auto& manager = internal::ManagerForBlockSize<144>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 144 blocks live";
+  std::size_t heldAtEnd = 0;
+  std::thread([&] {
+    // More blocks than the class's list holds, all freed on this thread.
+    DisposeShuffled(AllocateMany(140, 600), 140, 3);
+    heldAtEnd = internal::ThreadCachedBlocks(144);
+  }).join();
+  if (SmallBlockAllocator::IsThreadCaching()) {
+    EXPECT_GE(heldAtEnd, internal::MaxListBlocks(144) / 2) << "the thread ended with a full list";
+  }
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, internal::TransferCachedBlocks(144));
+  SmallBlockAllocator::FlushThreadCache();
+  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+}
+
+// A thread that only frees hands full batches on; a thread that only
+// allocates takes them whole, without the manager.
+TEST(AllocatorManager, FullBatchesPassBetweenThreadsWhole) {
+  auto& manager = internal::ManagerForBlockSize<208>();
+  SmallBlockAllocator::FlushThreadCache();
+  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 208 blocks live";
+  const bool caching = SmallBlockAllocator::IsThreadCaching();
+  const std::size_t batch = internal::BatchBlocks(208);
+  // Four whole batches: this thread's list is empty again afterwards.
+  const auto blocks = AllocateMany(200, 4 * batch);
+  std::thread([&] {
+    for (void* p : blocks) SmallBlockAllocator::Dispose(p, 200);
+  }).join();
+  // The freeing thread kept one batch, which went back when it ended.
+  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 3 * batch : 0u);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 0u);
+  void* again = SmallBlockAllocator::Allocate(200);
+  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 2 * batch : 0u);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 1u);
+  if (caching) {
+    EXPECT_TRUE(std::find(blocks.begin(), blocks.end(), again) != blocks.end());
+  }
+  SmallBlockAllocator::Dispose(again, 200);
+  SmallBlockAllocator::FlushThreadCache();
+  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+}
+
+// However a thread allocates and frees, its lists stay within their bounds,
+// and every class, the last one too, is still cached.
+TEST(AllocatorManager, AThreadCachesEveryClassWithinItsBounds) {
+  const bool caching = SmallBlockAllocator::IsThreadCaching();
+  std::thread([caching] {
+    for (int round = 0; round < 2; ++round) {
+      for (std::size_t size : internal::kCachedBlockSizes) {
+        DisposeShuffled(AllocateMany(size, internal::MaxListBlocks(size) + 5), size, round);
+        EXPECT_LE(internal::ThreadCachedBytes(), internal::kThreadCacheBytes) << size;
+        EXPECT_LE(internal::ThreadCachedBlocks(size), internal::MaxListBlocks(size)) << size;
+        if (caching) {
+          EXPECT_GT(internal::ThreadCachedBlocks(size), 0u) << size;
+        }
+      }
+    }
+  }).join();
+}
+
+// Debug builds catch a block given back twice before it reaches a cache, on
+// the thread that freed it and on any other.
+TEST(AllocatorManager, ABlockGivenBackTwiceIsReportedAndNotHandedOutTwice) {
+  if (!internal::kAllocatorChecks || !SmallBlockAllocator::IsThreadCaching())
+    GTEST_SKIP() << "checked in builds without NDEBUG, with caching on";
+  tvxtest::RecordingErrorManager errors;
+  tvxcore::config::ErrorManager::Set(&errors);
+  g_violations.clear();
+  auto previous = tvxcore::debug::internal::SetContractObserverForTesting(&RecordViolation);
+  void* p = SmallBlockAllocator::Allocate(64);
+  SmallBlockAllocator::Dispose(p, 64);
+  SmallBlockAllocator::Dispose(p, 64);
+  std::thread([p] { SmallBlockAllocator::Dispose(p, 64); }).join();
+  tvxcore::debug::internal::SetContractObserverForTesting(previous);
+  tvxcore::config::ErrorManager::Set(nullptr);
+
+  ASSERT_EQ(g_violations.size(), 2u);
+  for (const auto& v : g_violations) EXPECT_EQ(v.expression, "!IsMarkedFree(block)");
+  EXPECT_EQ(errors.Reports().size(), 2u);
+  void* a = SmallBlockAllocator::Allocate(64);
+  void* b = SmallBlockAllocator::Allocate(64);
+  EXPECT_NE(a, b);
+  SmallBlockAllocator::Dispose(a, 64);
+  SmallBlockAllocator::Dispose(b, 64);
 }
 
 }  // namespace
