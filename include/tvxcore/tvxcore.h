@@ -26,6 +26,7 @@
 #include "tvxcore/utility/RefCountedObject.h"
 
 // Trace and diagnostics
+#include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/debug/SafeTraceStream.h"
 #include "tvxcore/debug/Trace.h"
 #include "tvxcore/debug/TraceHandler.h"
