@@ -244,8 +244,7 @@ bool TraceEnabled(char const* inCategory, long inVolume, bool inCreate) {
 
 bool TraceSite::Refresh(char const* inCategory, long inVolume, std::uint32_t inCount) {
   const bool enabled = TraceEnabled(inCategory, inVolume, true);
-  state_.store((static_cast<std::uint64_t>(inCount) << 1) | (enabled ? 1u : 0u),
-               std::memory_order_relaxed);
+  state_.store(inCount | (enabled ? kOn : 0), std::memory_order_relaxed);
   return enabled;
 }
 

@@ -95,9 +95,10 @@ TVXCORE_EXPORT bool GetDisableFileWrites();
 
 // The cached answer of one tracing site, for one category at one volume. A
 // constant-initialised static: TVX_TRACE_ENABLED makes one per site. The
-// answer is asked again only after the change counter moved, so a quiet
-// site costs one relaxed load of its state, one of the counter and one
-// compare. Safe on any thread: the count and the answer are one atomic value.
+// answer is asked again only after the change counter moved. The state holds
+// the change count seen last and, above its 32 bits, the answer then: a
+// quiet site is one load of its state, one of the counter and one compare.
+// Safe on any thread: the count and the answer are one atomic value.
 class TraceSite {
  public:
   constexpr TraceSite() = default;
@@ -106,17 +107,19 @@ class TraceSite {
 
   TVX_ALWAYS_INLINE bool Enabled(char const* inCategory, long inVolume) {
     const std::uint64_t state = state_.load(std::memory_order_relaxed);
-    const std::uint32_t count = internal::traceChangeCount.load(std::memory_order_relaxed);
-    if (static_cast<std::uint32_t>(state >> 1) == count) [[likely]]
-      return (state & 1) != 0;
-    return Refresh(inCategory, inVolume, count);
+    const std::uint64_t count = internal::traceChangeCount.load(std::memory_order_relaxed);
+    if (state == count) [[likely]]
+      return false;
+    if (state == (count | kOn)) return true;
+    return Refresh(inCategory, inVolume, static_cast<std::uint32_t>(count));
   }
 
  private:
+  static constexpr std::uint64_t kOn = std::uint64_t{1} << 32;
+
   TVXCORE_EXPORT TVX_NOINLINE bool Refresh(char const* inCategory, long inVolume,
                                            std::uint32_t inCount);
 
-  // The change count seen last, shifted left by one, and the answer then.
   std::atomic<std::uint64_t> state_{0};
 };
 
