@@ -243,6 +243,9 @@ bool TraceEnabled(char const* inCategory, long inVolume, bool inCreate) {
 }
 
 bool TraceSite::Refresh(char const* inCategory, long inVolume, std::uint32_t inCount) {
+  // A site reached from inside the enabled test is turned away, and must not
+  // keep that answer until the next change.
+  if (inEnabledTest) return false;
   const bool enabled = TraceEnabled(inCategory, inVolume, true);
   state_.store(inCount | (enabled ? kOn : 0), std::memory_order_relaxed);
   return enabled;
