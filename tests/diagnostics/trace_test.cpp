@@ -14,6 +14,7 @@
 
 #include "diagnostics/DiagnosticsFixture.h"
 #include "filesupport/Unprivileged.h"
+#include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/threads/Thread.h"
 
 namespace {
@@ -235,22 +236,27 @@ TEST_F(Trace, AFileThatCannotBeReadIsNeverWrittenOver) {
   EXPECT_FALSE(PrefExists(kOld));
 }
 
-TEST_F(Trace, AnUnwritablePreferencesFolderIsSilent) {
+TEST_F(Trace, AnUnwritablePreferencesFolderIsSilentForBothDatabases) {
   std::filesystem::create_directories(root_ / "config");
   std::filesystem::permissions(
       root_ / "config", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-  Start();
-  const int status = tvxtest::RunUnprivileged([] {
-    SetIdentity();
-    dbg::SetTraceVolume("Memory", 3);
-    dbg::SetMasterTraceVolume(4);
-    const bool ok = dbg::GetTraceVolume("Memory") == 3 && dbg::TraceEnabled("Memory", 3, true) &&
-                    !dbg::TraceEnabled("Memory", 4, true);
-    dbg::ShutdownTraceManager();
-    return ok ? 0 : 1;
+  InFreshProcess([&] {
+    const int status = tvxtest::RunUnprivileged([] {
+      SetIdentity();
+      dbg::SetTraceVolume("Memory", 3);
+      dbg::SetMasterTraceVolume(4);
+      dbg::DebugDatabase::Instance().SetEntry(UTF8String(4, 'k'), UTF8String(1, '1'));
+      const bool ok =
+          dbg::GetTraceVolume("Memory") == 3 && dbg::TraceEnabled("Memory", 3, true) &&
+          !dbg::TraceEnabled("Memory", 4, true) &&
+          dbg::DebugDatabase::Instance().GetEntry(UTF8String(4, 'k')) == UTF8String(1, '1');
+      dbg::ShutdownTraceManager();
+      dbg::DebugDatabase::Instance().SaveDataBase();
+      return ok ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(std::filesystem::exists(root_ / "config" / "TestCo"));
   });
-  EXPECT_EQ(status, 0);
-  EXPECT_FALSE(std::filesystem::exists(root_ / "config" / "TestCo"));
 }
 
 TEST_F(Trace, LinesGoToTheMasterHandlerAndTheDefaultOneWithoutIt) {
