@@ -9,9 +9,10 @@
 #   4 config       src/config, tvxcore/config, tvxcore/ZString.h
 #   5 debug        src/debug, tvxcore/utility/MachineExceptions.h
 #   6 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
-#   7 xml          src/xml, tvxcore/xml
-#   8 proplist     src/proplist, tvxcore/proplist
-#   9 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
+#   7 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h
+#   8 xml          src/xml, tvxcore/xml
+#   9 proplist     src/proplist, tvxcore/proplist
+#  10 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
@@ -31,8 +32,9 @@ layer_of() {
   local p="${1#include/}"
   p="${p#src/}"
   case "$p" in
-    tvxcore/tvxcore.h) echo 9 ;;
+    tvxcore/tvxcore.h) echo 10 ;;
     tvxcore/utility/FileUtils.h) echo 6 ;;
+    tvxcore/debug/Trace.h | tvxcore/debug/DebugDatabase.h) echo 7 ;;
     tvxcore/utility/MachineExceptions.h) echo 5 ;;
     tvxcore/Export.h | tvxcore/Version.h | tvxcore/Version.h.in) echo 1 ;;
     tvxcore/Locale.h) echo 3 ;;
@@ -44,8 +46,9 @@ layer_of() {
     config/* | tvxcore/config/*) echo 4 ;;
     debug/* | tvxcore/debug/*) echo 5 ;;
     filesupport/* | tvxcore/filesupport/*) echo 6 ;;
-    xml/* | tvxcore/xml/*) echo 7 ;;
-    proplist/* | tvxcore/proplist/*) echo 8 ;;
+    diagnostics/*) echo 7 ;;
+    xml/* | tvxcore/xml/*) echo 8 ;;
+    proplist/* | tvxcore/proplist/*) echo 9 ;;
     *) echo -1 ;;
   esac
 }
@@ -66,7 +69,7 @@ known_links=(
   "src/utility/SmallBlockAllocator.cpp _ZN7tvxcore5debug8internal17ContractViolation"
 )
 
-names=(platform base threads utility config debug filesupport xml proplist everything)
+names=(platform base threads utility config debug filesupport diagnostics xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
 status=0

@@ -14,7 +14,7 @@ test_and_bench=(
   clang libclang-rt-14-dev clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
   unicode-data python3
-  libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev
+  libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev libspdlog-dev
 )
 
 case "${1:-all}" in

@@ -25,6 +25,12 @@
 #include "tvxcore/utility/MachineExceptions.h"
 #include "tvxcore/utility/RefCountedObject.h"
 
+// Trace and diagnostics
+#include "tvxcore/debug/DebugDatabase.h"
+#include "tvxcore/debug/SafeTraceStream.h"
+#include "tvxcore/debug/Trace.h"
+#include "tvxcore/debug/TraceHandler.h"
+
 // Threads and execution
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
@@ -37,6 +43,7 @@
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
+#include "tvxcore/filesupport/CommonDirs.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/File.h"
 #include "tvxcore/filesupport/FileExceptionText.h"

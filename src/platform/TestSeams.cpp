@@ -11,6 +11,7 @@ std::atomic<int> failures[2];
 // library pays one relaxed load per subdirectory.
 std::atomic<bool> hookSet{false};
 std::mutex hookLock;
+std::atomic<DebuggerOutputCapture> debuggerCapture{nullptr};
 
 std::function<void(const std::string&)>& Hook() {
   static std::function<void(const std::string&)> hook;
@@ -43,6 +44,14 @@ void BeforeDescend(const std::string& name) {
     hook = Hook();
   }
   if (hook) hook(name);
+}
+
+void SetDebuggerOutputCapture(DebuggerOutputCapture capture) {
+  debuggerCapture.store(capture, std::memory_order_release);
+}
+
+DebuggerOutputCapture GetDebuggerOutputCapture() {
+  return debuggerCapture.load(std::memory_order_acquire);
 }
 
 }  // namespace tvxcore::platform::seams

@@ -2,6 +2,7 @@
 // exported; reached by the internal tests, which link the static archive).
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -24,5 +25,12 @@ int TakeFailure(Fault fault);
 // so a test can swap the directory for something else; empty to withdraw.
 void SetBeforeDescend(std::function<void(const std::string& name)> hook);
 void BeforeDescend(const std::string& name);
+
+// Receives what WriteDebuggerOutput() writes, as though a debugger were
+// attached; null to withdraw. A plain function: the debug output is written
+// from places that must not allocate.
+using DebuggerOutputCapture = void (*)(const char* data, std::size_t size);
+void SetDebuggerOutputCapture(DebuggerOutputCapture capture);
+DebuggerOutputCapture GetDebuggerOutputCapture();
 
 }  // namespace tvxcore::platform::seams

@@ -64,6 +64,20 @@ class TVXCORE_EXPORT FileHelper : public utility::SmallBlockAllocator::Allocated
   UTF16String path_;
 };
 
+// The named folders that DirHelper::SystemDir finds. The values are those of
+// the Windows folder identifiers (CSIDL_...), so that numbers recorded there
+// mean the same folder here; docs/PORTING.md gives each one's Linux answer.
+enum SystemFolderId : unsigned long {
+  kSystemFolder_Documents = 0x0005,           // the user's documents
+  kSystemFolder_Desktop = 0x0010,             // the user's desktop
+  kSystemFolder_ApplicationData = 0x001a,     // the user's application settings
+  kSystemFolder_ProgramFiles = 0x0026,        // add-on applications of the machine
+  kSystemFolder_CommonProgramFiles = 0x002b,  // components shared between applications
+  kSystemFolder_SharedDocuments = 0x002e,     // data shared by all users
+  // Added to an identifier: make the folder (and its parents) when missing.
+  kSystemFolder_FlagCreate = 0x8000,
+};
+
 // The path of a Dir in normal form: like a file's, and one trailing "/"
 // removed, except from the root "/".
 class TVXCORE_EXPORT DirHelper : public utility::SmallBlockAllocator::Allocated<DirHelper> {
@@ -72,6 +86,12 @@ class TVXCORE_EXPORT DirHelper : public utility::SmallBlockAllocator::Allocated<
   explicit DirHelper(const UTF16String& path);
   DirHelper(UTF16String path, FileHelper::NormalPath) : path_(std::move(path)) {}
   explicit DirHelper(const std::string& path);
+
+  // The named folder `folderId` (a SystemFolderId, with
+  // kSystemFolder_FlagCreate added or not). When the system has no answer, the
+  // identifier is unknown, or the folder asked to be made can't be, the
+  // application's folder (Dir::AppDir()) takes its place.
+  static DirHelper SystemDir(unsigned long folderId);
 
   const UTF16String& Path() const { return path_; }
   UTF16String FullNativePath() const { return path_; }
@@ -187,6 +207,35 @@ class TVXCORE_EXPORT Dir : public BasicPath<DirHelper> {
   boost::posix_time::ptime Created() const;
   // True when the path has no parent ("/" or a relative single name).
   bool IsTopLevelDir() const;
+
+  // The named places of the system (filesupport/CommonDirs.h adds the
+  // application's own layout). Each is looked up again at every call, so a
+  // change of the environment shows at once; only the overrides of AppDir()
+  // and PackageDir() are kept, in the slots of commondirs. Any thread.
+  //
+  // The folder of the main executable (commondirs::MainExecutableFile()),
+  // unless commondirs::SetAppDirOverride has set one.
+  static Dir AppDir();
+  // AppDir(), unless commondirs::SetPackageDirOverride has set one.
+  static Dir PackageDir();
+  // The temporary folder: $TMPDIR, else /tmp.
+  static Dir TempDir();
+  // Components shared between applications (kSystemFolder_CommonProgramFiles).
+  static Dir CommonFilesDir();
+  // The user's documents, made when missing (kSystemFolder_Documents).
+  static Dir UserDocsDir();
+  // Data shared by all users, made when missing (kSystemFolder_SharedDocuments).
+  static Dir SharedDocsDir();
+  // The user's application settings, made when missing
+  // (kSystemFolder_ApplicationData: $XDG_CONFIG_HOME, else ~/.config).
+  static Dir GlobalPrefDir();
+  // The preferences folder of this application: three levels below
+  // GlobalPrefDir(), named by config::GetCompanyName(), GetClientName() and
+  // GetClientInternalVersion() (a "/" in a name becomes "_", and a name ".."
+  // is "_"), each made on the way when missing. Throws dir_create_exception
+  // for the first level that can't be made. Meant for use after
+  // config::SetClientName.
+  static Dir PrefDir();
 
   // Listings (DirIterators.h). Each reads the whole directory at once into
   // a snapshot shared by copies of the iterator. `abortCheck`, when given and
