@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 
 namespace tvxcore::platform::internal {
@@ -16,6 +17,19 @@ auto RetryOnEintr(Call&& call) {
     auto result = call();
     if (!(result == -1 && errno == EINTR)) return result;
   }
+}
+
+// Writes all `size` bytes to `fd`, retrying after interruptions and short
+// writes; false when a write fails. Async-signal-safe.
+inline bool WriteFully(int fd, const void* data, std::size_t size) noexcept {
+  const char* next = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t written = RetryOnEintr([&] { return ::write(fd, next, size); });
+    if (written <= 0) return false;
+    next += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
 }
 
 // A descriptor closed on every path. close() is never retried: Linux
