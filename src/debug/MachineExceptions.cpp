@@ -2,8 +2,8 @@
 
 #include <atomic>
 
-#include "debug/internal/DebuggerSeams.h"
 #include "platform/HostInfo.h"
+#include "tvxcore/debug/Assert.h"
 
 namespace tvxcore::utility::exceptions {
 namespace {
@@ -91,13 +91,13 @@ const char* MachineExceptionText(std::uint32_t inCode) noexcept {
 long InternalHiddenFilterWindowsSEHException(std::uint32_t inCode, const char* inFile,
                                              std::uint32_t inLine, const char* inFunction) {
   if (inCode == kBreakpoint) return 0;
-  if (S_ignoreMachineExceptions || !debug::internal::IsDebuggerAttached()) return 1;
-  if (!debug::internal::DisplayMachineExceptionDialog(
-          &S_ignoreMachineExceptions, MachineExceptionText(inCode),
-          "Hit Debug to see where the exception occurred.", inFile, inLine, inFunction)) {
+  if (S_ignoreMachineExceptions || !debug::IsDebuggerAttached()) return 1;
+  if (!debug::BreakAfterAssertDialog(S_ignoreMachineExceptions, MachineExceptionText(inCode),
+                                     "Hit Debug to see where the exception occurred.", inFile,
+                                     static_cast<long>(inLine), inFunction)) {
     return 1;
   }
-  return debug::internal::IsDebuggerAttached() ? 0 : 1;
+  return debug::IsDebuggerAttached() ? 0 : 1;
 }
 
 void InstallMachineExceptionReporter(MachineExceptionReporter inReporter) {

@@ -51,4 +51,19 @@ using FaultSignalCallback = bool (*)(std::uint32_t exceptionCode);
 // SIGILL that call `callback` on an alternate signal stack.
 void SetFaultSignalCallback(FaultSignalCallback callback);
 
+// The file name of the main executable ("tvxhost"), from /proc/self/exe;
+// the kernel's command name when that cannot be read.
+std::string ProcessName();
+
+// The system's name of the calling thread (at most 15 bytes); empty when
+// it cannot be read.
+std::string CurrentThreadName();
+
+// True when the environment holds `name`, whatever its value (even empty).
+bool HasEnvironmentVariable(const char* name) noexcept;
+
+// Ends the process at once with exit status 255: no destructors, no exit
+// handlers, no flushing of buffered streams.
+[[noreturn]] void TerminateCurrentProcess() noexcept;
+
 }  // namespace tvxcore::platform

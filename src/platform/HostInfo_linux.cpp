@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -112,6 +113,30 @@ bool IsDirectory(const std::string& path) noexcept {
   struct stat info {};
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
+
+std::string ProcessName() {
+  char buffer[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+  if (length > 0) {
+    const std::string path(buffer, static_cast<std::size_t>(length));
+    return path.substr(path.rfind('/') + 1);
+  }
+  char name[17] = {};
+  if (prctl(PR_GET_NAME, name, 0, 0, 0) == 0) return name;
+  return std::string();
+}
+
+std::string CurrentThreadName() {
+  char name[17] = {};
+  if (prctl(PR_GET_NAME, name, 0, 0, 0) != 0) return std::string();
+  return name;
+}
+
+bool HasEnvironmentVariable(const char* name) noexcept {
+  return name && std::getenv(name) != nullptr;
+}
+
+void TerminateCurrentProcess() noexcept { _exit(255); }
 
 std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept {
   switch (signalNumber) {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string>
 
-#include "debug/internal/DebuggerSeams.h"
 #include "platform/HostInfo.h"
+#include "tvxcore/debug/Assert.h"
 #include "tvxcore/utility/MachineExceptions.h"
 
 namespace {
@@ -82,7 +82,7 @@ TEST(MachineExceptions, FaultSignalsTranslateToExceptionCodes) {
 }
 
 TEST(MachineExceptions, FilterPassesBreakpointsOnAndHandlesTheRestWithoutADebugger) {
-  if (tvxcore::debug::internal::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
   EXPECT_EQ(InternalHiddenFilterWindowsSEHException(0x80000003u, "f.cpp", 1, "f"), 0);
   for (std::uint32_t code : {0xC0000005u, 0xC0000094u, 0x80000004u, 0u, 0x12345678u}) {
     EXPECT_EQ(InternalHiddenFilterWindowsSEHException(code, "f.cpp", 1, "f"), 1) << code;
@@ -100,7 +100,7 @@ void ExitWithVerdict(std::uint32_t code, const char* text) {
 void ReturnQuietly(std::uint32_t, const char*) {}
 
 TEST(MachineExceptionsDeathTest, FaultSignalReachesTheReporterWithItsCodeAndText) {
-  if (tvxcore::debug::internal::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
