@@ -13,7 +13,9 @@
 #include "debug/internal/DebuggerSeams.h"
 #include "platform/Dialog.h"
 #include "platform/HostInfo.h"
+#include "platform/Signals.h"
 #include "tvxcore/threads/Thread.h"
+#include "tvxcore/utility/MachineExceptions.h"
 
 namespace tvxcore::debug {
 namespace {
@@ -74,7 +76,7 @@ struct DialogCall {
   long result;
 };
 
-// Shows the dialog, unless assertions are disabled, and
+// The guarded call: shows the dialog, unless assertions are disabled, and
 // acts on the answer.
 void RunAssertDialog(void* context) {
   DialogCall& call = *static_cast<DialogCall*>(context);
@@ -102,6 +104,11 @@ void RunAssertDialog(void* context) {
       if (IsDebuggerAttached()) internal::BreakIntoDebugger();
       break;
   }
+}
+
+bool FilterDialogFault(std::uint32_t inCode, void*) {
+  return utility::exceptions::InternalHiddenFilterWindowsSEHException(
+             inCode, "debug/src/DefaultAssert", 149, "tvxcore::debug::DisplayAssert") == 1;
 }
 
 std::string Text(const char* text) { return text ? text : ""; }
@@ -146,7 +153,8 @@ long DisplayAssert(const char* inTitle, const unsigned char* inText) {
     return kAssertResult_IgnoreOnce;
   }
   DialogCall call{&title, &text, kAssertResult_NotShown};
-  RunAssertDialog(&call);
+  if (!platform::RunGuarded(&RunAssertDialog, &call, &FilterDialogFault, nullptr))
+    return kAssertResult_NotShown;
   return call.result;
 }
 

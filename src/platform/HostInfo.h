@@ -1,5 +1,5 @@
-// Facts about the host and the running process, and the few debugger and
-// fault-signal services the error road needs. Linux implementation in
+// Facts about the host and the running process, and the debugger services
+// the error road needs (fault signals are in Signals.h). Linux implementation in
 // HostInfo_linux.cpp; nothing here throws.
 #pragma once
 
@@ -37,19 +37,6 @@ std::string ExecutableDirectory();
 
 // True when `path` names an existing directory.
 bool IsDirectory(const std::string& path) noexcept;
-
-// The Windows machine-exception code that matches a fault signal and its
-// si_code (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP); 0 for anything else.
-std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept;
-
-// Called from a fault-signal handler with the translated exception code.
-// Returning true ends the process (exit status 255) after the call; false
-// gives the signal its default action (core dump, or the debugger).
-using FaultSignalCallback = bool (*)(std::uint32_t exceptionCode);
-
-// Installs (or, with null, removes) handlers for SIGSEGV, SIGBUS, SIGFPE and
-// SIGILL that call `callback` on an alternate signal stack.
-void SetFaultSignalCallback(FaultSignalCallback callback);
 
 // The file name of the main executable ("tvxhost"), from /proc/self/exe;
 // the kernel's command name when that cannot be read.

@@ -14,6 +14,7 @@
 
 #include "debug/ChildProcess.h"
 #include "tvxcore/debug/Assert.h"
+#include "tvxcore/utility/MachineExceptions.h"
 
 namespace {
 
@@ -133,7 +134,8 @@ TEST(AssertDialog, WithoutDisplayOrTerminalTheDialogIsNotShown) {
 
 // A folder with a window program played by a script. Each run appends its
 // arguments (one a line) to args<N> and answers with line N of "answers":
-// "<status>[ <output>]". A fake xclip keeps what it is given in "clipboard".
+// "<status>[ <output>]", or "segv" to send a fault signal to the asking
+// process. A fake xclip keeps what it is given in "clipboard".
 class FakeDesktop {
  public:
   explicit FakeDesktop(const std::string& program) {
@@ -146,6 +148,7 @@ class FakeDesktop {
           "n=$(cat \"$dir/count\" 2>/dev/null || echo 0); n=$((n+1)); echo $n > \"$dir/count\"\n"
           "for a in \"$@\"; do printf '%s\\n' \"$a\"; done > \"$dir/args$n\"\n"
           "line=$(sed -n \"${n}p\" \"$dir/answers\")\n"
+          "if [ \"$line\" = segv ]; then kill -SEGV $PPID; sleep 5; exit 0; fi\n"
           "status=${line%% *}; rest=${line#* }\n"
           "[ \"$rest\" != \"$line\" ] && printf '%s\\n' \"$rest\"\n"
           "exit $status\n");
@@ -182,16 +185,18 @@ TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
   const struct {
     const char* answers;
     int exitCode;  // DisplayAssert + 1, or 255 for Kill Process
+    bool guarded;  // with the fault handlers installed
   } table[] = {
-      {"0\n", kAssertResult_IgnoreOnce + 1},  // OK is the default button
-      {"1 Debug\n", kAssertResult_Debug + 1},
-      {"1 Ignore Always\n", kAssertResult_IgnoreAlways + 1},
-      {"1 Disable Asserts\n", kAssertResult_DisableAsserts + 1},
-      {"1 Kill Process\n", 255},
-      {"1 Copy\n1 Debug\n", kAssertResult_Debug + 1},
-      {"1\n", kAssertResult_NotShown + 1},    // closed: no terminal to ask instead
-      {"255\n", kAssertResult_NotShown + 1},  // the window could not open
-      {"1 Something else\n", kAssertResult_NotShown + 1},
+      {"0\n", kAssertResult_IgnoreOnce + 1, false},  // OK is the default button
+      {"1 Debug\n", kAssertResult_Debug + 1, false},
+      {"1 Ignore Always\n", kAssertResult_IgnoreAlways + 1, false},
+      {"1 Disable Asserts\n", kAssertResult_DisableAsserts + 1, false},
+      {"1 Kill Process\n", 255, false},
+      {"1 Copy\n1 Debug\n", kAssertResult_Debug + 1, false},
+      {"1\n", kAssertResult_NotShown + 1, false},    // closed: no terminal to ask instead
+      {"255\n", kAssertResult_NotShown + 1, false},  // the window could not open
+      {"1 Something else\n", kAssertResult_NotShown + 1, false},
+      {"segv\n", kAssertResult_NotShown + 1, true},  // a fault inside the dialog is caught
   };
   for (const auto& row : table) {
     SCOPED_TRACE(row.answers);
@@ -200,6 +205,7 @@ TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
         [&] {
           desktop.Enter();
           SetAssertWriteToStdOut(false);
+          if (row.guarded) tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
           return static_cast<int>(DisplayAssert("Debug Assert failed!", "a <b> & c\r\nsecond\r\n") +
                                   1);
         },

@@ -1,6 +1,9 @@
-// Stack frames with their functions, files and lines.
+// Stack frames with their functions, files and lines, and the crash report
+// of the fault-signal path, which must name them too.
 #include <elf.h>
 #include <gtest/gtest.h>
+
+#include <sys/wait.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -8,11 +11,14 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "debug/ChildProcess.h"
 #include "tvxcore/base/ThreadAnnotations.h"
+#include "tvxcore/debug/Assert.h"
 #include "tvxcore/debug/StackTrace.h"
+#include "tvxcore/utility/MachineExceptions.h"
 
 namespace {
 
@@ -153,6 +159,80 @@ TEST(StackTrace, UnknownFramesAndSmallBuffersAreAnsweredSafely) {
   char buffer[256];
   EXPECT_TRUE(StackFrameFunctionName(libraryCode, buffer, sizeof buffer));
   EXPECT_NE(std::string(buffer).find("qsort"), std::string::npos) << buffer;
+}
+
+// The crash path, each row in a process of its own. The faulting functions
+// keep the sanitizers out, so that the signal, not a sanitizer's report,
+// ends the process.
+volatile int* volatile g_nowhere = nullptr;
+volatile int g_zero = 0;
+volatile int g_quotient = 0;
+__attribute__((noinline, no_sanitize("address", "undefined"))) void WriteToNowhere() {
+  *g_nowhere = 42;  // kWriteLine
+}
+constexpr unsigned kWriteLine = __LINE__ - 2;
+__attribute__((noinline, no_sanitize("address", "undefined"))) void DivideByZero() {
+  g_quotient = 7 / g_zero;  // kDivideLine
+}
+constexpr unsigned kDivideLine = __LINE__ - 2;
+
+TEST(StackTraceDeathTest, CrashReportCarriesTheTextAndTheStackWithFileAndLine) {
+  if (IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const std::string lines =
+      ExecutableHasLineTables() ? " at [^\n]*/tests/debug/stack_trace_test.cpp:" : "";
+  EXPECT_EXIT(
+      {
+        tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+        WriteToNowhere();
+      },
+      testing::ExitedWithCode(255),
+      "tvxcore: machine exception 0xC0000005: EXCEPTION_ACCESS_VIOLATION \\(The thread attempted "
+      "[^\n]*\n  signal 11, address 0x0000000000000000, instruction 0x[0-9a-f]+\nstack of thread "
+      "[0-9]+:\n  #0 0x[0-9a-f]+ [^\n]*WriteToNowhere[^\n]*" +
+          lines + (lines.empty() ? "" : std::to_string(kWriteLine)) +
+          "\n  #1 [^\n]*CrashReportCarriesTheTextAndTheStack");
+  EXPECT_EXIT(
+      {
+        tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+        DivideByZero();
+      },
+      testing::ExitedWithCode(255),
+      "EXCEPTION_INT_DIVIDE_BY_ZERO [^\n]*\n  signal 8, [^\n]*\nstack of thread [0-9]+:\n  #0 "
+      "[^\n]*DivideByZero[^\n]*" +
+          lines + (lines.empty() ? "" : std::to_string(kDivideLine)));
+  // A fault on another thread than the installing one.
+  EXPECT_EXIT(
+      {
+        tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+        std::thread([] { WriteToNowhere(); }).join();
+      },
+      testing::ExitedWithCode(255),
+      "EXCEPTION_ACCESS_VIOLATION [^\n]*\n[^#]*#0 [^\n]*WriteToNowhere");
+  // Without the handlers the signal ends the process as it always does (or
+  // a sanitizer's own handler does).
+  EXPECT_EXIT(
+      WriteToNowhere(), [](int status) { return WIFSIGNALED(status); }, "");
+}
+
+volatile int g_depthLimit = 1 << 30;  // far beyond any stack
+TVX_NOINLINE int Recurse(int depth) {
+  volatile char pad[512];
+  pad[0] = static_cast<char>(depth);
+  if (depth >= g_depthLimit) return 0;
+  return Recurse(depth + 1) + pad[0];
+}
+
+TEST(StackTraceDeathTest, StackOverflowOfTheInstallingThreadIsReported) {
+  if (IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+        Recurse(0);
+      },
+      testing::ExitedWithCode(255),
+      "EXCEPTION_ACCESS_VIOLATION [^\n]*\n[^#]*#0 [^\n]*Recurse[^\n]*\n  #1 [^\n]*Recurse");
 }
 
 }  // namespace

@@ -44,15 +44,17 @@ TVXCORE_EXPORT bool BreakAfterAssertDialog(bool& ioIgnore, const char* inExpress
 // In standard-output mode the text is written to standard output instead,
 // and the answer is kAssertResult_IgnoreOnce. Otherwise, unless "Disable
 // Asserts" or "Kill Process" was chosen before (then the answer is
-// kAssertResult_IgnoreOnce and nothing is shown), the dialog is shown
-// and its answer takes effect:
+// kAssertResult_IgnoreOnce and nothing is shown), the dialog runs guarded
+// against machine exceptions and its answer takes effect:
 //   Kill Process     assertions are disabled and the process ends with
 //                    status 255 at once;
 //   Disable Asserts  assertions are disabled for the process;
 //   not answered     the process breaks into the debugger when one is
 //                    attached, and goes on otherwise.
 // "Copy" puts the text on the clipboard (on a terminal: writes it again) and
-// keeps asking.
+// keeps asking. While the fault-signal handlers are installed
+// (tvxcore/utility/MachineExceptions.h), a fault inside the dialog goes to
+// the machine-exception filter, and the answer is kAssertResult_NotShown.
 TVXCORE_EXPORT long DisplayAssert(const char* inTitle, const unsigned char* inText);
 TVXCORE_EXPORT long DisplayAssert(const char* inTitle, const char* inText);
 

@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "platform/HostInfo.h"
+#include "platform/Signals.h"
 #include "tvxcore/debug/Assert.h"
 #include "tvxcore/utility/MachineExceptions.h"
 
@@ -121,6 +122,59 @@ TEST(MachineExceptionsDeathTest, FaultSignalReachesTheReporterWithItsCodeAndText
         std::raise(SIGSEGV);
       },
       ::testing::KilledBySignal(SIGSEGV), "");
+}
+
+bool g_filterAnswer = false;
+std::uint32_t g_filteredCode = 0;
+bool Filter(std::uint32_t code, void*) {
+  g_filteredCode = code;
+  return g_filterAnswer;
+}
+void Fault(void*) { std::raise(SIGSEGV); }
+void Quiet(void*) {}
+// A guard inside a guard: the inner one answers first.
+void NestedFault(void*) {
+  g_filterAnswer = true;
+  const bool ran = tvxcore::platform::RunGuarded(&Fault, nullptr, &Filter, nullptr);
+  std::_Exit(ran ? 50 : 51);
+}
+
+TEST(MachineExceptionsDeathTest, GuardedCallIsAbandonedWhenTheFilterTakesTheFault) {
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  using tvxcore::platform::RunGuarded;
+  const struct {
+    void (*body)(void*);
+    bool filterAnswer;
+    int exitCode;  // 42 + whether the body ran to its end, 255 from the reporter
+  } table[] = {
+      {&Fault, true, 42},    // taken: the call returns false and the process goes on
+      {&Fault, false, 255},  // passed on: the crash reporter ends the process
+      {&Quiet, true, 43},
+      {&NestedFault, false, 51},
+  };
+  for (const auto& row : table) {
+    EXPECT_EXIT(
+        {
+          InstallMachineExceptionReporter(&ReturnQuietly);
+          g_filterAnswer = row.filterAnswer;
+          const bool ran = RunGuarded(row.body, nullptr, &Filter, nullptr);
+          // After a taken fault the guard is gone and the handlers still work.
+          if (!ran && g_filteredCode != 0xC0000005u) std::_Exit(44);
+          if (!ran && RunGuarded(&Quiet, nullptr, &Filter, nullptr) != true) std::_Exit(45);
+          std::_Exit(ran ? 43 : 42);
+        },
+        ::testing::ExitedWithCode(row.exitCode), "");
+  }
+  // Without the handlers a guard catches nothing: the signal (or a
+  // sanitizer's handler) ends the process.
+  EXPECT_EXIT(
+      {
+        g_filterAnswer = true;
+        RunGuarded(&Fault, nullptr, &Filter, nullptr);
+        std::_Exit(42);
+      },
+      [](int status) { return WIFSIGNALED(status); }, "");
 }
 
 }  // namespace
