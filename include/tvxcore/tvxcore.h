@@ -21,6 +21,8 @@
 #include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/config/Localizer.h"
+#include "tvxcore/debug/Assert.h"
+#include "tvxcore/debug/StackTrace.h"
 #include "tvxcore/utility/HostInfo.h"
 #include "tvxcore/utility/MachineExceptions.h"
 #include "tvxcore/utility/RefCountedObject.h"

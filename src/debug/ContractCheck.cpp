@@ -4,6 +4,7 @@
 
 #include "debug/internal/DebuggerSeams.h"
 #include "tvxcore/config/Errors.h"
+#include "tvxcore/debug/Assert.h"
 
 namespace tvxcore::debug::internal {
 namespace {

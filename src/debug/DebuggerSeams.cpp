@@ -1,18 +1,15 @@
 #include "debug/internal/DebuggerSeams.h"
 
 #include "platform/HostInfo.h"
+#include "tvxcore/debug/Assert.h"
 
-namespace tvxcore::debug::internal {
+namespace tvxcore::debug {
 
-bool IsDebuggerAttached() noexcept { return platform::TracerAttached(); }
+bool IsDebuggerAttached() { return platform::TracerAttached(); }
+
+namespace internal {
 
 void BreakIntoDebugger() noexcept { platform::TrapIntoDebugger(); }
 
-bool BreakAfterContractDialog(const char*, const char*, long) noexcept { return false; }
-
-bool DisplayMachineExceptionDialog(bool*, const char*, const char*, const char*, std::uint32_t,
-                                   const char*) noexcept {
-  return false;
-}
-
-}  // namespace tvxcore::debug::internal
+}  // namespace internal
+}  // namespace tvxcore::debug

@@ -1,9 +1,14 @@
 #include "tvxcore/utility/MachineExceptions.h"
 
 #include <atomic>
+#include <cstring>
 
-#include "debug/internal/DebuggerSeams.h"
-#include "platform/HostInfo.h"
+#include "platform/DebugOutput.h"
+#include "platform/SignalSafeText.h"
+#include "platform/Signals.h"
+#include "platform/StackTrace.h"
+#include "tvxcore/debug/Assert.h"
+#include "tvxcore/threads/Thread.h"
 
 namespace tvxcore::utility::exceptions {
 namespace {
@@ -71,13 +76,20 @@ bool S_ignoreMachineExceptions = false;
 
 std::atomic<MachineExceptionReporter> g_reporter{nullptr};
 
-bool OnFaultSignal(std::uint32_t inCode) {
-  if (InternalHiddenFilterWindowsSEHException(inCode, "", 0, "") == 0) return false;
+bool OnFaultSignal(const platform::FaultSignal& inFault) {
+  const std::uint32_t code = inFault.exceptionCode;
+  if (InternalHiddenFilterWindowsSEHException(code, "", 0, "") == 0) return false;
   if (MachineExceptionReporter reporter = g_reporter.load()) {
-    reporter(inCode, MachineExceptionText(inCode));
+    reporter(code, MachineExceptionText(code));
   }
   return true;
 }
+
+void Write(const platform::SignalSafeLine& inLine) noexcept {
+  platform::WriteStandardError(inLine.data(), inLine.size());
+}
+
+constexpr std::size_t kReportFrames = 128;
 
 }  // namespace
 
@@ -91,18 +103,60 @@ const char* MachineExceptionText(std::uint32_t inCode) noexcept {
 long InternalHiddenFilterWindowsSEHException(std::uint32_t inCode, const char* inFile,
                                              std::uint32_t inLine, const char* inFunction) {
   if (inCode == kBreakpoint) return 0;
-  if (S_ignoreMachineExceptions || !debug::internal::IsDebuggerAttached()) return 1;
-  if (!debug::internal::DisplayMachineExceptionDialog(
-          &S_ignoreMachineExceptions, MachineExceptionText(inCode),
-          "Hit Debug to see where the exception occurred.", inFile, inLine, inFunction)) {
+  if (S_ignoreMachineExceptions || !debug::IsDebuggerAttached()) return 1;
+  if (!debug::BreakAfterAssertDialog(S_ignoreMachineExceptions, MachineExceptionText(inCode),
+                                     "Hit Debug to see where the exception occurred.", inFile,
+                                     static_cast<long>(inLine), inFunction)) {
     return 1;
   }
-  return debug::internal::IsDebuggerAttached() ? 0 : 1;
+  return debug::IsDebuggerAttached() ? 0 : 1;
 }
 
 void InstallMachineExceptionReporter(MachineExceptionReporter inReporter) {
   g_reporter.store(inReporter);
+  if (inReporter) platform::PrepareStackReport();
   platform::SetFaultSignalCallback(inReporter ? &OnFaultSignal : nullptr);
+}
+
+void WriteMachineExceptionReport(std::uint32_t inCode, const char* inText) noexcept {
+  // Exception codes in upper case, as they are known ("0xC0000005").
+  Write(platform::SignalSafeLine()
+            .Text("tvxcore: machine exception ")
+            .Hex(inCode, 8, true)
+            .Text(": "));
+  if (inText) platform::WriteStandardError(inText, std::strlen(inText));
+  platform::WriteStandardError("\n", 1);
+  const platform::FaultSignal* fault = platform::CurrentFaultSignal();
+  if (fault) {
+    Write(platform::SignalSafeLine()
+              .Text("  signal ")
+              .Decimal(static_cast<unsigned>(fault->signalNumber))
+              .Text(", address ")
+              .Address(fault->dataAddress)
+              .Text(", instruction ")
+              .Address(fault->instruction)
+              .Text("\n"));
+  }
+  void* frames[kReportFrames];
+  const std::size_t count = platform::CaptureStack(frames, kReportFrames, 0);
+  // Inside the fault handler the stack starts at the faulting instruction,
+  // below the handler's own frames; elsewhere at the caller.
+  std::size_t first = count > 0 ? 1 : 0;
+  for (std::size_t i = 0; fault && fault->instruction && i < count; ++i) {
+    if (frames[i] == fault->instruction) {
+      first = i;
+      break;
+    }
+  }
+  Write(platform::SignalSafeLine()
+            .Text("stack of thread ")
+            .Decimal(threads::GetCurrentThreadID())
+            .Text(":\n"));
+  platform::WriteStackReport(frames + first, count - first);
+}
+
+void InstallMachineExceptionHandlers() {
+  InstallMachineExceptionReporter(&WriteMachineExceptionReport);
 }
 
 }  // namespace tvxcore::utility::exceptions

@@ -1,5 +1,5 @@
-// Facts about the host and the running process, and the few debugger and
-// fault-signal services the error road needs. Linux implementation in
+// Facts about the host and the running process, and the debugger services
+// the error road needs (fault signals are in Signals.h). Linux implementation in
 // HostInfo_linux.cpp; nothing here throws.
 #pragma once
 
@@ -35,17 +35,19 @@ std::string ExecutableDirectory();
 // True when `path` names an existing directory.
 bool IsDirectory(const std::string& path) noexcept;
 
-// The Windows machine-exception code that matches a fault signal and its
-// si_code (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP); 0 for anything else.
-std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept;
+// The file name of the main executable ("tvxhost"), from /proc/self/exe;
+// the kernel's command name when that cannot be read.
+std::string ProcessName();
 
-// Called from a fault-signal handler with the translated exception code.
-// Returning true ends the process (exit status 255) after the call; false
-// gives the signal its default action (core dump, or the debugger).
-using FaultSignalCallback = bool (*)(std::uint32_t exceptionCode);
+// The system's name of the calling thread (at most 15 bytes); empty when
+// it cannot be read.
+std::string CurrentThreadName();
 
-// Installs (or, with null, removes) handlers for SIGSEGV, SIGBUS, SIGFPE and
-// SIGILL that call `callback` on an alternate signal stack.
-void SetFaultSignalCallback(FaultSignalCallback callback);
+// True when the environment holds `name`, whatever its value (even empty).
+bool HasEnvironmentVariable(const char* name) noexcept;
+
+// Ends the process at once with exit status 255: no destructors, no exit
+// handlers, no flushing of buffered streams.
+[[noreturn]] void TerminateCurrentProcess() noexcept;
 
 }  // namespace tvxcore::platform

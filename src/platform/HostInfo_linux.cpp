@@ -2,10 +2,10 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -91,103 +91,28 @@ bool IsDirectory(const std::string& path) noexcept {
   return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-std::uint32_t ExceptionCodeForSignal(int signalNumber, int signalCode) noexcept {
-  switch (signalNumber) {
-    case SIGSEGV:
-      return 0xC0000005u;  // access violation, whatever the cause
-    case SIGBUS:
-      return signalCode == BUS_ADRALN ? 0x80000002u : 0xC0000005u;
-    case SIGFPE:
-      switch (signalCode) {
-        case FPE_INTDIV:
-          return 0xC0000094u;
-        case FPE_INTOVF:
-          return 0xC0000095u;
-        case FPE_FLTDIV:
-          return 0xC000008Eu;
-        case FPE_FLTOVF:
-          return 0xC0000091u;
-        case FPE_FLTUND:
-          return 0xC0000093u;
-        case FPE_FLTRES:
-          return 0xC000008Fu;
-        case FPE_FLTINV:
-          return 0xC0000090u;
-        case FPE_FLTSUB:
-          return 0xC000008Cu;
-        default:
-          return 0;
-      }
-    case SIGILL:
-      switch (signalCode) {
-        case ILL_PRVOPC:
-        case ILL_PRVREG:
-          return 0xC0000096u;
-        case ILL_ILLOPC:
-        case ILL_ILLOPN:
-        case ILL_ILLADR:
-        case ILL_ILLTRP:
-        case ILL_COPROC:
-        case ILL_BADSTK:
-          return 0xC000001Du;  // illegal instruction
-        default:
-          return 0;
-      }
-    case SIGTRAP:
-      switch (signalCode) {
-        case TRAP_BRKPT:
-          return 0x80000003u;
-        case TRAP_TRACE:
-          return 0x80000004u;
-        default:
-          return 0;
-      }
-    default:
-      return 0;
+std::string ProcessName() {
+  char buffer[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+  if (length > 0) {
+    const std::string path(buffer, static_cast<std::size_t>(length));
+    return path.substr(path.rfind('/') + 1);
   }
+  char name[17] = {};
+  if (prctl(PR_GET_NAME, name, 0, 0, 0) == 0) return name;
+  return std::string();
 }
 
-namespace {
-
-constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
-std::atomic<FaultSignalCallback> g_faultCallback{nullptr};
-
-void OnFaultSignal(int signalNumber, siginfo_t* info, void*) {
-  FaultSignalCallback callback = g_faultCallback.load();
-  if (callback && callback(ExceptionCodeForSignal(signalNumber, info ? info->si_code : 0))) {
-    _exit(255);
-  }
-  // Default action: re-raise so that a core dump or the debugger sees it.
-  signal(signalNumber, SIG_DFL);
-  raise(signalNumber);
+std::string CurrentThreadName() {
+  char name[17] = {};
+  if (prctl(PR_GET_NAME, name, 0, 0, 0) != 0) return std::string();
+  return name;
 }
 
-}  // namespace
-
-void SetFaultSignalCallback(FaultSignalCallback callback) {
-  g_faultCallback.store(callback);
-  if (!callback) {
-    for (int signalNumber : kFaultSignals) signal(signalNumber, SIG_DFL);
-    return;
-  }
-  // A stack overflow leaves no stack to run the handler on: give the
-  // installing thread an alternate one, allocated once for the process.
-  static char* alternateStack = nullptr;
-  if (!alternateStack) {
-    std::size_t size = 64 * 1024;
-    alternateStack = static_cast<char*>(std::malloc(size));
-    if (alternateStack) {
-      stack_t stack{};
-      stack.ss_sp = alternateStack;
-      stack.ss_size = size;
-      sigaltstack(&stack, nullptr);
-    }
-  }
-  struct sigaction action {};
-  action.sa_sigaction = OnFaultSignal;
-  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER | SA_RESETHAND;
-  sigemptyset(&action.sa_mask);
-  for (int signalNumber : kFaultSignals) sigaction(signalNumber, &action, nullptr);
+bool HasEnvironmentVariable(const char* name) noexcept {
+  return name && std::getenv(name) != nullptr;
 }
+
+void TerminateCurrentProcess() noexcept { _exit(255); }
 
 }  // namespace tvxcore::platform

@@ -222,6 +222,8 @@ Registrar::Registrar(ReportSection section) { Sections().push_back(std::move(sec
 }  // namespace tvxhost
 
 int main(int argc, char** argv) {
+  // A crash ends with its text and stack on stderr (status 255).
+  tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
   try {
     return tvxhost::Main(tvxhost::Args(argv + 1, argv + argc));
   } catch (...) {

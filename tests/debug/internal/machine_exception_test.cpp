@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "debug/internal/DebuggerSeams.h"
-#include "platform/HostInfo.h"
+#include "platform/Signals.h"
+#include "tvxcore/debug/Assert.h"
 #include "tvxcore/utility/MachineExceptions.h"
 
 namespace {
@@ -82,7 +83,7 @@ TEST(MachineExceptions, FaultSignalsTranslateToExceptionCodes) {
 }
 
 TEST(MachineExceptions, FilterPassesBreakpointsOnAndHandlesTheRestWithoutADebugger) {
-  if (tvxcore::debug::internal::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
   EXPECT_EQ(InternalHiddenFilterWindowsSEHException(0x80000003u, "f.cpp", 1, "f"), 0);
   for (std::uint32_t code : {0xC0000005u, 0xC0000094u, 0x80000004u, 0u, 0x12345678u}) {
     EXPECT_EQ(InternalHiddenFilterWindowsSEHException(code, "f.cpp", 1, "f"), 1) << code;
@@ -100,7 +101,7 @@ void ExitWithVerdict(std::uint32_t code, const char* text) {
 void ReturnQuietly(std::uint32_t, const char*) {}
 
 TEST(MachineExceptionsDeathTest, FaultSignalReachesTheReporterWithItsCodeAndText) {
-  if (tvxcore::debug::internal::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
@@ -121,6 +122,59 @@ TEST(MachineExceptionsDeathTest, FaultSignalReachesTheReporterWithItsCodeAndText
         std::raise(SIGSEGV);
       },
       ::testing::KilledBySignal(SIGSEGV), "");
+}
+
+bool g_filterAnswer = false;
+std::uint32_t g_filteredCode = 0;
+bool Filter(std::uint32_t code, void*) {
+  g_filteredCode = code;
+  return g_filterAnswer;
+}
+void Fault(void*) { std::raise(SIGSEGV); }
+void Quiet(void*) {}
+// A guard inside a guard: the inner one answers first.
+void NestedFault(void*) {
+  g_filterAnswer = true;
+  const bool ran = tvxcore::platform::RunGuarded(&Fault, nullptr, &Filter, nullptr);
+  std::_Exit(ran ? 50 : 51);
+}
+
+TEST(MachineExceptionsDeathTest, GuardedCallIsAbandonedWhenTheFilterTakesTheFault) {
+  if (tvxcore::debug::IsDebuggerAttached()) GTEST_SKIP() << "running under a debugger";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  using tvxcore::platform::RunGuarded;
+  const struct {
+    void (*body)(void*);
+    bool filterAnswer;
+    int exitCode;  // 42 + whether the body ran to its end, 255 from the reporter
+  } table[] = {
+      {&Fault, true, 42},    // taken: the call returns false and the process goes on
+      {&Fault, false, 255},  // passed on: the crash reporter ends the process
+      {&Quiet, true, 43},
+      {&NestedFault, false, 51},
+  };
+  for (const auto& row : table) {
+    EXPECT_EXIT(
+        {
+          InstallMachineExceptionReporter(&ReturnQuietly);
+          g_filterAnswer = row.filterAnswer;
+          const bool ran = RunGuarded(row.body, nullptr, &Filter, nullptr);
+          // After a taken fault the guard is gone and the handlers still work.
+          if (!ran && g_filteredCode != 0xC0000005u) std::_Exit(44);
+          if (!ran && RunGuarded(&Quiet, nullptr, &Filter, nullptr) != true) std::_Exit(45);
+          std::_Exit(ran ? 43 : 42);
+        },
+        ::testing::ExitedWithCode(row.exitCode), "");
+  }
+  // Without the handlers a guard catches nothing: the signal (or a
+  // sanitizer's handler) ends the process.
+  EXPECT_EXIT(
+      {
+        g_filterAnswer = true;
+        RunGuarded(&Fault, nullptr, &Filter, nullptr);
+        std::_Exit(42);
+      },
+      [](int status) { return WIFSIGNALED(status); }, "");
 }
 
 }  // namespace

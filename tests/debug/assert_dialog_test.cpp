@@ -1,0 +1,332 @@
+// The assertion dialog as a person meets it: typed answers on a terminal of
+// the child's own (a pty), and a window program (zenity, kdialog) played by
+// a script that records its arguments and gives scripted answers.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "debug/ChildProcess.h"
+#include "tvxcore/debug/Assert.h"
+#include "tvxcore/utility/MachineExceptions.h"
+
+namespace {
+
+using namespace tvxcore::debug;
+using tvxtest::ChildResult;
+using tvxtest::RunInChild;
+
+std::size_t Count(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+// Three assertions: site A fails twice, then site B once. The exit status
+// says what each returned and which ignore flags were set.
+enum Bits {
+  kFirstBreaks = 1,
+  kSiteAIgnored = 2,
+  kSecondBreaks = 4,
+  kThirdBreaks = 8,
+  kSiteBIgnored = 16
+};
+int ThreeAssertions() {
+  SetAssertWriteToStdOut(false);
+  bool siteA = false, siteB = false;
+  int bits = 0;
+  if (BreakAfterAssertDialog(siteA, "x > 0", "the message", "file.cpp", 12, "Func"))
+    bits |= kFirstBreaks;
+  if (siteA) bits |= kSiteAIgnored;
+  if (BreakAfterAssertDialog(siteA, "x > 0", "the message", "file.cpp", 12, "Func"))
+    bits |= kSecondBreaks;
+  if (BreakAfterAssertDialog(siteB, "y", static_cast<const char*>(nullptr), "other.cpp", 99, "G"))
+    bits |= kThirdBreaks;
+  if (siteB) bits |= kSiteBIgnored;
+  return bits;
+}
+
+const char kChoices[] =
+    "[d] Debug  [i] Ignore Once (Enter)  [a] Ignore Always  [s] Disable Asserts  [k] Kill Process  "
+    "[c] Copy\nChoice: ";
+
+TEST(AssertDialog, TerminalPromptShowsTheTextAndActsOnEachAnswer) {
+  const struct {
+    const char* name;
+    std::string typed;
+    int exitCode;  // Bits, or 255 for Kill Process
+    std::size_t prompts;
+  } table[] = {
+      {"Debug breaks", "d\ni\ni\n", kFirstBreaks, 3},
+      {"Ignore Once does nothing", "i\ni\ni\n", 0, 3},
+      {"Enter is Ignore Once", "\n\n\n", 0, 3},
+      {"Ignore Always silences the site", "a\ni\n", kSiteAIgnored, 2},
+      {"a label counts as its letter", "Ignore Always\ni\n", kSiteAIgnored, 2},
+      {"Disable Asserts silences every site", "s\n", kSiteAIgnored, 1},
+      {"Kill Process ends the process with 255", "k\n", 255, 1},
+      {"an unknown answer asks again; letters in any case", "x\nD\ni\ni\n", kFirstBreaks, 3},
+      {"end of input is no answer: no break without a debugger", "\x04\x04\x04", 0, 3},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.name);
+    const ChildResult result = RunInChild(&ThreeAssertions, true, row.typed);
+    ASSERT_FALSE(result.timedOut) << result.terminal;
+    EXPECT_EQ(result.ExitCode(), row.exitCode) << result.terminal;
+    EXPECT_EQ(Count(result.terminal, "*** Debug Assert failed! ***"), row.prompts)
+        << result.terminal;
+  }
+
+  // The prompt, in full.
+  const ChildResult result = RunInChild(
+      [&] {
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("Title", "line one\r\nline two\r\n") + 1);
+      },
+      true, "x\ni\n");
+  EXPECT_EQ(result.ExitCode(), kAssertResult_IgnoreOnce + 1);
+  EXPECT_NE(
+      result.terminal.find(std::string("\n*** Title ***\n\nline one\nline two\n\n") + kChoices +
+                           "x\nPlease answer with one of the letters in brackets.\n" + kChoices),
+      std::string::npos)
+      << result.terminal;
+}
+
+TEST(AssertDialog, TerminalPromptNamesTheProcessAndThread) {
+  const ChildResult result = RunInChild(
+      [] {
+        SetAssertWriteToStdOut(false);
+        bool ignore = false;
+        return BreakAfterAssertDialog(ignore, "x > 0", "the message", "file.cpp", 12, "Func") ? 1
+                                                                                              : 0;
+      },
+      true, "c\ni\n");
+  EXPECT_EQ(result.ExitCode(), 0);
+  // The child's main thread: its thread id is its process id.
+  const std::string::size_type pidAt = result.terminal.find("Process ID: ");
+  ASSERT_NE(pidAt, std::string::npos) << result.terminal;
+  const std::string pid =
+      result.terminal.substr(pidAt + 12, result.terminal.find('\n', pidAt) - pidAt - 12);
+  const std::string text =
+      "the message\n\nExpression: x > 0\nProcess: " + tvxtest::ExecutableName() +
+      "\nProcess ID: " + pid + "\nThread ID: " + pid + "\nThread Name: " + tvxtest::ThreadName() +
+      "\nFile: file.cpp\nLine: 12\nFunction: Func\n";
+  EXPECT_NE(result.terminal.find("*** Debug Assert failed! ***\n\n" + text + "\n" + kChoices),
+            std::string::npos)
+      << result.terminal;
+  EXPECT_EQ(Count(result.terminal, text), 2u) << "Copy writes the text again\n" << result.terminal;
+}
+
+TEST(AssertDialog, WithoutDisplayOrTerminalTheDialogIsNotShown) {
+  const ChildResult result = RunInChild(
+      [] {
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("t", "text") + 1);
+      },
+      false);
+  EXPECT_EQ(result.ExitCode(), kAssertResult_NotShown + 1);
+}
+
+// A folder with a window program played by a script. Each run appends its
+// arguments (one a line) to args<N> and answers with line N of "answers":
+// "<status>[ <output>]", or "segv" to send a fault signal to the asking
+// process. A fake xclip keeps what it is given in "clipboard".
+class FakeDesktop {
+ public:
+  explicit FakeDesktop(const std::string& program) {
+    char pattern[] = "/tmp/tvx-dialog-XXXXXX";
+    folder_ = mkdtemp(pattern);
+    Write(program,
+          "#!/bin/sh\n"
+          "PATH=/usr/bin:/bin\n"
+          "dir=$(dirname \"$0\")\n"
+          "n=$(cat \"$dir/count\" 2>/dev/null || echo 0); n=$((n+1)); echo $n > \"$dir/count\"\n"
+          "for a in \"$@\"; do printf '%s\\n' \"$a\"; done > \"$dir/args$n\"\n"
+          "line=$(sed -n \"${n}p\" \"$dir/answers\")\n"
+          "if [ \"$line\" = segv ]; then kill -SEGV $PPID; sleep 5; exit 0; fi\n"
+          "status=${line%% *}; rest=${line#* }\n"
+          "[ \"$rest\" != \"$line\" ] && printf '%s\\n' \"$rest\"\n"
+          "exit $status\n");
+    Write("xclip", "#!/bin/sh\nPATH=/usr/bin:/bin\ncat > \"$(dirname \"$0\")/clipboard\"\n");
+  }
+  ~FakeDesktop() { std::filesystem::remove_all(folder_); }
+
+  void Answers(const std::string& lines) {
+    std::ofstream(folder_ + "/answers") << lines;
+    std::filesystem::remove(folder_ + "/count");
+  }
+  const std::string& Folder() const { return folder_; }
+  std::string File(const std::string& name) const {
+    return tvxtest::ReadFile(folder_ + "/" + name);
+  }
+  // For the child: a display, and a PATH of the fakes only, so that a real
+  // window program on the machine is never found.
+  void Enter() const {
+    setenv("DISPLAY", ":77", 1);
+    setenv("PATH", folder_.c_str(), 1);
+  }
+
+ private:
+  void Write(const std::string& name, const std::string& script) {
+    const std::string path = folder_ + "/" + name;
+    std::ofstream(path) << script;
+    chmod(path.c_str(), 0755);
+  }
+  std::string folder_;
+};
+
+TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
+  FakeDesktop desktop("zenity");
+  const struct {
+    const char* answers;
+    int exitCode;  // DisplayAssert + 1, or 255 for Kill Process
+    bool guarded;  // with the fault handlers installed
+  } table[] = {
+      {"0\n", kAssertResult_IgnoreOnce + 1, false},  // OK is the default button
+      {"1 Debug\n", kAssertResult_Debug + 1, false},
+      {"1 Ignore Always\n", kAssertResult_IgnoreAlways + 1, false},
+      {"1 Disable Asserts\n", kAssertResult_DisableAsserts + 1, false},
+      {"1 Kill Process\n", 255, false},
+      {"1 Copy\n1 Debug\n", kAssertResult_Debug + 1, false},
+      {"1\n", kAssertResult_NotShown + 1, false},    // closed: no terminal to ask instead
+      {"255\n", kAssertResult_NotShown + 1, false},  // the window could not open
+      {"1 Something else\n", kAssertResult_NotShown + 1, false},
+      {"segv\n", kAssertResult_NotShown + 1, true},  // a fault inside the dialog is caught
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.answers);
+    desktop.Answers(row.answers);
+    const ChildResult result = RunInChild(
+        [&] {
+          desktop.Enter();
+          SetAssertWriteToStdOut(false);
+          if (row.guarded) tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+          return static_cast<int>(DisplayAssert("Debug Assert failed!", "a <b> & c\r\nsecond\r\n") +
+                                  1);
+        },
+        false);
+    EXPECT_EQ(result.ExitCode(), row.exitCode) << result.output;
+  }
+  std::filesystem::remove(desktop.Folder() + "/clipboard");
+  desktop.Answers("1 Copy\n1 Ignore Once\n");
+  RunInChild(
+      [&] {
+        desktop.Enter();
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("Debug Assert failed!", "a <b> & c\r\nsecond\r\n"));
+      },
+      false);
+  EXPECT_EQ(desktop.File("clipboard"), "a <b> & c\nsecond\n");
+  EXPECT_EQ(desktop.File("args1"),
+            "--warning\n--no-markup\n--title=Debug Assert failed!\n--text=a <b> & c\nsecond\n"
+            "--ok-label=Ignore Once\n--extra-button=Debug\n--extra-button=Ignore Always\n"
+            "--extra-button=Disable Asserts\n--extra-button=Kill Process\n--extra-button=Copy\n");
+  EXPECT_EQ(desktop.File("args2"), desktop.File("args1"))
+      << "after Copy the same window comes back";
+}
+
+TEST(AssertDialog, AWindowThatGetsNoAnswerHandsOverToTheTerminal) {
+  FakeDesktop desktop("zenity");
+  desktop.Answers("1\n");
+  const ChildResult result = RunInChild(
+      [&] {
+        desktop.Enter();
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("T", "text") + 1);
+      },
+      true, "a\n");
+  EXPECT_EQ(result.ExitCode(), kAssertResult_IgnoreAlways + 1) << result.terminal;
+  EXPECT_EQ(Count(result.terminal, "*** T ***"), 1u);
+}
+
+TEST(AssertDialog, KdialogMenuIsUsedWhenZenityIsMissing) {
+  FakeDesktop desktop("kdialog");
+  const struct {
+    const char* answers;
+    int exitCode;
+  } table[] = {
+      {"0 0\n", kAssertResult_Debug + 1},
+      {"0 2\n", kAssertResult_IgnoreAlways + 1},
+      {"0 4\n", 255},
+      {"0 5\n0 3\n", kAssertResult_DisableAsserts + 1},  // Copy, then Disable Asserts
+      {"1\n", kAssertResult_NotShown + 1},
+      {"0 9\n", kAssertResult_NotShown + 1},
+      {"0 x\n", kAssertResult_NotShown + 1},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.answers);
+    desktop.Answers(row.answers);
+    const ChildResult result = RunInChild(
+        [&] {
+          desktop.Enter();
+          SetAssertWriteToStdOut(false);
+          return static_cast<int>(DisplayAssert("Title", "text") + 1);
+        },
+        false);
+    EXPECT_EQ(result.ExitCode(), row.exitCode) << result.output;
+  }
+  EXPECT_EQ(desktop.File("args1"),
+            "--title\nTitle\n--menu\ntext\n0\nDebug\n1\nIgnore Once\n2\nIgnore Always\n3\n"
+            "Disable Asserts\n4\nKill Process\n5\nCopy\n--default\nIgnore Once\n");
+}
+
+TEST(AssertDialog, WindowTextIsCutAndMadeValidUtf8) {
+  FakeDesktop desktop("zenity");
+  desktop.Answers("0\n");
+  const std::string text = std::string(100000, 'x') + "\xFF";
+  RunInChild(
+      [&] {
+        desktop.Enter();
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("T", text.c_str()) + 1);
+      },
+      false);
+  const std::string args = desktop.File("args1");
+  EXPECT_NE(args.find("--text=" + std::string(16 * 1024, 'x') + "\n[...]\n"), std::string::npos);
+  desktop.Answers("0\n");
+  RunInChild(
+      [&] {
+        desktop.Enter();
+        SetAssertWriteToStdOut(false);
+        return static_cast<int>(DisplayAssert("T",
+                                              "a\xFF"
+                                              "b\xE2\x82") +
+                                1);
+      },
+      false);
+  EXPECT_NE(desktop.File("args1").find("--text=a\xEF\xBF\xBD"
+                                       "b\xEF\xBF\xBD\xEF\xBF\xBD\n"),
+            std::string::npos);
+}
+
+TEST(AssertDialog, ContractMessageGoesToTheWindowOrTheTerminalWithoutWaiting) {
+  FakeDesktop desktop("zenity");
+  desktop.Answers("0\n");
+  ChildResult result = RunInChild(
+      [&] {
+        desktop.Enter();
+        SetAssertWriteToStdOut(false);
+        return BreakAfterContractDialog("e", "f.cpp", 7) ? 1 : 0;
+      },
+      false);
+  EXPECT_EQ(result.ExitCode(), 0);
+  EXPECT_EQ(desktop.File("args1"), "--warning\n--no-markup\n--title=" + tvxtest::ExecutableName() +
+                                       "\n--text=[f.cpp-7]\n");
+  // On a terminal nothing is typed: the message must not wait for an answer.
+  result = RunInChild(
+      [] {
+        SetAssertWriteToStdOut(false);
+        return BreakAfterContractDialog("e", "f.cpp", 7) ? 1 : 0;
+      },
+      true, "", 20);
+  EXPECT_FALSE(result.timedOut);
+  EXPECT_EQ(result.ExitCode(), 0);
+  EXPECT_EQ(result.terminal, tvxtest::ExecutableName() + ": [f.cpp-7]\n");
+}
+
+}  // namespace

@@ -1,0 +1,253 @@
+// Assertion text, standard-output mode, the contract dialog and the address
+// checks, through the public interface. The dialogs themselves are driven in
+// assert_dialog_test.cpp.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "config/ErrorTestSupport.h"
+#include "debug/ChildProcess.h"
+#include "tvxcore/debug/Assert.h"
+#include "tvxcore/debug/StackTrace.h"
+#include "tvxcore/threads/Thread.h"
+
+namespace {
+
+using namespace tvxcore::debug;
+using tvxtest::RunInChild;
+
+std::string ExpectedText(const std::string& message, const std::string& expression,
+                         const std::string& file, long line, const std::string& function) {
+  const std::string tid = std::to_string(tvxcore::threads::GetCurrentThreadID());
+  return (message.empty() ? "" : message + "\r\n\r\n") + "Expression: " + expression +
+         "\r\nProcess: " + tvxtest::ExecutableName() +
+         "\r\nProcess ID: " + std::to_string(getpid()) + "\r\nThread ID: " + tid +
+         "\r\nThread Name: " + tvxtest::ThreadName() + "\r\nFile: " + file +
+         "\r\nLine: " + std::to_string(line) + "\r\nFunction: " + function + "\r\n";
+}
+
+TEST(Assert, TextGoesToStandardOutputAndToTheTraceInStandardOutputMode) {
+  ScAssertToStdOut toStdOut;
+  const struct {
+    const char* message;
+    const char* expression;
+    const char* file;
+    long line;
+    const char* function;
+    std::string expected;
+  } table[] = {
+      {"count went negative", "count >= 0", "src/a.cpp", 42, "Count",
+       ExpectedText("count went negative", "count >= 0", "src/a.cpp", 42, "Count")},
+      {"", "p", "b.cpp", -7, "F", ExpectedText("", "p", "b.cpp", -7, "F")},
+      {nullptr, nullptr, nullptr, 0, nullptr, ExpectedText("", "", "", 0, "")},
+      {"caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647, "ns::C::M() const",
+       ExpectedText("caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647,
+                    "ns::C::M() const")},
+  };
+  for (const auto& row : table) {
+    bool ignore = false;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const bool brk = BreakAfterAssertDialog(ignore, row.expression, row.message, row.file, row.line,
+                                            row.function);
+    const std::string out = testing::internal::GetCapturedStdout();
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(brk);
+    EXPECT_FALSE(ignore) << "standard output answers \"Ignore Once\"";
+    EXPECT_EQ(out, row.expected);
+    EXPECT_EQ(err, "<" + std::to_string(tvxcore::threads::GetCurrentThreadID()) +
+                       "> <Assert> <0> " + row.expected);
+  }
+  // The unsigned form carries the same text, and DisplayAssert adds a line
+  // end only where the text has none.
+  bool ignore = false;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  BreakAfterAssertDialog(ignore, "e", reinterpret_cast<const unsigned char*>("m"), "f", 1, "g");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), ExpectedText("m", "e", "f", 1, "g"));
+  testing::internal::GetCapturedStderr();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(DisplayAssert("title", "no line end"), kAssertResult_IgnoreOnce);
+  EXPECT_EQ(DisplayAssert(nullptr, static_cast<const char*>(nullptr)), kAssertResult_IgnoreOnce);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "no line end\n\n");
+  testing::internal::GetCapturedStderr();
+}
+
+TEST(Assert, AnIgnoredSiteShowsNothing) {
+  ScAssertToStdOut toStdOut;
+  bool ignore = true;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(BreakAfterAssertDialog(ignore, "e", "m", "f", 1, "g"));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(ignore);
+}
+
+TEST(Assert, OverlongTextsAreShownWhole) {
+  ScAssertToStdOut toStdOut;
+  const std::string expression(1 << 20, 'x');
+  const std::string file(300000, '/');
+  bool ignore = false;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(BreakAfterAssertDialog(ignore, expression.c_str(), expression.c_str(), file.c_str(),
+                                      1, expression.c_str()));
+  const std::string out = testing::internal::GetCapturedStdout();
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(out, ExpectedText(expression, expression, file, 1, expression));
+}
+
+// The mode is settled by its first reader, so each row runs in a fresh
+// process: the statement re-runs this test in a new instance of the binary.
+TEST(AssertDeathTest, StandardOutputModeIsDecidedOnceFromTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  enum class Preset { kNone, kOn, kOff, kScopeOn, kScopeOff };
+  const struct {
+    const char* environment;  // null: unset
+    Preset preset;
+    int expectedExit;  // (first answer + 1) + 10 * (second answer + 1)
+  } table[] = {
+      // Without a dialog to show (no display, no terminal) the answer is -1.
+      {nullptr, Preset::kNone, 0},
+      {"1", Preset::kNone, 44},
+      {"", Preset::kNone, 44},  // set to empty still counts
+      {"0", Preset::kNone, 44},
+      {"1", Preset::kOff, 0},  // the environment has no say after the switch
+      {nullptr, Preset::kOn, 44},
+      {nullptr, Preset::kScopeOn, 4},  // on inside the scope, back to off after it
+      {"1", Preset::kScopeOff, 40},
+  };
+  for (const auto& row : table) {
+    if (row.environment) {
+      setenv("TVX_USE_STDOUT", row.environment, 1);
+    } else {
+      unsetenv("TVX_USE_STDOUT");
+    }
+    EXPECT_EXIT(
+        {
+          setsid();
+          unsetenv("DISPLAY");
+          unsetenv("WAYLAND_DISPLAY");
+          if (row.preset == Preset::kOn) SetAssertWriteToStdOut(true);
+          if (row.preset == Preset::kOff) SetAssertWriteToStdOut(false);
+          long first = 0;
+          if (row.preset == Preset::kScopeOn || row.preset == Preset::kScopeOff) {
+            ScAssertToStdOut scope(row.preset == Preset::kScopeOn);
+            first = DisplayAssert("t", "first");
+          } else {
+            first = DisplayAssert("t", "first");
+          }
+          unsetenv("TVX_USE_STDOUT");
+          const long second = DisplayAssert("t", "second");
+          std::fflush(stdout);
+          _exit(static_cast<int>((first + 1) + 10 * (second + 1)));
+        },
+        testing::ExitedWithCode(row.expectedExit), "")
+        << "TVX_USE_STDOUT=" << (row.environment ? row.environment : "(unset)");
+  }
+  unsetenv("TVX_USE_STDOUT");
+}
+
+TEST(Assert, ContractDialogShowsFileAndLineAndNeverAsksForABreak) {
+  const struct {
+    bool enabled;
+    const char* file;
+    long line;
+    const char* expected;
+  } table[] = {
+      {true, "..\\..\\threads\\src\\SharedThreads", 383,
+       "[..\\..\\threads\\src\\SharedThreads-383]\r\n"},
+      {true, nullptr, -1, "[--1]\r\n"},
+      {false, "a.cpp", 1, ""},
+  };
+  ScAssertToStdOut toStdOut;
+  for (const auto& row : table) {
+    if (!row.enabled) DisableContractDialog();
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(BreakAfterContractDialog("inBegin < inEnd", row.file, row.line));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.expected);
+    EnableContractDialog();
+  }
+  // Outside standard-output mode, with neither display nor terminal, there
+  // is nowhere to show it: nothing is written, and the answer stays false.
+  const auto result = RunInChild(
+      [] {
+        SetAssertWriteToStdOut(false);
+        tvxcore::utility::ThreadSafeMessageDialog(nullptr);
+        return BreakAfterContractDialog("x", "c.cpp", 9) ? 1 : 0;
+      },
+      false);
+  EXPECT_TRUE(result.Exited(0));
+  EXPECT_EQ(result.output, "");
+}
+
+TEST(Assert, AddressChecksLookAtPointerValuesAndReportAnEmptyRange) {
+  tvxtest::RecordingErrorManager manager;
+  tvxcore::config::ErrorManager::Set(&manager);
+  ScAssertToStdOut toStdOut;
+  char buffer[16];
+  char* const p = buffer;
+  const void* const top = reinterpret_cast<const void*>(~std::uintptr_t{0});
+  const struct {
+    const void* begin;
+    const void* end;
+    bool allowNull;
+    bool valid;
+    bool violation;
+  } ranges[] = {
+      {p, p + 16, false, true, false},
+      {p, p + 1, true, true, false},
+      {p, p, false, true, true},
+      {p + 1, p, true, true, true},
+      {nullptr, nullptr, true, true, false},  // allowed null: the end is not looked at
+      {nullptr, p, false, false, false},
+      {nullptr, nullptr, false, false, true},
+      {top, nullptr, false, true, true},
+  };
+  for (const auto& row : ranges) {
+    testing::internal::CaptureStdout();
+    const std::size_t before = manager.Reports().size();
+    EXPECT_EQ(IsValidAddressRange(row.begin, row.end, row.allowNull), row.valid)
+        << row.begin << " " << row.end << " " << row.allowNull;
+    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u)
+        << row.begin << " " << row.end << " " << row.allowNull;
+    const std::string shown = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(shown.empty(), !row.violation) << shown;
+  }
+  const struct {
+    const void* begin;
+    unsigned long long size;
+    bool allowNull;
+    bool valid;
+    bool violation;
+  } sized[] = {
+      {p, 16, false, true, false},     {p, 0, false, true, true},
+      {nullptr, 0, true, true, false}, {nullptr, 8, false, false, false},
+      {p, ~0ULL, false, true, true},  // wraps below its begin
+  };
+  for (const auto& row : sized) {
+    testing::internal::CaptureStdout();
+    const std::size_t before = manager.Reports().size();
+    EXPECT_EQ(IsValidAddressRange(row.begin, row.size, row.allowNull), row.valid) << row.size;
+    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u) << row.size;
+    testing::internal::GetCapturedStdout();
+  }
+  EXPECT_TRUE(IsValidAddress(p, false));
+  EXPECT_FALSE(IsValidAddress(nullptr, false));
+  EXPECT_TRUE(IsValidAddress(nullptr, true));
+  for (const auto& report : manager.Reports()) {
+    EXPECT_EQ(report.level, tvxcore::config::kErrorLevel_Fatal);
+    EXPECT_EQ(report.module, 105u);
+    EXPECT_EQ(report.number, 25);
+  }
+  tvxcore::config::ErrorManager::Set(nullptr);
+  EXPECT_THROW(IsValidAddressRange(p, p, false), std::logic_error)
+      << "no error manager: the contract report throws";
+}
+
+}  // namespace
