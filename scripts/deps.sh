@@ -15,6 +15,7 @@ test_and_bench=(
   libgtest-dev libgmock-dev libbenchmark-dev
   unicode-data python3
   libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev libspdlog-dev
+  zlib1g-dev libisal-dev
 )
 
 case "${1:-all}" in

@@ -45,6 +45,7 @@
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
+#include "tvxcore/filesupport/CRCByteStream.h"
 #include "tvxcore/filesupport/CommonDirs.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/filesupport/File.h"
@@ -52,6 +53,7 @@
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
+#include "tvxcore/filesupport/RLEByteStreams.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 

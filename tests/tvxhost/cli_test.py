@@ -16,6 +16,7 @@ import stat
 import subprocess
 import sys
 import tempfile
+import zlib
 
 HOST = os.path.abspath(sys.argv[1])
 SOURCE = sys.argv[2]
@@ -23,16 +24,17 @@ NOBODY = 65534
 failures = []
 
 
-def run(args, cwd, unprivileged=False, timeout=120):
-    """(status, stdout, stderr) of tvxhost with `args` (str or bytes each)."""
+def run(args, cwd, unprivileged=False, timeout=120, stdin=b"", raw=False):
+    """(status, stdout, stderr) of tvxhost with `args` (str or bytes each) and
+    `stdin` as standard input; stdout as bytes when `raw`."""
     env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "HOME": cwd}
     env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
     kwargs = {}
     if unprivileged and os.geteuid() == 0:
         kwargs = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
     done = subprocess.run([HOST] + list(args), cwd=cwd, env=env, capture_output=True,
-                          timeout=timeout, **kwargs)
-    return done.returncode, done.stdout.decode("utf-8", "replace"), \
+                          input=stdin, timeout=timeout, **kwargs)
+    return done.returncode, done.stdout if raw else done.stdout.decode("utf-8", "replace"), \
         done.stderr.decode("utf-8", "replace")
 
 
@@ -81,6 +83,9 @@ def examples_from_readme():
 
 
 def subcommands(page):
+    """The subcommands of a command's help; [""] for a command without any."""
+    if "Subcommands:\n" not in page:
+        return [""]
     return re.findall(r"^  (\w+) ", page.split("Subcommands:\n")[1].split("\n\n")[0], re.M)
 
 
@@ -98,7 +103,8 @@ def test_examples(work):
 
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
-    check("the five commands are listed", groups == ["alloc", "errors", "fs", "plist", "text"],
+    check("the commands are listed",
+          groups == ["alloc", "crc", "errors", "fs", "plist", "rle", "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -117,11 +123,11 @@ def test_help_and_version(work, commands):
               page)
         check(f"{group} --help is help {group}", run([group, "--help"], work) == page, page)
         subs = subcommands(page[1])
-        check(f"{group} sub --help", run([group, subs[0], "--help"], work) == page, page)
+        check(f"{group} sub --help", run([group] + subs[:1] + ["--help"], work) == page, page)
         for sub in subs:
-            check(f"man page has {group} {sub}", f'{group} {sub}' in man.replace('"', ""),
-                  (0, "", ""))
-            check(f"completion has {group} {sub}", re.search(rf"\b{sub}\b", completion),
+            check(f"man page has {group} {sub}",
+                  f"{group} {sub}".strip() in man.replace('"', ""), (0, "", ""))
+            check(f"completion has {group} {sub}", re.search(rf"\b{sub or group}\b", completion),
                   (0, "", ""))
 
 
@@ -165,6 +171,12 @@ USAGE = [
     (["fs", "copy", "a.txt", ""], "<to> is empty"),
     (["fs", "copy", "a.txt"], "missing <to>"),
     (["fs", "ls", "-r", "-r", "."], "-r is given twice"),
+    (["rle", "x"], "unexpected argument 'x'"),
+    (["rle", "-x"], "unknown option '-x'"),
+    (["rle", "-d", "--decode"], "-d is given twice"),
+    (["rle", "--decode=yes"], "-d takes no value"),
+    (["crc", ""], "<file> is empty"),
+    (["crc", "--x"], "unknown option '--x'"),
 ]
 
 
@@ -238,6 +250,11 @@ FILES = [
     (["plist", "set", "/nonexistent/dir/s.plist", "a", "i32", "1"], False, 1,
      ["'/nonexistent/dir/s.plist'"], []),
     (["plist", "set", "readonly/s.plist", "a", "i32", "1"], True, 1, ["'readonly/s.plist'"], []),
+    (["crc", "missing.bin"], False, 1, ["The file 'missing.bin' could not be found."], []),
+    (["crc", "locked"], False, 1, ["'locked' is a directory, not a file."], []),
+    (["crc", "a.txt", "locked/inside.txt"], True, 1,
+     ["'locked/inside.txt'", "Access to the directory 'locked' was denied"], []),
+    (["crc", "unreadable.txt"], True, 1, ["could not read the file 'unreadable.txt'"], []),
 ]
 
 
@@ -281,6 +298,42 @@ def test_plist(work):
         check("plist " + " ".join(args[:1] + args[2:]), result[0] == status and text in (result[1] if status == 0 else result[2]), result)
 
 
+def test_codecs(work):
+    """rle and crc as filters: known codes, round trips, cut codes, CRCs as zlib gives them."""
+    def hex8(data):
+        return f"{zlib.crc32(data):08x}\n"
+
+    samples = [b"", b"123456789", b"A", bytes(range(256)) * 300,
+               os.urandom(200000) + b"\0" * 70000 + b"xy" * 5000]
+    for data in samples:
+        name = f"{len(data)} bytes"
+        result = run(["crc"], work, stdin=data)
+        check("crc of stdin, " + name, result[0] == 0 and result[1] == hex8(data), result)
+        coded = run(["rle"], work, stdin=data, raw=True)
+        back = run(["rle", "-d"], work, stdin=coded[1], raw=True)
+        check("rle round trip, " + name, coded[0] == 0 and back[0] == 0 and back[1] == data and
+              coded[2] == back[2] == "", back)
+    for plain, coded in ((b"A", b"\x00A"), (b"AAB", b"\xffA\x00B"), (b"ABBB", b"\x00A\xfeB"),
+                         (b"A" * 129, b"\x81A\x00A")):
+        result = run(["rle"], work, stdin=plain, raw=True)
+        check(f"rle of {plain[:8]!r}", result[0] == 0 and result[1] == coded, result)
+    result = run(["rle", "--decode"], work, stdin=b"\x80\x80\x00A\x80", raw=True)
+    check("rle -d skips 80 headers", result == (0, b"A", ""), result)
+    for cut, decoded in ((b"\x02AB", b"AB"), (b"\x00A\xfe", b"A"), (b"\x81", b"")):
+        result = run(["rle", "-d"], work, stdin=cut, raw=True)
+        check(f"rle -d of the cut code {cut!r}", result[0] == 1 and result[1] == decoded and
+              "cut short inside a block" in result[2] and result[2].count("tvxhost:") == 1,
+              result)
+
+    with open(os.path.join(work, "out", "check.bin"), "wb") as f:
+        f.write(samples[-1])
+    one = run(["crc", "out/check.bin"], work)
+    check("crc of a file", one == (0, hex8(samples[-1]), ""), one)
+    both = run(["crc", "out/check.bin", "a.txt"], work)
+    check("crc of files, with names", both == (0, hex8(samples[-1])[:-1] + "\tout/check.bin\n" +
+                                             hex8(b"hello\n")[:-1] + "\ta.txt\n", ""), both)
+
+
 def test_deferred(work):
     result = run(["errors", "test", "--deferred"], work)
     lines = [line for line in result[2].splitlines() if "(deferred)" in line]
@@ -316,7 +369,7 @@ def test_odd_arguments(work, commands):
             vectors.append([sentinel, "", "i32", "1"])
             for extra in vectors:
                 before = snapshot(work)
-                result = run([group, sub] + extra, work, timeout=60)
+                result = run([group] + ([sub] if sub else []) + extra, work, timeout=60)
                 name = f"odd {group} {sub} {[str(e)[:20] for e in extra]}"
                 check(name, result[0] in (0, 1, 2), result)
                 if result[0] != 0:
@@ -343,13 +396,14 @@ def main():
             print("note: the build can't be run as nobody; permission rows are skipped")
             global FILES
             FILES = [row for row in FILES if not row[1]]
-        commands = ["alloc", "errors", "fs", "plist", "text", "help"]
+        commands = ["alloc", "crc", "errors", "fs", "plist", "rle", "text", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
             lambda: test_usage(work),
             lambda: test_files(work, FILES),
             lambda: test_plist(work),
+            lambda: test_codecs(work),
             lambda: test_deferred(work),
             lambda: test_dictionaries(work),
             lambda: test_odd_arguments(work, commands),

@@ -54,7 +54,9 @@ struct Example {
   std::string outcome;
 };
 
-// A command: "tvxhost <name> <subcommand> <args...>".
+// A command: "tvxhost <name> <subcommand> <args...>". A command without
+// subcommands has one Subcommand with an empty name and runs as
+// "tvxhost <name> <args...>".
 struct CommandGroup {
   std::string name;
   std::string summary;  // one line for "tvxhost help"

@@ -68,10 +68,15 @@ void PrintHelp(std::ostream& out) {
   out << "\nRun 'tvxhost help <command>' for the subcommands of one command.\n";
 }
 
+// A command without subcommands: "tvxhost <name> <args...>".
+bool IsDirect(const CommandGroup& group) {
+  return group.subcommands.size() == 1 && group.subcommands[0].name.empty();
+}
+
 void PrintGroupUsage(std::ostream& out, const CommandGroup& group) {
   const char* lead = "usage: ";
   for (const Subcommand& sub : group.subcommands) {
-    out << lead << "tvxhost " << group.name << ' ' << sub.name
+    out << lead << "tvxhost " << group.name << (sub.name.empty() ? "" : " " + sub.name)
         << (sub.synopsis.empty() ? "" : " " + sub.synopsis) << '\n';
     lead = "       ";
   }
@@ -79,9 +84,12 @@ void PrintGroupUsage(std::ostream& out, const CommandGroup& group) {
 
 void PrintGroupHelp(std::ostream& out, const CommandGroup& group) {
   PrintGroupUsage(out, group);
-  out << "\n" << group.summary << "\n\nSubcommands:\n";
-  for (const Subcommand& sub : group.subcommands)
-    out << "  " << std::left << std::setw(10) << sub.name << ' ' << sub.summary << '\n';
+  out << "\n" << group.summary << '\n';
+  if (!IsDirect(group)) {
+    out << "\nSubcommands:\n";
+    for (const Subcommand& sub : group.subcommands)
+      out << "  " << std::left << std::setw(10) << sub.name << ' ' << sub.summary << '\n';
+  }
   if (!group.notes.empty()) out << '\n';
   for (const std::string& line : group.notes) out << line << '\n';
   PrintExamples(out, group.examples);
@@ -128,17 +136,17 @@ void CheckLanguage(const std::string& code) {
 // (and subcommand, when known) in `where`.
 int RunGroup(const CommandGroup& group, const Args& args, std::string& where) {
   where = group.name;
-  if (args.empty()) throw UsageError("a subcommand is missing");
-  if (IsHelp(args[0])) {
+  if (args.empty() && !IsDirect(group)) throw UsageError("a subcommand is missing");
+  if (!args.empty() && IsHelp(args[0])) {
     PrintGroupHelp(std::cout, group);
     return kExitSuccess;
   }
-  const Subcommand* sub = nullptr;
+  const Subcommand* sub = IsDirect(group) ? &group.subcommands[0] : nullptr;
   for (const Subcommand& candidate : group.subcommands)
-    if (candidate.name == args[0]) sub = &candidate;
+    if (sub == nullptr && candidate.name == args[0]) sub = &candidate;
   if (sub == nullptr) throw UsageError("unknown subcommand " + Quoted(args[0]));
-  where += ' ' + sub->name;
-  const Args rest(args.begin() + 1, args.end());
+  if (!IsDirect(group)) where += ' ' + sub->name;
+  const Args rest(args.begin() + (IsDirect(group) ? 0 : 1), args.end());
   for (const std::string& word : rest) {
     if (word == "--") break;
     if (IsHelp(word)) {

@@ -13,7 +13,7 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alloc errors fs plist text help"
+    local commands="alloc crc errors fs plist rle text help"
     # Find the command and subcommand, skipping the global options.
     local i=1 command="" sub=""
     while ((i < cword)); do
@@ -43,6 +43,20 @@ _tvxhost() {
 
     local subs=""
     case $command in
+        # Commands without subcommands: their options, and files for crc.
+        rle)
+            COMPREPLY=($(compgen -W "-d --decode --help" -- "$cur"))
+            return
+            ;;
+        crc)
+            if [[ $cur == -* ]]; then
+                COMPREPLY=($(compgen -W "--help" -- "$cur"))
+            else
+                compopt -o filenames 2>/dev/null
+                COMPREPLY=($(compgen -f -- "$cur"))
+            fi
+            return
+            ;;
         alloc) subs="classes size stress" ;;
         errors) subs="test substitute zstring contract" ;;
         fs) subs="info ls volumes legalname copy" ;;

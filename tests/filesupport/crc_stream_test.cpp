@@ -1,0 +1,141 @@
+// The CRC-32 pass-through stream: known sums, a sum taken at any time, blocks
+// and bytes alike, and everything passed on to the inner stream untouched.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tvxcore/filesupport/AdapterByteStreams.h"
+#include "tvxcore/filesupport/CRCByteStream.h"
+
+namespace fs = tvxcore::filesupport;
+
+namespace {
+
+class StringCRCStream : public fs::OCRCByteStream {
+ public:
+  using OCRCByteStream::OCRCByteStream;
+  void OSFlush() override {}
+  void Truncate(unsigned long long) override {}
+};
+
+// Records how it was called: "P" for a Put, "W<n>" for a WriteBlock of n
+// bytes, "S<pos>" for a seek.
+class RecordingSink : public fs::OByteStream {
+ public:
+  void Put(unsigned char byte) override {
+    bytes += static_cast<char>(byte);
+    calls += "P";
+  }
+  void WriteBlock(const unsigned char* src, std::uint32_t count) override {
+    bytes.append(reinterpret_cast<const char*>(src), count);
+    calls += "W" + std::to_string(count);
+  }
+  void CurPos(unsigned long long pos) override { calls += "S" + std::to_string(pos); }
+  unsigned long long CurPos() const override { return 77; }
+  void OSFlush() override {}
+  void Truncate(unsigned long long) override {}
+
+  std::string bytes;
+  std::string calls;
+};
+
+// Bytes of a pattern that no short period repeats.
+std::string Pattern(std::size_t count) {
+  std::string bytes(count, '\0');
+  for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251) % 256);
+  return bytes;
+}
+
+const unsigned char* Data(const std::string& text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+std::uint32_t ByBytes(const std::string& text) {
+  std::string sink;
+  fs::OStringByteStream out(sink);
+  StringCRCStream crc(out);
+  for (char c : text) crc.Put(static_cast<unsigned char>(c));
+  return crc.Value();
+}
+
+std::uint32_t ByBlock(const std::string& text) {
+  std::string sink;
+  fs::OStringByteStream out(sink);
+  StringCRCStream crc(out);
+  crc.WriteBlock(Data(text), static_cast<std::uint32_t>(text.size()));
+  return crc.Value();
+}
+
+TEST(OCRCByteStream, GivesTheCRC32OfZlibAndPNG) {
+  // The sums zlib's crc32() gives for the same bytes.
+  const struct {
+    std::string bytes;
+    std::uint32_t crc;
+  } rows[] = {
+      {"", 0},
+      {"123456789", 0xCBF43926u},
+      {"a", 0xE8B7BE43u},
+      {"The quick brown fox jumps over the lazy dog", 0x414FA339u},
+      {std::string(1 << 20, '\0'), 0xA738EA1Cu},
+      {Pattern(31), 0xF4837CB8u},
+      {Pattern(32), 0xE8433D3Fu},
+      {Pattern(63), 0xFD395FF8u},
+      {Pattern(64), 0xD324A7D4u},
+      {Pattern(100), 0x821D3E85u},
+      {Pattern(255), 0xA288CD43u},
+      {Pattern(256), 0x601D6C68u},
+      {Pattern(257), 0xE60C2B1Du},
+      {Pattern(1000), 0x5A2E0A71u},
+      {Pattern(4103), 0xE8A832F9u},
+      {Pattern(100000), 0x72AFC085u},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.bytes.size()) + " bytes");
+    EXPECT_EQ(ByBytes(row.bytes), row.crc);
+    EXPECT_EQ(ByBlock(row.bytes), row.crc);
+  }
+}
+
+TEST(OCRCByteStream, ValueAtAnyTimeLeavesTheSumAlone) {
+  // Random pieces, by blocks and bytes mixed, with the value asked after each:
+  // each value is that of all bytes so far.
+  const std::string text = Pattern(20000);
+  std::mt19937 random(99);
+  std::string sink;
+  fs::OStringByteStream out(sink);
+  StringCRCStream crc(out);
+  EXPECT_EQ(crc.Value(), 0u);
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const std::size_t piece = std::min<std::size_t>(random() % 700, text.size() - done);
+    if (random() % 2 == 0) {
+      crc.WriteBlock(Data(text) + done, static_cast<std::uint32_t>(piece));
+    } else {
+      for (std::size_t i = 0; i < piece; ++i) crc.Put(Data(text)[done + i]);
+    }
+    done += piece;
+    const std::uint32_t value = crc.Value();
+    ASSERT_EQ(value, crc.Value());
+    ASSERT_EQ(value, ByBytes(text.substr(0, done))) << done << " bytes";
+  }
+  EXPECT_EQ(sink, text) << "every byte passed through, in order";
+}
+
+TEST(OCRCByteStream, PassesBytesOnAsTheyCameAndPositionsToTheInnerStream) {
+  RecordingSink sink;
+  StringCRCStream crc(sink);
+  crc.Put('1');
+  crc.WriteBlock(Data("2345"), 4);
+  crc.WriteBlock(Data(""), 0);
+  crc.CurPos(12);
+  EXPECT_EQ(crc.CurPos(), 77u);
+  crc.WriteBlock(Data("6789"), 4);
+  EXPECT_EQ(sink.calls, "PW4W0S12W4");
+  EXPECT_EQ(sink.bytes, "123456789");
+  EXPECT_EQ(crc.Value(), 0xCBF43926u) << "seeking doesn't touch the sum";
+}
+
+}  // namespace

@@ -1,0 +1,285 @@
+// The run-length coding streams: the code of known inputs byte for byte in
+// both directions, round trips of random data, and coded data cut short.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <deque>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tvxcore/filesupport/AdapterByteStreams.h"
+#include "tvxcore/filesupport/RLEByteStreams.h"
+
+namespace fs = tvxcore::filesupport;
+
+namespace {
+
+// The coding stream leaves OSFlush and Truncate to a derived class.
+class StringRLEWriter : public fs::ORLEByteStream {
+ public:
+  using ORLEByteStream::ORLEByteStream;
+  void OSFlush() override {}
+  void Truncate(unsigned long long) override {}
+};
+
+std::string Bytes(std::initializer_list<int> values) {
+  std::string bytes;
+  for (int v : values) bytes += static_cast<char>(v);
+  return bytes;
+}
+
+// Writes into a block of `room` bytes and throws eof_error beyond it; the
+// room can be changed on the way.
+class FixedSink : public fs::OByteStream {
+ public:
+  FixedSink(unsigned char* data, std::size_t room) : room(room), data_(data) {}
+  void Put(unsigned char byte) override {
+    if (used_ == room) throw fs::eof_error();
+    data_[used_++] = byte;
+  }
+  void CurPos(unsigned long long) override {}
+  unsigned long long CurPos() const override { return used_; }
+  void OSFlush() override {}
+  void Truncate(unsigned long long) override {}
+
+  std::size_t room;
+
+ private:
+  unsigned char* data_;
+  std::size_t used_ = 0;
+};
+
+std::string Repeat(int byte, int count) { return std::string(count, static_cast<char>(byte)); }
+
+std::string Encode(const std::string& plain, bool flush = true) {
+  std::string coded;
+  fs::OStringByteStream sink(coded);
+  StringRLEWriter out(sink);
+  for (char c : plain) out.Put(static_cast<unsigned char>(c));
+  if (flush) out.Flush();
+  return coded;
+}
+
+// Decodes all of `coded`; `cutInBlock` tells whether the end came inside a
+// block.
+std::string Decode(std::string coded, bool* cutInBlock = nullptr) {
+  fs::IStringByteStream source(coded);
+  fs::IRLEByteStream in(source);
+  std::string plain;
+  try {
+    for (;;) plain += static_cast<char>(in.Get());
+  } catch (const fs::eof_error&) {
+    if (cutInBlock != nullptr) *cutInBlock = in.InBlock();
+  }
+  return plain;
+}
+
+std::string Hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string text;
+  for (unsigned char b : bytes) {
+    if (!text.empty()) text += ' ';
+    text += kDigits[b >> 4];
+    text += kDigits[b & 15];
+  }
+  return text;
+}
+
+std::string AllDifferent(int count) {
+  std::string bytes;
+  for (int i = 0; i < count; ++i) bytes += static_cast<char>(i);
+  return bytes;
+}
+
+struct CodeRow {
+  std::string plain;
+  std::string coded;
+};
+
+const std::vector<CodeRow>& CodeTable() {
+  static const std::vector<CodeRow> rows = {
+      {"", ""},
+      {"A", Bytes({0x00, 0x41})},
+      {"AA", Bytes({0xFF, 0x41})},
+      {"AB", Bytes({0x01, 0x41, 0x42})},
+      {"ABB", Bytes({0x02, 0x41, 0x42, 0x42})},
+      {"ABBB", Bytes({0x00, 0x41, 0xFE, 0x42})},
+      {"AAB", Bytes({0xFF, 0x41, 0x00, 0x42})},
+      {Repeat('A', 128), Bytes({0x81, 0x41})},
+      {Repeat('A', 129), Bytes({0x81, 0x41, 0x00, 0x41})},
+      {Repeat('A', 130), Bytes({0x81, 0x41, 0xFF, 0x41})},
+      {Repeat('A', 256), Bytes({0x81, 0x41, 0x81, 0x41})},
+      {AllDifferent(128), Bytes({0x7F}) + AllDifferent(128)},
+      {AllDifferent(129), Bytes({0x7F}) + AllDifferent(128) + Bytes({0x00, 0x80})},
+      // Two equal bytes inside literals stay literals; three start a run.
+      {"ABBA", Bytes({0x03, 0x41, 0x42, 0x42, 0x41})},
+      {"ABBBA", Bytes({0x00, 0x41, 0xFE, 0x42, 0x00, 0x41})},
+      {"ABCCCCD", Bytes({0x01, 0x41, 0x42, 0xFD, 0x43, 0x00, 0x44})},
+      {"AAABBB", Bytes({0xFE, 0x41, 0xFE, 0x42})},
+      {"AABBCC", Bytes({0xFF, 0x41, 0xFF, 0x42, 0xFF, 0x43})},
+      {"ABAB", Bytes({0x03, 0x41, 0x42, 0x41, 0x42})},
+      // The 0x80 byte is data like any other.
+      {Bytes({0x80, 0x80}), Bytes({0xFF, 0x80})},
+      {Bytes({0x80}), Bytes({0x00, 0x80})},
+      // 127 literals and a pair: the pair fills the block to 128 literals.
+      {AllDifferent(127) + "\x7E", Bytes({0x7F}) + AllDifferent(127) + "\x7E"},
+      // 126 literals and three equal bytes: the run is cut out of the literals.
+      {AllDifferent(126) + "\x7D\x7D", Bytes({0x7C}) + AllDifferent(125) + Bytes({0xFE, 0x7D})},
+  };
+  return rows;
+}
+
+TEST(RLEByteStreams, CodeKnownInputsByteForByteBothWays) {
+  for (const CodeRow& row : CodeTable()) {
+    SCOPED_TRACE("plain " + Hex(row.plain.substr(0, 12)) + " (" + std::to_string(row.plain.size()) +
+                 " bytes)");
+    EXPECT_EQ(Hex(Encode(row.plain)), Hex(row.coded));
+    bool cut = true;
+    EXPECT_EQ(Decode(row.coded), row.plain);
+    Decode(row.coded, &cut);
+    EXPECT_FALSE(cut) << "a complete code ends between blocks";
+  }
+}
+
+TEST(IRLEByteStream, AcceptsWhatTheWriterNeverWrites) {
+  const struct {
+    std::string coded;
+    std::string plain;
+  } rows[] = {
+      {Bytes({0x80, 0x80, 0x00, 0x41}), "A"},
+      {Bytes({0x80}), ""},
+      {Bytes({0x00, 0x41, 0x80, 0xFF, 0x42, 0x80}), "ABB"},
+      {Bytes({0x02, 0x41, 0x41, 0x41}), "AAA"},  // a run written as literals
+      {Bytes({0x00, 0x41, 0x00, 0x41}), "AA"},
+      {Bytes({0x81, 0x80}), Repeat(0x80, 128)},  // a no-operation byte as a run's byte
+      {Bytes({0x01, 0x80, 0x80}), Repeat(0x80, 2)},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Hex(Decode(row.coded)), Hex(row.plain)) << Hex(row.coded);
+  }
+}
+
+TEST(ORLEByteStream, FullBlockGoesOutWithoutFlushAndNothingElseDoes) {
+  // 128 different bytes fill a block; nothing more is held back.
+  EXPECT_EQ(Encode(AllDifferent(128), false), Bytes({0x7F}) + AllDifferent(128));
+  EXPECT_EQ(Encode(Repeat('A', 128), false), Bytes({0x81, 0x41}));
+  EXPECT_EQ(Encode(Repeat('A', 127), false), "");
+  EXPECT_EQ(Encode("AB", false), "");
+
+  std::string coded;
+  fs::OStringByteStream sink(coded);
+  {
+    StringRLEWriter out(sink);
+    out.Put('A');
+    out.Flush();
+    out.Flush();
+    EXPECT_EQ(coded, Bytes({0x00, 0x41})) << "a second Flush writes nothing";
+    out.Put('B');
+  }
+  EXPECT_EQ(coded, Bytes({0x00, 0x41})) << "the destructor writes nothing";
+}
+
+TEST(RLEByteStreams, RandomDataComesBackExactly) {
+  std::mt19937 random(1234);
+  // Kinds of data: any bytes, few symbols (many short runs), long runs.
+  for (int round = 0; round < 300; ++round) {
+    const int kind = round % 3;
+    const int length = static_cast<int>(random() % 2000);
+    std::string plain;
+    while (static_cast<int>(plain.size()) < length) {
+      const auto byte = static_cast<char>(kind == 0 ? random() % 256 : random() % 3);
+      plain.append(kind == 2 ? 1 + random() % 300 : 1, byte);
+    }
+    std::string coded;
+    fs::OStringByteStream sink(coded);
+    StringRLEWriter out(sink);
+    out.WriteBlock(reinterpret_cast<const unsigned char*>(plain.data()),
+                   static_cast<std::uint32_t>(plain.size()));
+    out.Flush();
+    ASSERT_EQ(coded, Encode(plain)) << "WriteBlock and Put code alike";
+    ASSERT_EQ(Decode(coded), plain) << "round " << round;
+
+    // Through ReadBlock, exactly as long as the original.
+    fs::IStringByteStream source(coded);
+    fs::IRLEByteStream in(source);
+    std::string back(plain.size(), '\0');
+    in.ReadBlock(reinterpret_cast<unsigned char*>(back.data()),
+                 static_cast<std::uint32_t>(back.size()));
+    ASSERT_EQ(back, plain);
+    EXPECT_THROW(in.Get(), fs::eof_error);
+  }
+}
+
+TEST(IRLEByteStream, CodeCutShortEndsInEofErrorAndSaysWhere) {
+  // Cut every code at every length: the bytes before the cut come back, the
+  // end is eof_error, and InBlock() says whether a block was cut.
+  for (const CodeRow& row : CodeTable()) {
+    // Where each block of the code ends.
+    std::vector<std::size_t> boundaries = {0};
+    for (std::size_t at = 0; at < row.coded.size();) {
+      const auto header = static_cast<signed char>(row.coded[at]);
+      at += header >= 0 ? 2 + header : 2;
+      boundaries.push_back(at);
+    }
+    for (std::size_t cut = 0; cut < row.coded.size(); ++cut) {
+      bool cutInBlock = false;
+      const std::string plain = Decode(row.coded.substr(0, cut), &cutInBlock);
+      bool atBoundary = false;
+      for (std::size_t b : boundaries) atBoundary = atBoundary || b == cut;
+      EXPECT_EQ(cutInBlock, !atBoundary) << Hex(row.coded) << " cut at " << cut;
+      EXPECT_EQ(plain, row.plain.substr(0, plain.size())) << "cut at " << cut;
+    }
+  }
+}
+
+TEST(IRLEByteStream, GoesOnWhereTheCodeBrokeOffWhenMoreArrives) {
+  // The code arrives one byte at a time; every Get() that finds nothing yet is
+  // retried once more has come.
+  const std::string plain = "ABBBBBCD" + Repeat('x', 300) + AllDifferent(200);
+  const std::string coded = Encode(plain);
+  std::deque<unsigned char> arrived;
+  fs::IDequeByteStream source(arrived);
+  fs::IRLEByteStream in(source);
+  std::string back;
+  std::size_t fed = 0;
+  while (back.size() < plain.size()) {
+    try {
+      back += static_cast<char>(in.Get());
+    } catch (const fs::eof_error&) {
+      ASSERT_LT(fed, coded.size());
+      arrived.push_back(static_cast<unsigned char>(coded[fed++]));
+    }
+  }
+  EXPECT_EQ(back, plain);
+  EXPECT_EQ(fed, coded.size());
+}
+
+TEST(RLEByteStreams, HaveNoPositionsAndPassInnerFailuresThrough) {
+  std::string coded = Bytes({0x00, 0x41});
+  fs::IStringByteStream source(coded);
+  fs::IRLEByteStream in(source);
+  EXPECT_THROW(in.CurPos(), fs::byte_stream_exception);
+  EXPECT_THROW(in.CurPos(0), fs::byte_stream_exception);
+  EXPECT_THROW(in.AtTheEnd(), fs::byte_stream_exception);
+  EXPECT_EQ(in.Length(), 0u);
+
+  std::string sinkText;
+  fs::OStringByteStream sink(sinkText);
+  StringRLEWriter out(sink);
+  EXPECT_THROW(out.CurPos(), fs::byte_stream_exception);
+  EXPECT_THROW(out.CurPos(3), fs::byte_stream_exception);
+
+  // A sink with no room: the header fails, and the held-back byte is still
+  // there for a later Flush once the sink has room.
+  unsigned char block[2] = {};
+  FixedSink fixed(block, 0);
+  StringRLEWriter toFixed(fixed);
+  toFixed.Put('Z');
+  EXPECT_THROW(toFixed.Flush(), fs::eof_error);
+  fixed.room = 2;
+  toFixed.Flush();
+  EXPECT_EQ(Hex(std::string(block, block + 2)), "00 5A");
+}
+
+}  // namespace
