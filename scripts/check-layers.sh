@@ -6,12 +6,13 @@
 #   1 base         src/base, tvxcore/base, tvxcore/Export.h, tvxcore/Version.h
 #   2 threads      src/threads, tvxcore/threads (locks and thread identity)
 #   3 utility      src/utility, tvxcore/utility, tvxcore/Locale.h, tvxcore/geom
-#   4 config       src/config, tvxcore/config, tvxcore/ZString.h
-#   5 debug        src/debug, tvxcore/utility/MachineExceptions.h
-#   6 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
-#   7 xml          src/xml, tvxcore/xml
-#   8 proplist     src/proplist, tvxcore/proplist
-#   9 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
+#   4 serialization  src/serialization, tvxcore/serialization (JSON values)
+#   5 config       src/config, tvxcore/config, tvxcore/ZString.h
+#   6 debug        src/debug, tvxcore/utility/MachineExceptions.h
+#   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
+#   8 xml          src/xml, tvxcore/xml
+#   9 proplist     src/proplist, tvxcore/proplist
+#  10 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
@@ -25,21 +26,22 @@ layer_of() {
   local p="${1#include/}"
   p="${p#src/}"
   case "$p" in
-    tvxcore/tvxcore.h) echo 9 ;;
-    tvxcore/utility/FileUtils.h) echo 6 ;;
-    tvxcore/utility/MachineExceptions.h) echo 5 ;;
+    tvxcore/tvxcore.h) echo 10 ;;
+    tvxcore/utility/FileUtils.h) echo 7 ;;
+    tvxcore/utility/MachineExceptions.h) echo 6 ;;
     tvxcore/Export.h | tvxcore/Version.h | tvxcore/Version.h.in) echo 1 ;;
     tvxcore/Locale.h) echo 3 ;;
-    tvxcore/ZString.h) echo 4 ;;
+    tvxcore/ZString.h) echo 5 ;;
     platform/*) echo 0 ;;
     base/* | tvxcore/base/*) echo 1 ;;
     threads/* | tvxcore/threads/*) echo 2 ;;
     utility/* | tvxcore/utility/* | tvxcore/geom/*) echo 3 ;;
-    config/* | tvxcore/config/*) echo 4 ;;
-    debug/* | tvxcore/debug/*) echo 5 ;;
-    filesupport/* | tvxcore/filesupport/*) echo 6 ;;
-    xml/* | tvxcore/xml/*) echo 7 ;;
-    proplist/* | tvxcore/proplist/*) echo 8 ;;
+    serialization/* | tvxcore/serialization/*) echo 4 ;;
+    config/* | tvxcore/config/*) echo 5 ;;
+    debug/* | tvxcore/debug/*) echo 6 ;;
+    filesupport/* | tvxcore/filesupport/*) echo 7 ;;
+    xml/* | tvxcore/xml/*) echo 8 ;;
+    proplist/* | tvxcore/proplist/*) echo 9 ;;
     *) echo -1 ;;
   esac
 }
@@ -53,7 +55,7 @@ known=(
   "src/utility/internal/AllocatorManager.h debug/internal/ContractCheck.h"
 )
 
-names=(platform base threads utility config debug filesupport xml proplist everything)
+names=(platform base threads utility serialization config debug filesupport xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
 status=0
