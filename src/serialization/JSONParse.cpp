@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
@@ -145,12 +146,14 @@ class Parser {
   JSONValue Parse();
 
  private:
-  // An open container: an array or an object, with the key of the member
-  // whose value is being read.
+  // An open container. An array's elements wait on `elements_` from `first`
+  // on, so that it is made at its end in one allocation of its exact size;
+  // an object is made at its start and takes each member as it comes, while
+  // `key` holds the key of the member whose value is being read.
   struct Frame {
-    JSONValue value;
-    JSONArray* array = nullptr;
-    JSONObject* object = nullptr;
+    JSONValue object;
+    JSONObject* members = nullptr;
+    std::size_t first = 0;
     UTF8String key;
   };
 
@@ -181,6 +184,7 @@ class Parser {
   const UTF8Char* p_;
   const UTF8Char* const end_;
   std::vector<Frame> stack_;
+  std::vector<JSONValue> elements_;
 };
 
 bool Parser::AdvanceString(const UTF8Char*& first, const UTF8Char*& last) {
@@ -419,7 +423,7 @@ JSONValue Parser::Parse() {
   for (;;) {
     // A value starts at p_. The text can end here only inside a container,
     // whose own check then fails.
-    if (p_ == end_) Fail(stack_.back().array ? kArrayError : kObjectError);
+    if (p_ == end_) Fail(stack_.back().members ? kObjectError : kArrayError);
     switch (*p_) {
       case '"':
         value = ParseString();
@@ -442,30 +446,28 @@ JSONValue Parser::Parse() {
       case 'n':
         value = ParsePrimitive();
         break;
-      case '[': {
-        Frame& frame = stack_.emplace_back();
-        frame.value = NewValueOf<JSONArray>(frame.array);
+      case '[':
         ++p_;
         SkipSpace();
-        if (!At(']')) continue;  // on to the first element
-        ++p_;
-        value = std::move(frame.value);
-        stack_.pop_back();
-        break;
-      }
-      case '{': {
-        Frame& frame = stack_.emplace_back();
-        frame.value = NewValueOf<JSONObject>(frame.object);
-        ++p_;
-        SkipSpace();
-        if (!At('}')) {
-          ReadKey(frame.key);
-          continue;  // on to the first member's value
+        if (!At(']')) {
+          stack_.emplace_back().first = elements_.size();
+          continue;  // on to the first element
         }
         ++p_;
-        value = std::move(frame.value);
-        stack_.pop_back();
+        value = NewValue(boost::any(JSONArray()));
         break;
+      case '{': {
+        ++p_;
+        SkipSpace();
+        if (At('}')) {
+          ++p_;
+          value = NewValue(boost::any(JSONObject()));
+          break;
+        }
+        Frame& frame = stack_.emplace_back();
+        frame.object = NewValueOf<JSONObject>(frame.members);
+        ReadKey(frame.key);
+        continue;  // on to the first member's value
       }
       default:
         Fail(kValueError);
@@ -479,16 +481,21 @@ JSONValue Parser::Parse() {
         return value;
       }
       Frame& frame = stack_.back();
-      if (frame.array != nullptr) {
-        frame.array->push_back(std::move(value));
+      if (frame.members == nullptr) {
+        elements_.push_back(std::move(value));
         if (At(',')) {
           ++p_;
           SkipSpace();
           break;
         }
         if (!At(']')) Fail(kArrayError);
+        ++p_;
+        const auto first = elements_.begin() + static_cast<std::ptrdiff_t>(frame.first);
+        value = NewValue(boost::any(
+            JSONArray(std::make_move_iterator(first), std::make_move_iterator(elements_.end()))));
+        elements_.erase(first, elements_.end());
       } else {
-        frame.object->insert_or_assign(std::move(frame.key), std::move(value));
+        frame.members->insert_or_assign(std::move(frame.key), std::move(value));
         if (At(',')) {
           ++p_;
           SkipSpace();
@@ -496,9 +503,9 @@ JSONValue Parser::Parse() {
           break;
         }
         if (!At('}')) Fail(kObjectError);
+        ++p_;
+        value = std::move(frame.object);
       }
-      ++p_;
-      value = std::move(frame.value);
       stack_.pop_back();
     }
   }
