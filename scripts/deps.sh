@@ -15,6 +15,7 @@ test_and_bench=(
   libgtest-dev libgmock-dev libbenchmark-dev
   unicode-data python3
   libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev
+  nlohmann-json3-dev rapidjson-dev libsimdjson-dev
 )
 
 case "${1:-all}" in

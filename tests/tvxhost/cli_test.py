@@ -8,6 +8,7 @@ usage and of file failures below, and a sweep of odd argument vectors over
 every subcommand. File failures that need a process without root's power to
 ignore permissions run as the user "nobody" when the test runs as root.
 """
+import json
 import os
 import re
 import shlex
@@ -23,15 +24,16 @@ NOBODY = 65534
 failures = []
 
 
-def run(args, cwd, unprivileged=False, timeout=120):
-    """(status, stdout, stderr) of tvxhost with `args` (str or bytes each)."""
+def run(args, cwd, unprivileged=False, timeout=120, stdin=b""):
+    """(status, stdout, stderr) of tvxhost with `args` (str or bytes each),
+    `stdin` on its standard input."""
     env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "HOME": cwd}
     env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
     kwargs = {}
     if unprivileged and os.geteuid() == 0:
         kwargs = {"user": NOBODY, "group": NOBODY, "extra_groups": []}
     done = subprocess.run([HOST] + list(args), cwd=cwd, env=env, capture_output=True,
-                          timeout=timeout, **kwargs)
+                          input=stdin, timeout=timeout, **kwargs)
     return done.returncode, done.stdout.decode("utf-8", "replace"), \
         done.stderr.decode("utf-8", "replace")
 
@@ -98,7 +100,8 @@ def test_examples(work):
 
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
-    check("the five commands are listed", groups == ["alloc", "errors", "fs", "plist", "text"],
+    check("the six commands are listed",
+          groups == ["alloc", "errors", "fs", "json", "plist", "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -165,6 +168,13 @@ USAGE = [
     (["fs", "copy", "a.txt", ""], "<to> is empty"),
     (["fs", "copy", "a.txt"], "missing <to>"),
     (["fs", "ls", "-r", "-r", "."], "-r is given twice"),
+    (["json", "get"], "missing <path>"),
+    (["json", "get", "", "call.json"], "<path> is empty"),
+    (["json", "get", "params//name", "call.json"], "has an empty part"),
+    (["json", "get", b"a\xffb", "call.json"], "<path> is not valid UTF-8"),
+    (["json", "get", "--nosuch", "a", "call.json"], "unknown option '--nosuch'"),
+    (["json", "pretty", "call.json", "x"], "unexpected argument 'x'"),
+    (["json", "validate", ""], "<file> is empty"),
 ]
 
 
@@ -184,7 +194,9 @@ def make_tree(work):
     for name, text in (("a.txt", "hello\n"), ("unreadable.txt", "secret\n"),
                        ("locked/inside.txt", "x\n"), ("bad.plist", "<prop.map>\n<x>\n</y>\n"),
                        ("unreadable.plist", "<?xml version='1.0'?><prop.map version='4'>"
-                                            "<prop.list/></prop.map>\n")):
+                                            "<prop.list/></prop.map>\n"),
+                       ("call.json", '{"method":"open","params":[{"name":"a.txt","mode":"r"}]}'),
+                       ("bad.json", '{"a": [1,\n  2 3]}\n'), ("unreadable.json", "[]")):
         os.makedirs(os.path.dirname(os.path.join(work, name)) or work, exist_ok=True)
         with open(os.path.join(work, name), "w", encoding="utf-8") as f:
             f.write(text)
@@ -194,6 +206,7 @@ def make_tree(work):
     os.chmod(os.path.join(work, "readonly"), 0o555)
     os.chmod(os.path.join(work, "unreadable.txt"), 0)
     os.chmod(os.path.join(work, "unreadable.plist"), 0)
+    os.chmod(os.path.join(work, "unreadable.json"), 0)
     os.chmod(os.path.join(work, "locked"), 0)
 
 
@@ -238,6 +251,17 @@ FILES = [
     (["plist", "set", "/nonexistent/dir/s.plist", "a", "i32", "1"], False, 1,
      ["'/nonexistent/dir/s.plist'"], []),
     (["plist", "set", "readonly/s.plist", "a", "i32", "1"], True, 1, ["'readonly/s.plist'"], []),
+    (["json", "validate", "bad.json"], False, 1,
+     ["'bad.json' is not valid JSON: ParseArray unexpected char at line 2, column 5 (byte 15)"],
+     []),
+    (["json", "pretty", "missing.json"], False, 1,
+     ["The file 'missing.json' could not be found."], []),
+    (["json", "get", "a", "locked"], False, 1, ["'locked' is a directory, not a file."], []),
+    (["json", "get", "params/1", "call.json"], False, 1, ["no value at 'params/1'"], []),
+    (["json", "get", "params/0/name/x", "call.json"], False, 1,
+     ["no value at 'params/0/name/x'"], []),
+    (["json", "validate", "unreadable.json"], True, 1,
+     ["could not read 'unreadable.json': Permission denied"], []),
 ]
 
 
@@ -279,6 +303,47 @@ def test_plist(work):
     for args, status, text in steps:
         result = run(["plist"] + args, work)
         check("plist " + " ".join(args[:1] + args[2:]), result[0] == status and text in (result[1] if status == 0 else result[2]), result)
+
+
+def test_json(work):
+    """Standard input, proper escaping, hostile and deeply nested documents."""
+    tricky = '{"s": "q\\"b\\\\s\\/ \\t\\n\\u0001\\u007f \\u00e9\\ud83d\\ude00", ' \
+             '"n": [5.0, -0, 18446744073709551615, 1e999, 0.1], "z": null, "e": [{}, []]}'
+    steps = [
+        (["validate"], b"", 0, "valid: no value (the text is empty)\n"),
+        (["validate", "-"], b" [1, [2, [3]]] ", 0,
+         "valid: an array of 2 elements, 6 values, nested 3 deep\n"),
+        (["get", "n/0"], tricky.encode(), 0, "5.0\n"),
+        (["get", "n/2", "-"], tricky.encode(), 0, "18446744073709551615\n"),
+        (["get", "--raw", "s"], b'{"s": "a\\tb"}', 0, "a\tb\n"),
+        (["get", "-r", "e"], tricky.encode(), 0, "[\n  {},\n  []\n]\n"),
+        (["get", "s"], b'{"s": "\\ud800x"}', 0, '"\\ud800x"\n'),
+        (["pretty"], b"[1,", 1, "ParseArray unexpected char at line 1, column 4 (byte 4)"),
+        (["pretty"], b'["\xff"]', 1, "AdvanceString: unexpected char at line 1, column 3"),
+        (["pretty"], b'["a\x00b"]', 1, "AdvanceString: unexpected char"),
+        (["pretty"], b'["\\x"]', 1, "AdvanceString: unexpected char"),
+        (["pretty"], b'["\\u12"]', 1, "EscapeString: unexpected char"),
+        (["validate"], b"[1]\x00", 1, "ParseValue unexpected char at line 1, column 4"),
+        (["validate"], b"[" + b"9" * 10000 + b"]", 0, "valid: an array of 1 element"),
+        (["validate"], b"[" * 1000000, 1, "ParseArray unexpected char"),
+        (["validate"], b"[" * 1000000 + b"]" * 1000000, 0, "nested 1000000 deep"),
+    ]
+    for args, data, status, text in steps:
+        result = run(["json"] + args, work, stdin=data)
+        check(f"json {' '.join(args)} < {data[:30]!r}", result[0] == status and
+              text in (result[1] if status == 0 else result[2]), result)
+    # The pretty printer escapes what needs it: Python reads its output as
+    # the same document.
+    result = run(["json", "pretty"], work, stdin=tricky.encode())
+    try:
+        same = json.loads(result[1]) == json.loads(tricky)
+    except ValueError:
+        same = False
+    check("json pretty output is JSON of the same document", result[0] == 0 and same, result)
+    deep = b'{"a":' * 200000 + b"1" + b"}" * 200000
+    result = run(["json", "pretty"], work, stdin=deep)
+    check("json pretty of a document 200000 deep", result[0] == 0 and
+          len(result[1]) < 100 * len(deep) and result[1].count('"a": {') == 199999, result)
 
 
 def test_deferred(work):
@@ -343,13 +408,14 @@ def main():
             print("note: the build can't be run as nobody; permission rows are skipped")
             global FILES
             FILES = [row for row in FILES if not row[1]]
-        commands = ["alloc", "errors", "fs", "plist", "text", "help"]
+        commands = ["alloc", "errors", "fs", "json", "plist", "text", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
             lambda: test_usage(work),
             lambda: test_files(work, FILES),
             lambda: test_plist(work),
+            lambda: test_json(work),
             lambda: test_deferred(work),
             lambda: test_dictionaries(work),
             lambda: test_odd_arguments(work, commands),
