@@ -349,10 +349,11 @@ JSONValue Parser::ParseNumber() {
     bool exponentNegative = false;
     if (p_ != end_ && (*p_ == '+' || *p_ == '-')) exponentNegative = *p_++ == '-';
     const UTF8Char* exponentDigits = p_;
-    long written = 0;
-    while (p_ != end_ && IsDigit(*p_)) written = written * 10 + (*p_++ - '0');
+    while (p_ != end_ && IsDigit(*p_)) ++p_;
     const std::size_t count = static_cast<std::size_t>(p_ - exponentDigits);
     if (count == 0 || count > 3) return ParseNumberSlowly(start);
+    long written = 0;
+    for (const UTF8Char* d = exponentDigits; d != p_; ++d) written = written * 10 + (*d - '0');
     exponent += exponentNegative ? -written : written;
   }
   if (p_ != end_ && IsNumberChar(*p_)) return ParseNumberSlowly(start);
