@@ -15,10 +15,11 @@
 //   true, false                        bool
 //   null                               NullType (the type of G_NullType)
 //
-// Nesting is bounded by memory alone: parsing, writing and destroying a tree
-// never recurse once per level, so a value nested a million deep parses,
-// writes and goes away on any thread's stack. Destruction without recursion
-// holds for every value the library makes (JSONParse, BuildCall,
+// Nesting is bounded by memory alone: parsing and writing keep stacks of
+// their own, and releasing a tree recurses at most a few dozen levels before
+// a per-thread work list takes over, so a value nested a million deep parses,
+// writes and goes away on any thread's stack. That bound on releasing holds
+// for every value the library makes (JSONParse, BuildCall,
 // MakeJSONValue, ToJSONValue and the `const boost::any&` forms of AddToObject
 // and AppendToArray); a value made with boost::make_shared destroys its own
 // level recursively as usual.
