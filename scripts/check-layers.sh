@@ -6,13 +6,14 @@
 #   1 base         src/base, tvxcore/base, tvxcore/Export.h, tvxcore/Version.h
 #   2 threads      src/threads, tvxcore/threads (locks and thread identity)
 #   3 utility      src/utility, tvxcore/utility, tvxcore/Locale.h, tvxcore/geom
-#   4 config       src/config, tvxcore/config, tvxcore/ZString.h
-#   5 debug        src/debug, tvxcore/utility/MachineExceptions.h
-#   6 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
-#   7 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h
-#   8 xml          src/xml, tvxcore/xml
-#   9 proplist     src/proplist, tvxcore/proplist
-#  10 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
+#   4 serialization  src/serialization, tvxcore/serialization (JSON values)
+#   5 config       src/config, tvxcore/config, tvxcore/ZString.h
+#   6 debug        src/debug, tvxcore/utility/MachineExceptions.h
+#   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
+#   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h
+#   9 xml          src/xml, tvxcore/xml
+#  10 proplist     src/proplist, tvxcore/proplist
+#  11 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
@@ -32,23 +33,24 @@ layer_of() {
   local p="${1#include/}"
   p="${p#src/}"
   case "$p" in
-    tvxcore/tvxcore.h) echo 10 ;;
-    tvxcore/utility/FileUtils.h) echo 6 ;;
-    tvxcore/debug/Trace.h | tvxcore/debug/DebugDatabase.h) echo 7 ;;
-    tvxcore/utility/MachineExceptions.h) echo 5 ;;
+    tvxcore/tvxcore.h) echo 11 ;;
+    tvxcore/utility/FileUtils.h) echo 7 ;;
+    tvxcore/debug/Trace.h | tvxcore/debug/DebugDatabase.h) echo 8 ;;
+    tvxcore/utility/MachineExceptions.h) echo 6 ;;
     tvxcore/Export.h | tvxcore/Version.h | tvxcore/Version.h.in) echo 1 ;;
     tvxcore/Locale.h) echo 3 ;;
-    tvxcore/ZString.h) echo 4 ;;
+    tvxcore/ZString.h) echo 5 ;;
     platform/*) echo 0 ;;
     base/* | tvxcore/base/*) echo 1 ;;
     threads/* | tvxcore/threads/*) echo 2 ;;
     utility/* | tvxcore/utility/* | tvxcore/geom/*) echo 3 ;;
-    config/* | tvxcore/config/*) echo 4 ;;
-    debug/* | tvxcore/debug/*) echo 5 ;;
-    filesupport/* | tvxcore/filesupport/*) echo 6 ;;
-    diagnostics/*) echo 7 ;;
-    xml/* | tvxcore/xml/*) echo 8 ;;
-    proplist/* | tvxcore/proplist/*) echo 9 ;;
+    serialization/* | tvxcore/serialization/*) echo 4 ;;
+    config/* | tvxcore/config/*) echo 5 ;;
+    debug/* | tvxcore/debug/*) echo 6 ;;
+    filesupport/* | tvxcore/filesupport/*) echo 7 ;;
+    diagnostics/*) echo 8 ;;
+    xml/* | tvxcore/xml/*) echo 9 ;;
+    proplist/* | tvxcore/proplist/*) echo 10 ;;
     *) echo -1 ;;
   esac
 }
@@ -69,7 +71,7 @@ known_links=(
   "src/utility/SmallBlockAllocator.cpp _ZN7tvxcore5debug8internal17ContractViolation"
 )
 
-names=(platform base threads utility config debug filesupport diagnostics xml proplist everything)
+names=(platform base threads utility serialization config debug filesupport diagnostics xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
 status=0

@@ -64,5 +64,6 @@
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/proplist/PropListXMLHandler.h"
 #include "tvxcore/proplist/PropNodes.h"
+#include "tvxcore/serialization/JSON.h"
 #include "tvxcore/xml/ExpatParser.h"
 #include "tvxcore/xml/XMLParser.h"

@@ -8,6 +8,7 @@ usage and of file failures below, and a sweep of odd argument vectors over
 every subcommand. File failures that need a process without root's power to
 ignore permissions run as the user "nobody" when the test runs as root.
 """
+import json
 import os
 import re
 import shlex
@@ -104,7 +105,7 @@ def test_examples(work):
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
-          groups == ["alloc", "crc", "errors", "fs", "plist", "rle", "text"],
+          groups == ["alloc", "crc", "errors", "fs", "json", "plist", "rle", "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -177,6 +178,13 @@ USAGE = [
     (["rle", "--decode=yes"], "-d takes no value"),
     (["crc", ""], "<file> is empty"),
     (["crc", "--x"], "unknown option '--x'"),
+    (["json", "get"], "missing <path>"),
+    (["json", "get", "", "call.json"], "<path> is empty"),
+    (["json", "get", "params//name", "call.json"], "has an empty part"),
+    (["json", "get", b"a\xffb", "call.json"], "<path> is not valid UTF-8"),
+    (["json", "get", "--nosuch", "a", "call.json"], "unknown option '--nosuch'"),
+    (["json", "pretty", "call.json", "x"], "unexpected argument 'x'"),
+    (["json", "validate", ""], "<file> is empty"),
 ]
 
 
@@ -196,7 +204,9 @@ def make_tree(work):
     for name, text in (("a.txt", "hello\n"), ("unreadable.txt", "secret\n"),
                        ("locked/inside.txt", "x\n"), ("bad.plist", "<prop.map>\n<x>\n</y>\n"),
                        ("unreadable.plist", "<?xml version='1.0'?><prop.map version='4'>"
-                                            "<prop.list/></prop.map>\n")):
+                                            "<prop.list/></prop.map>\n"),
+                       ("call.json", '{"method":"open","params":[{"name":"a.txt","mode":"r"}]}'),
+                       ("bad.json", '{"a": [1,\n  2 3]}\n'), ("unreadable.json", "[]")):
         os.makedirs(os.path.dirname(os.path.join(work, name)) or work, exist_ok=True)
         with open(os.path.join(work, name), "w", encoding="utf-8") as f:
             f.write(text)
@@ -206,6 +216,7 @@ def make_tree(work):
     os.chmod(os.path.join(work, "readonly"), 0o555)
     os.chmod(os.path.join(work, "unreadable.txt"), 0)
     os.chmod(os.path.join(work, "unreadable.plist"), 0)
+    os.chmod(os.path.join(work, "unreadable.json"), 0)
     os.chmod(os.path.join(work, "locked"), 0)
 
 
@@ -255,6 +266,17 @@ FILES = [
     (["crc", "a.txt", "locked/inside.txt"], True, 1,
      ["'locked/inside.txt'", "Access to the directory 'locked' was denied"], []),
     (["crc", "unreadable.txt"], True, 1, ["could not read the file 'unreadable.txt'"], []),
+    (["json", "validate", "bad.json"], False, 1,
+     ["'bad.json' is not valid JSON: ParseArray unexpected char at line 2, column 5 (byte 15)"],
+     []),
+    (["json", "pretty", "missing.json"], False, 1,
+     ["The file 'missing.json' could not be found."], []),
+    (["json", "get", "a", "locked"], False, 1, ["'locked' is a directory, not a file."], []),
+    (["json", "get", "params/1", "call.json"], False, 1, ["no value at 'params/1'"], []),
+    (["json", "get", "params/0/name/x", "call.json"], False, 1,
+     ["no value at 'params/0/name/x'"], []),
+    (["json", "validate", "unreadable.json"], True, 1,
+     ["could not read 'unreadable.json': Permission denied"], []),
 ]
 
 
@@ -334,6 +356,47 @@ def test_codecs(work):
                                              hex8(b"hello\n")[:-1] + "\ta.txt\n", ""), both)
 
 
+def test_json(work):
+    """Standard input, proper escaping, hostile and deeply nested documents."""
+    tricky = '{"s": "q\\"b\\\\s\\/ \\t\\n\\u0001\\u007f \\u00e9\\ud83d\\ude00", ' \
+             '"n": [5.0, -0, 18446744073709551615, 1e999, 0.1], "z": null, "e": [{}, []]}'
+    steps = [
+        (["validate"], b"", 0, "valid: no value (the text is empty)\n"),
+        (["validate", "-"], b" [1, [2, [3]]] ", 0,
+         "valid: an array of 2 elements, 6 values, nested 3 deep\n"),
+        (["get", "n/0"], tricky.encode(), 0, "5.0\n"),
+        (["get", "n/2", "-"], tricky.encode(), 0, "18446744073709551615\n"),
+        (["get", "--raw", "s"], b'{"s": "a\\tb"}', 0, "a\tb\n"),
+        (["get", "-r", "e"], tricky.encode(), 0, "[\n  {},\n  []\n]\n"),
+        (["get", "s"], b'{"s": "\\ud800x"}', 0, '"\\ud800x"\n'),
+        (["pretty"], b"[1,", 1, "ParseArray unexpected char at line 1, column 4 (byte 4)"),
+        (["pretty"], b'["\xff"]', 1, "AdvanceString: unexpected char at line 1, column 3"),
+        (["pretty"], b'["a\x00b"]', 1, "AdvanceString: unexpected char"),
+        (["pretty"], b'["\\x"]', 1, "AdvanceString: unexpected char"),
+        (["pretty"], b'["\\u12"]', 1, "EscapeString: unexpected char"),
+        (["validate"], b"[1]\x00", 1, "ParseValue unexpected char at line 1, column 4"),
+        (["validate"], b"[" + b"9" * 10000 + b"]", 0, "valid: an array of 1 element"),
+        (["validate"], b"[" * 1000000, 1, "ParseArray unexpected char"),
+        (["validate"], b"[" * 1000000 + b"]" * 1000000, 0, "nested 1000000 deep"),
+    ]
+    for args, data, status, text in steps:
+        result = run(["json"] + args, work, stdin=data)
+        check(f"json {' '.join(args)} < {data[:30]!r}", result[0] == status and
+              text in (result[1] if status == 0 else result[2]), result)
+    # The pretty printer escapes what needs it: Python reads its output as
+    # the same document.
+    result = run(["json", "pretty"], work, stdin=tricky.encode())
+    try:
+        same = json.loads(result[1]) == json.loads(tricky)
+    except ValueError:
+        same = False
+    check("json pretty output is JSON of the same document", result[0] == 0 and same, result)
+    deep = b'{"a":' * 200000 + b"1" + b"}" * 200000
+    result = run(["json", "pretty"], work, stdin=deep)
+    check("json pretty of a document 200000 deep", result[0] == 0 and
+          len(result[1]) < 100 * len(deep) and result[1].count('"a": {') == 199999, result)
+
+
 def test_deferred(work):
     result = run(["errors", "test", "--deferred"], work)
     lines = [line for line in result[2].splitlines() if "(deferred)" in line]
@@ -396,7 +459,7 @@ def main():
             print("note: the build can't be run as nobody; permission rows are skipped")
             global FILES
             FILES = [row for row in FILES if not row[1]]
-        commands = ["alloc", "crc", "errors", "fs", "plist", "rle", "text", "help"]
+        commands = ["alloc", "crc", "errors", "fs", "json", "plist", "rle", "text", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
@@ -404,6 +467,7 @@ def main():
             lambda: test_files(work, FILES),
             lambda: test_plist(work),
             lambda: test_codecs(work),
+            lambda: test_json(work),
             lambda: test_deferred(work),
             lambda: test_dictionaries(work),
             lambda: test_odd_arguments(work, commands),

@@ -13,7 +13,7 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alloc crc errors fs plist rle text help"
+    local commands="alloc crc errors fs json plist rle text help"
     # Find the command and subcommand, skipping the global options.
     local i=1 command="" sub=""
     while ((i < cword)); do
@@ -60,6 +60,7 @@ _tvxhost() {
         alloc) subs="classes size stress" ;;
         errors) subs="test substitute zstring contract" ;;
         fs) subs="info ls volumes legalname copy" ;;
+        json) subs="validate pretty get" ;;
         plist) subs="show get set tojson validate" ;;
         text) subs="calc number utf8 normalize upper lower fold title" ;;
         help)
@@ -78,6 +79,7 @@ _tvxhost() {
         errors/test) options+=" --fatal --deferred" ;;
         fs/ls) options+=" -r" ;;
         fs/copy) options+=" --force" ;;
+        json/get) options+=" --raw -r" ;;
         plist/set) options+=" --force" ;;
         text/number) options+=" --group --digits --plus" ;;
     esac
@@ -86,7 +88,8 @@ _tvxhost() {
         return
     fi
     case $command/$sub in
-        fs/info | fs/ls | fs/copy | plist/show | plist/get | plist/tojson | plist/validate)
+        fs/info | fs/ls | fs/copy | plist/show | plist/get | plist/tojson | plist/validate | \
+            json/validate | json/pretty)
             compopt -o filenames 2>/dev/null
             COMPREPLY=($(compgen -f -- "$cur"))
             ;;
@@ -100,6 +103,15 @@ _tvxhost() {
                                 string[] ustring[] bool[] u16[] u32[] i32[] i64[] u64[] float[]
                                 double[]" -- "$cur")) ;;
             esac
+            ;;
+        json/get)
+            # path, then the file
+            local n=0 j
+            for ((j = i + 2; j < cword; j++)); do [[ ${words[j]} == -* ]] || ((n++)); done
+            if ((n == 1)); then
+                compopt -o filenames 2>/dev/null
+                COMPREPLY=($(compgen -f -- "$cur"))
+            fi
             ;;
         text/normalize)
             [[ $prev == normalize ]] && COMPREPLY=($(compgen -W "nfc nfd nfkc nfkd" -- "$cur"))
