@@ -1,10 +1,12 @@
 # Checks the objects of files compiled above the baseline processor (the
-# AVX2 and AVX-512 kernels): each may define one symbol that other files see,
-# its constant set of functions (k...Kernels), and no code that runs before the
-# dispatcher has looked at the processor. A weak symbol here means an inline
-# function compiled for that instruction set which the linker may hand to
-# baseline callers; a constructor means code that runs at load time on any
-# processor. The one weak symbol allowed is the unwinder's personality pointer
+# AVX2 and AVX-512 text kernels, the carry-less-multiply CRC kernels): other
+# files may reach each only through its entry points, a text kernel file
+# through its constant set of functions (k...Kernels), a CRC file through its
+# Update/Finish functions, and none runs code before the dispatcher has
+# looked at the processor. A weak symbol here means an inline function
+# compiled for that instruction set which the linker may hand to baseline
+# callers; a constructor means code that runs at load time on any processor.
+# The one weak symbol allowed is the unwinder's personality pointer
 # (DW.ref.__gxx_personality_v0), which is data.
 #
 #   cmake -DNM=nm -DOBJDUMP=objdump -DINSTRUMENTED=OFF -DOBJECTS=a.o;b.o -P <this file>
@@ -20,9 +22,12 @@ foreach(object ${OBJECTS})
   endif()
   string(REPLACE "\n" ";" symbols "${symbols}")
   set(sets 0)
+  set(entries 0)
   foreach(line ${symbols})
     if(line MATCHES " [DR] tvxcore::utility::internal::k[A-Za-z0-9]+Kernels$")
       math(EXPR sets "${sets} + 1")
+    elseif(line MATCHES " T tvxcore::filesupport::internal::(Update|Finish)CRC32[A-Z0-9]+\\(")
+      math(EXPR entries "${entries} + 1")
     elseif(line MATCHES " V DW\\.ref\\.__gxx_personality_v0$")
       # A pointer to the C++ unwinder's personality routine that the compiler
       # emits beside any code with cleanups (sanitizer builds add some): data,
@@ -32,7 +37,11 @@ foreach(object ${OBJECTS})
                           "Give it internal linkage (utility/internal/UnicodeKernelsLoops.h).")
     endif()
   endforeach()
-  if(NOT sets EQUAL 1)
+  if(object MATCHES "CRC32_[a-z0-9]+\\.cpp\\.o$")
+    if(sets GREATER 0 OR entries EQUAL 0)
+      message(FATAL_ERROR "${object} must define CRC entry points and no kernel set")
+    endif()
+  elseif(NOT sets EQUAL 1 OR entries GREATER 0)
     message(FATAL_ERROR "${object} must define exactly one kernel set, not ${sets}")
   endif()
   if(NOT INSTRUMENTED)
