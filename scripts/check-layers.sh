@@ -62,6 +62,9 @@ known=(
   # which goes to config::ThrowError. Its files are being rewritten by their
   # owner, who moves the report behind a handler passed down.
   "src/utility/internal/AllocatorManager.h debug/internal/ContractCheck.h"
+  # The per-thread cache reports a block given back twice (debug builds) the
+  # same way, and moves with it.
+  "src/utility/internal/ThreadCache.cpp debug/internal/ContractCheck.h"
 )
 
 # Symbols of a higher layer that an object file is known to need, one
@@ -69,6 +72,7 @@ known=(
 known_links=(
   # The allocator's contract report, as for its include above.
   "src/utility/SmallBlockAllocator.cpp _ZN7tvxcore5debug8internal17ContractViolation"
+  "src/utility/internal/ThreadCache.cpp _ZN7tvxcore5debug8internal17ContractViolation"
 )
 
 names=(platform base threads utility serialization config debug filesupport diagnostics xml proplist everything)
