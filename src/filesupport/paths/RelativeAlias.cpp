@@ -247,7 +247,7 @@ UTF16String WindowsToNative(const UTF16String& path) {
   if (!head.empty() && !rest.empty() && rest.front() != kFilePathSeparator)
     head.push_back(kFilePathSeparator);
   UTF16String out = head + rest;
-  IfDir_RemoveTrailingSeparator(out);
+  RelativeAlias::IfDir_RemoveTrailingSeparator(out);
   return out;
 }
 
