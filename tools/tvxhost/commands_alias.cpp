@@ -89,6 +89,7 @@ int Resolve(const Args& raw) {
   std::string name;
   std::string text = ReadRecord(args[0], name);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  if (text.empty()) throw Failure(name + " holds no alias record");
   UTF16String base;
   bool baseIsDir = false;
   const UTF16String* basePath = Base(args, base, baseIsDir);
