@@ -30,9 +30,12 @@ TEST_F(AliasesTest, ResolveIfAliasFollowsOnlyLinksNamedLnk) {
     bool isDir;
   };
   const Row rows[] = {
-      {"file.lnk", "data/target.txt", false}, {"dir.lnk", "data/folder", true},
-      {"CAPS.LNK", "data/target.txt", false}, {"broken.lnk", nullptr, false},
-      {"plain", nullptr, false},              {"real.lnk", nullptr, false},
+      {"file.lnk", "data/target.txt", false},
+      {"dir.lnk", "data/folder", true},
+      {"CAPS.LNK", "data/target.txt", false},
+      {"broken.lnk", nullptr, false},
+      {"plain", nullptr, false},
+      {"real.lnk", nullptr, false},
       {"missing.lnk", nullptr, false},
   };
   for (const Row& row : rows) {

@@ -157,9 +157,9 @@ TEST_F(RelativeAliasTest, FollowsATreeThatMoved) {
     std::filesystem::rename(root_ / tree, root_ / (tree + "-moved"));
     const UTF16String movedBase = FromBytes(Native(tree + "-moved/" + row.base));
     const UTF16String found = alias.ResolveAlias(&movedBase, baseIsDir, false, true, result);
-    EXPECT_EQ(ToBytes(found), ToBytes(filesupport::Dir(FromBytes(Native(tree + "-moved/" +
-                                                                          row.target)))
-                                          .FullPath()))
+    EXPECT_EQ(
+        ToBytes(found),
+        ToBytes(filesupport::Dir(FromBytes(Native(tree + "-moved/" + row.target))).FullPath()))
         << row.target;
     EXPECT_EQ(result.Bits(), RelativeAlias::kResolved | RelativeAlias::kRelocated) << row.target;
     // Without the base only the recorded path is tried, and it is gone.
@@ -242,8 +242,7 @@ TEST_F(RelativeAliasTest, DamagedAndHostileRecordsRaiseTheirErrors) {
          a.ascendCountBase = 100000;
        },
        -1},
-      {"no path", [](RelativeAlias& a) { a.fullPath.clear(); },
-       fu::kRelativeAliasDirNotFound},
+      {"no path", [](RelativeAlias& a) { a.fullPath.clear(); }, fu::kRelativeAliasDirNotFound},
       {"climbing in the path", [](RelativeAlias& a) { a.fullPath = u"/tmp/../../etc/t"; },
        fu::kRelativeAliasInvalidPath},
       {"a relative path", [](RelativeAlias& a) { a.fullPath = u"t"; },

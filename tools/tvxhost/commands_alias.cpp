@@ -42,9 +42,7 @@ const UTF16String* Base(const ArgList& args, UTF16String& storage, bool& isDir) 
   return &storage;
 }
 
-std::string Native(const UTF16String& path) {
-  return filesupport::File(path).FullPathMultiByte();
-}
+std::string Native(const UTF16String& path) { return filesupport::File(path).FullPathMultiByte(); }
 
 int Make(const Args& raw) {
   const ArgList args(raw, {{"--base", "-b", true}, {"--plist", "", false}}, {"<target>"});

@@ -93,8 +93,8 @@ bool FindExisting(const UTF16String& path, UTF16String& out) {
     out = path;
     return true;
   }
-  for (int form = kUnicodeNormalizationComposed; form <= kUnicodeNormalizationCompatibilityDecomposed;
-       ++form) {
+  for (int form = kUnicodeNormalizationComposed;
+       form <= kUnicodeNormalizationCompatibilityDecomposed; ++form) {
     UTF16String candidate = NormalizedString(path, static_cast<UnicodeNormalizationForm>(form));
     if (candidate != path && FileOrDirExists(candidate)) {
       out = std::move(candidate);
@@ -126,8 +126,12 @@ UTF8String EscapedJSONText(const UTF16String& text) {
   out.reserve(text.size() + 8);
   auto escape = [&out](unsigned unit) {
     static const char kHex[] = "0123456789abcdef";
-    const char digits[] = {'\\', 'u', kHex[(unit >> 12) & 15], kHex[(unit >> 8) & 15],
-                           kHex[(unit >> 4) & 15], kHex[unit & 15]};
+    const char digits[] = {'\\',
+                           'u',
+                           kHex[(unit >> 12) & 15],
+                           kHex[(unit >> 8) & 15],
+                           kHex[(unit >> 4) & 15],
+                           kHex[unit & 15]};
     out.append(reinterpret_cast<const UTF8Char*>(digits), sizeof digits);
   };
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -196,8 +200,7 @@ void JSONText(const serialization::JSONObject& object, const char* name, UTF16St
     out = UTF8to16(*text);
   }
 }
-void JSONCount(const serialization::JSONObject& object, const char* name,
-               unsigned long long& out) {
+void JSONCount(const serialization::JSONObject& object, const char* name, unsigned long long& out) {
   if (const boost::any* value = JSONMember(object, name)) {
     if (const auto* u = boost::any_cast<std::uint64_t>(value)) {
       out = *u;
@@ -225,14 +228,13 @@ UTF16String WindowsToNative(const UTF16String& path) {
   UTF16String head;
   if (path.starts_with(u"\\\\")) {
     const std::size_t serverEnd = path.find(kFilePathSeparator_WIN, 2);
-    const UTF16String server = path.substr(2, serverEnd == UTF16String::npos ? UTF16String::npos
-                                                                             : serverEnd - 2);
+    const UTF16String server =
+        path.substr(2, serverEnd == UTF16String::npos ? UTF16String::npos : serverEnd - 2);
     UTF16String share;
     if (serverEnd != UTF16String::npos) {
       const std::size_t shareEnd = path.find(kFilePathSeparator_WIN, serverEnd + 1);
-      share = path.substr(serverEnd + 1, shareEnd == UTF16String::npos
-                                             ? UTF16String::npos
-                                             : shareEnd - serverEnd - 1);
+      share = path.substr(serverEnd + 1, shareEnd == UTF16String::npos ? UTF16String::npos
+                                                                       : shareEnd - serverEnd - 1);
       if (shareEnd != UTF16String::npos) rest = path.substr(shareEnd);
     }
     if (!filesupport::internal::FindShareMount(server, share, head)) head = u"/Volumes/" + share;
@@ -432,8 +434,8 @@ bool RelativeAlias::operator==(const RelativeAlias& other) const {
   return magic == other.magic && platformFlags == other.platformFlags &&
          fullPath == other.fullPath && serverName == other.serverName &&
          serverVolumeName == other.serverVolumeName &&
-         ascendCountTarget == other.ascendCountTarget &&
-         ascendCountBase == other.ascendCountBase && targetIsFolder == other.targetIsFolder;
+         ascendCountTarget == other.ascendCountTarget && ascendCountBase == other.ascendCountBase &&
+         targetIsFolder == other.targetIsFolder;
 }
 
 UTF16String RelativeAlias::p_GetPathTail() const {

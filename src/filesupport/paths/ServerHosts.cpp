@@ -145,8 +145,7 @@ bool SplitNetworkSource(const std::string& source, std::string& server, std::str
 bool FindShareMount(const UTF16String& server, const UTF16String& share, UTF16String& mountPath) {
   namespace fu = utility::FileUtils;
   UTF16String wanted = share;
-  while (!wanted.empty() && (wanted.front() == u'/' || wanted.front() == u'\\'))
-    wanted.erase(0, 1);
+  while (!wanted.empty() && (wanted.front() == u'/' || wanted.front() == u'\\')) wanted.erase(0, 1);
   for (const auto& mount : platform::ReadMounts()) {
     std::string mountServer, mountShare;
     if (!platform::IsNetworkFileSystem(mount.fsType) ||
