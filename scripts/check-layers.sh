@@ -12,7 +12,9 @@
 #   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
 #   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h
 #   9 xml          src/xml, tvxcore/xml
-#  10 proplist     src/proplist, tvxcore/proplist
+#  10 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
+#                  src/filesupport/paths/RelativeAlias.cpp (relative aliases are
+#                  stored as property lists)
 #  11 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
@@ -35,6 +37,7 @@ layer_of() {
   case "$p" in
     tvxcore/tvxcore.h) echo 11 ;;
     tvxcore/utility/FileUtils.h) echo 7 ;;
+    tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 10 ;;
     tvxcore/debug/Trace.h | tvxcore/debug/DebugDatabase.h) echo 8 ;;
     tvxcore/utility/MachineExceptions.h) echo 6 ;;
     tvxcore/Export.h | tvxcore/Version.h | tvxcore/Version.h.in) echo 1 ;;

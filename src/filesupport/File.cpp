@@ -11,6 +11,7 @@
 #include "filesupport/internal/PathCodec.h"
 #include "filesupport/internal/TextFold.h"
 #include "platform/FileSystem.h"
+#include "tvxcore/filesupport/Aliases.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/utility/FileUtils.h"
 
@@ -75,12 +76,11 @@ UTF16String JoinPath(const UTF16String& dir, const UTF16String& name) {
 // The target of an alias ("*.lnk" symbolic link) at `path`, when it is of the
 // kind wanted.
 bool ResolveAliasPath(const UTF16String& path, bool wantDir, UTF16String& out) {
-  File candidate{path};
-  if (candidate.GetExtension(true) != u".lnk" || !candidate.Exists()) return false;
-  UTF16String target = path;
+  File file;
+  Dir dir;
   bool isDir = false;
-  if (fu::ResolveIT(target, isDir) != 0 || isDir != wantDir) return false;
-  out = target;
+  if (!ResolveIfAlias(File(path), file, dir, isDir) || isDir != wantDir) return false;
+  out = isDir ? dir.FullPath() : file.FullPath();
   return true;
 }
 

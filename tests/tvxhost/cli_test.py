@@ -105,7 +105,7 @@ def test_examples(work):
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
-          groups == ["alloc", "crc", "errors", "fs", "json", "plist", "rle", "text"],
+          groups == ["alias", "alloc", "crc", "errors", "fs", "json", "plist", "rle", "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -185,6 +185,12 @@ USAGE = [
     (["json", "get", "--nosuch", "a", "call.json"], "unknown option '--nosuch'"),
     (["json", "pretty", "call.json", "x"], "unexpected argument 'x'"),
     (["json", "validate", ""], "<file> is empty"),
+    (["alias", "make"], "missing <target>"),
+    (["alias", "make", ""], "<target> is empty"),
+    (["alias", "make", "a.txt", "--base"], "--base needs a value"),
+    (["alias", "make", "a.txt", "--base", ""], "--base is empty"),
+    (["alias", "resolve"], "missing <record>"),
+    (["alias", "resolve", "r.json", "--no-mount=1"], "--no-mount takes no value"),
 ]
 
 
@@ -276,6 +282,16 @@ FILES = [
     (["json", "get", "params/0/name/x", "call.json"], False, 1,
      ["no value at 'params/0/name/x'"], []),
     (["json", "validate", "unreadable.json"], True, 1,
+     ["could not read 'unreadable.json': Permission denied"], []),
+    (["alias", "make", "missing.txt"], False, 1, ["missing.txt' could not be found."], []),
+    (["alias", "resolve", "missing.json"], False, 1,
+     ["The file 'missing.json' could not be found."], []),
+    (["alias", "resolve", "bad.json"], False, 1,
+     ["'bad.json' is not a usable alias record: Alias: Magic Error"], []),
+    (["alias", "resolve", "call.json"], False, 1,
+     ["'call.json' is not a usable alias record: Alias: Magic Error"], []),
+    (["alias", "resolve", "locked"], False, 1, ["'locked' is a directory, not a file."], []),
+    (["alias", "resolve", "unreadable.json"], True, 1,
      ["could not read 'unreadable.json': Permission denied"], []),
 ]
 
@@ -397,6 +413,62 @@ def test_json(work):
           len(result[1]) < 100 * len(deep) and result[1].count('"a": {') == 199999, result)
 
 
+def test_alias(work):
+    """A record follows its tree; damaged and hostile records fail in words."""
+    tree = os.path.join(work, "project")
+    os.makedirs(os.path.join(tree, "media"), exist_ok=True)
+    names = ["a.wav", "caf\u00e9.wav", "q\"b\\s.wav"]
+    for name in names:
+        open(os.path.join(tree, "media", name), "w").close()
+    records = {}
+    for name in names:
+        result = run(["alias", "make", "project/media/" + name, "--base", "project/edit.doc"], work)
+        check("alias make " + name, result[0] == 0 and result[1].count("\n") == 1, result)
+        records[name] = result[1].encode()
+        try:
+            fields = json.loads(result[1])["SerializerWrappedObject"]
+            check("alias make " + name + ": the record",
+                  fields["fullpath"] == os.path.join(tree, "media", name) and
+                  fields["ascendcount_base"] == 1 and fields["ascendcount_target"] == 2, result)
+        except (ValueError, KeyError):
+            check("alias make " + name + " prints JSON", False, result)
+    plist = run(["alias", "make", "--plist", "project/media/a.wav", "-b", "project/"], work)
+    check("alias make --plist", plist[0] == 0 and "ascendcount_base" in plist[1], plist)
+    os.rename(tree, tree + "-moved")
+    try:
+        for name in names:
+            result = run(["alias", "resolve", "-", "--base", "project-moved/edit.doc"], work,
+                         stdin=records[name])
+            check("alias resolve after the move: " + name, result[0] == 0 and
+                  result[1] == os.path.join(tree + "-moved", "media", name) + "\n", result)
+        result = run(["alias", "resolve", "-", "--base", "project-moved/"], work,
+                     stdin=plist[1].encode())
+        check("alias resolve of a property list", result[0] == 0 and
+              result[1] == os.path.join(tree + "-moved", "media", "a.wav") + "\n", result)
+        gone = run(["alias", "resolve", "-"], work, stdin=records["a.wav"])
+        check("alias resolve without the base", gone[0] == 1 and
+              "was not found: not at '" + os.path.join(tree, "media", "a.wav") in gone[2], gone)
+    finally:
+        os.rename(tree + "-moved", tree)
+    wrapped = '{"SerializerWrappedObject":{%s}}'
+    hostile = [
+        (wrapped % '"fullpath":"/x/t","ascendcount_base":1,"ascendcount_target":100000',
+         "Alias: Invalid ascend count '99998'."),
+        (wrapped % '"fullpath":"/x/t","ascendcount_base":100000,"ascendcount_target":1',
+         "was not found: not at '/x/t', nor relative to the base"),
+        (wrapped % '"fullpath":"/x/../../etc/passwd"',
+         "Alias: invalid file path '/x/../../etc/passwd'."),
+        (wrapped % '"fullpath":"/x/t","ascendcount_base":-1', "Invalid ascend count '-1'."),
+        (b'{"SerializerWrappedObject":{"fullpath":"/\xff"}}', "Alias: Magic Error"),
+        ("\n", "standard input holds no alias record"),
+    ]
+    for text, message in hostile:
+        data = text if isinstance(text, bytes) else text.encode()
+        result = run(["alias", "resolve", "-", "--base", "a.txt"], work, stdin=data)
+        check(f"alias resolve < {data[:60]!r}", result[0] == 1 and message in result[2] and
+              result[2].count("tvxhost: ") == 1, result)
+
+
 def test_deferred(work):
     result = run(["errors", "test", "--deferred"], work)
     lines = [line for line in result[2].splitlines() if "(deferred)" in line]
@@ -459,7 +531,8 @@ def main():
             print("note: the build can't be run as nobody; permission rows are skipped")
             global FILES
             FILES = [row for row in FILES if not row[1]]
-        commands = ["alloc", "crc", "errors", "fs", "json", "plist", "rle", "text", "help"]
+        commands = ["alias", "alloc", "crc", "errors", "fs", "json", "plist", "rle", "text",
+                    "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
@@ -468,6 +541,7 @@ def main():
             lambda: test_plist(work),
             lambda: test_codecs(work),
             lambda: test_json(work),
+            lambda: test_alias(work),
             lambda: test_deferred(work),
             lambda: test_dictionaries(work),
             lambda: test_odd_arguments(work, commands),

@@ -13,7 +13,7 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alloc crc errors fs json plist rle text help"
+    local commands="alias alloc crc errors fs json plist rle text help"
     # Find the command and subcommand, skipping the global options.
     local i=1 command="" sub=""
     while ((i < cword)); do
@@ -57,6 +57,7 @@ _tvxhost() {
             fi
             return
             ;;
+        alias) subs="make resolve" ;;
         alloc) subs="classes size stress" ;;
         errors) subs="test substitute zstring contract" ;;
         fs) subs="info ls volumes legalname copy" ;;
@@ -76,6 +77,8 @@ _tvxhost() {
 
     local options="--help"
     case $command/$sub in
+        alias/make) options+=" --base -b --plist" ;;
+        alias/resolve) options+=" --base -b --no-mount" ;;
         errors/test) options+=" --fatal --deferred" ;;
         fs/ls) options+=" -r" ;;
         fs/copy) options+=" --force" ;;
@@ -88,7 +91,7 @@ _tvxhost() {
         return
     fi
     case $command/$sub in
-        fs/info | fs/ls | fs/copy | plist/show | plist/get | plist/tojson | plist/validate | \
+        alias/make | alias/resolve | fs/info | fs/ls | fs/copy | plist/show | plist/get | plist/tojson | plist/validate | \
             json/validate | json/pretty)
             compopt -o filenames 2>/dev/null
             COMPREPLY=($(compgen -f -- "$cur"))

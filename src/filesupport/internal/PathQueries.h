@@ -3,6 +3,8 @@
 // again.
 #pragma once
 
+#include <string>
+
 #include "platform/FileSystem.h"
 #include "tvxcore/utility/StringTypes.h"
 
@@ -15,5 +17,14 @@ bool AttributesOf(const UTF16String& path, platform::FileAttributes& out, int* e
 // The mount that holds an absolute native path: the one with the longest
 // matching prefix. False for a relative or Windows-form path.
 bool MountOf(const UTF16String& path, platform::MountPoint& out);
+
+// Server and share of a network mount's source: "//server/share/..." or
+// "server:/export".
+bool SplitNetworkSource(const std::string& source, std::string& server, std::string& share);
+
+// The mount point of the share `share` of `server` (names compared as
+// PathsEqual, leading separators of the share ignored) that is a directory
+// now; false when there is none.
+bool FindShareMount(const UTF16String& server, const UTF16String& share, UTF16String& mountPath);
 
 }  // namespace tvxcore::filesupport::internal

@@ -3,6 +3,7 @@
 
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
+#include "tvxcore/filesupport/Aliases.h"
 #include "tvxcore/utility/FileUtils.h"
 
 namespace tvxcore::utility::FileUtils {
@@ -41,3 +42,36 @@ long CreateLink(const UTF16String& target, const UTF16String& link) {
 }
 
 }  // namespace tvxcore::utility::FileUtils
+
+namespace tvxcore::filesupport {
+
+bool ResolveIfAlias(const File& file, File& outFile, Dir& outDir, bool& isDir) {
+  if (file.GetExtension(true) != u".lnk" || !file.Exists()) return false;
+  UTF16String target = file.FullPath();
+  bool targetIsDir = false;
+  if (utility::FileUtils::ResolveIT(target, targetIsDir) != 0) return false;
+  // Both constructors give the normal form; Dir drops a trailing separator.
+  if (targetIsDir)
+    outDir = Dir(target);
+  else
+    outFile = File(target);
+  isDir = targetIsDir;
+  return true;
+}
+
+void ResolveIfAliasFileOnly(File& file) {
+  File target;
+  Dir targetDir;
+  bool isDir = false;
+  if (ResolveIfAlias(file, target, targetDir, isDir) && !isDir) file = target;
+}
+
+void CreateShortCut(const File& target, const File& link) {
+  (void)utility::FileUtils::CreateLink(target.FullPath(), link.FullPath());
+}
+
+void CreateShortCut(const File& target, const Dir& link) {
+  (void)utility::FileUtils::CreateLink(target.FullPath(), link.FullPath());
+}
+
+}  // namespace tvxcore::filesupport

@@ -12,22 +12,7 @@ namespace tvxcore::utility::FileUtils {
 namespace {
 
 using filesupport::internal::FromNative;
-
-// Server and share of a network mount's source: "//server/share/..." or
-// "server:/export".
-bool SplitNetworkSource(const std::string& source, std::string& server, std::string& share) {
-  if (source.rfind("//", 0) == 0) {
-    auto slash = source.find('/', 2);
-    server = source.substr(2, slash == std::string::npos ? std::string::npos : slash - 2);
-    share = slash == std::string::npos ? std::string() : source.substr(slash + 1);
-    return !server.empty();
-  }
-  auto colon = source.find(':');
-  if (colon == std::string::npos || colon == 0) return false;
-  server = source.substr(0, colon);
-  share = source.substr(colon + 1);
-  return true;
-}
+using filesupport::internal::SplitNetworkSource;
 
 // The answers of MountHost, keyed by CreateServerHostString, until
 // PurgeServerHostCache. Used from any thread until process exit.
@@ -70,22 +55,8 @@ bool MountHost(const UTF16String& server, const UTF16String& share, bool reportF
   bool reachable = false;
   if (!IsServerHostCached(host, &reachable)) {
     // On Linux a share is reachable when it is mounted and answers.
-    for (const auto& mount : platform::ReadMounts()) {
-      std::string mountServer, mountShare;
-      if (!platform::IsNetworkFileSystem(mount.fsType) ||
-          !SplitNetworkSource(mount.source, mountServer, mountShare))
-        continue;
-      UTF16String shareText = FromNative(mountShare);
-      while (!shareText.empty() && shareText.front() == u'/') shareText.erase(0, 1);
-      UTF16String wanted = share;
-      while (!wanted.empty() && (wanted.front() == u'/' || wanted.front() == u'\\'))
-        wanted.erase(0, 1);
-      if (PathsEqual(FromNative(mountServer), server) && PathsEqual(shareText, wanted) &&
-          DirectoryExists(FromNative(mount.path))) {
-        reachable = true;
-        break;
-      }
-    }
+    UTF16String mountPath;
+    reachable = filesupport::internal::FindShareMount(server, share, mountPath);
     CacheServerHost(host, reachable);
   }
   if (!reachable && reportFailure)
@@ -152,3 +123,43 @@ UTF16String GetPathVolumeHostName(const UTF16String& path, UTF16String* outShare
 }
 
 }  // namespace tvxcore::utility::FileUtils
+
+namespace tvxcore::filesupport::internal {
+
+// Server and share of a network mount's source: "//server/share/..." or
+// "server:/export".
+bool SplitNetworkSource(const std::string& source, std::string& server, std::string& share) {
+  if (source.rfind("//", 0) == 0) {
+    auto slash = source.find('/', 2);
+    server = source.substr(2, slash == std::string::npos ? std::string::npos : slash - 2);
+    share = slash == std::string::npos ? std::string() : source.substr(slash + 1);
+    return !server.empty();
+  }
+  auto colon = source.find(':');
+  if (colon == std::string::npos || colon == 0) return false;
+  server = source.substr(0, colon);
+  share = source.substr(colon + 1);
+  return true;
+}
+
+bool FindShareMount(const UTF16String& server, const UTF16String& share, UTF16String& mountPath) {
+  namespace fu = utility::FileUtils;
+  UTF16String wanted = share;
+  while (!wanted.empty() && (wanted.front() == u'/' || wanted.front() == u'\\')) wanted.erase(0, 1);
+  for (const auto& mount : platform::ReadMounts()) {
+    std::string mountServer, mountShare;
+    if (!platform::IsNetworkFileSystem(mount.fsType) ||
+        !SplitNetworkSource(mount.source, mountServer, mountShare))
+      continue;
+    UTF16String shareText = FromNative(mountShare);
+    while (!shareText.empty() && shareText.front() == u'/') shareText.erase(0, 1);
+    if (fu::PathsEqual(FromNative(mountServer), server) && fu::PathsEqual(shareText, wanted) &&
+        fu::DirectoryExists(FromNative(mount.path))) {
+      mountPath = FromNative(mount.path);
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace tvxcore::filesupport::internal
