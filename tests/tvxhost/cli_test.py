@@ -105,7 +105,7 @@ def test_examples(work):
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
-          groups == ["alloc", "crc", "errors", "fs", "json", "plist", "rle", "text"],
+          groups == ["alloc", "console", "crc", "errors", "fs", "json", "plist", "rle", "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
