@@ -141,12 +141,13 @@ UTF16String ConsoleLogFile::GetTimestampedLogFileName(UTF16String const& inName)
 bool ConsoleLogFile::GetLogFilePath(UTF16String& outPath, bool inLast) const {
   if (!config::IsClientNameInitialized()) return false;
   threads::CheckedLock lock(Mutex());
+  const UTF16String name = GetDefaultLogFileName(inLast);
   UTF16String path;
   const bool found = Quietly([&] {
     filesupport::Dir logs(filesupport::Dir::PrefDir(), u"logs");
     if (!logs.Exists()) logs.Create();
     if (!logs.Exists()) return;
-    path = filesupport::File(logs, GetDefaultLogFileName(inLast)).FullPath();
+    path = filesupport::File(logs, name).FullPath();
   });
   if (!found || path.empty()) return false;
   outPath = path;
@@ -270,12 +271,13 @@ void ConsoleLogFile::Write(UTF8String const& inText) {
     if (mEarlyText.size() + inText.size() <= kEarlyTextLimit) mEarlyText += inText;
     return;
   }
-  if (!mStream) return;
+  filesupport::OByteStream* const stream = mStream.get();
+  if (stream == nullptr) return;
   const bool written = Quietly([&] {
     for (std::size_t done = 0; done < inText.size();) {
       const auto count = static_cast<std::uint32_t>(
           std::min<std::size_t>(inText.size() - done, std::size_t{1} << 30));
-      mStream->WriteBlock(inText.data() + done, count);
+      stream->WriteBlock(inText.data() + done, count);
       done += count;
     }
   });
