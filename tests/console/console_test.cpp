@@ -13,6 +13,7 @@
 #include <fstream>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
@@ -225,6 +226,33 @@ TEST_F(Console, LogNamesAndSwitchingFiles) {
     EXPECT_TRUE(std::regex_search(second, std::regex("^Log file created: [^\r]+\r\n-+\r\n"
                                                      "two\nthree\nLog file closed: ")))
         << second;
+  });
+}
+
+TEST_F(Console, LinesFromManyThreadsNeverInterleave) {
+  InFreshProcess([&] {
+    SetIdentity();
+    tvxcore::console::Initialize();
+    PlaceEmptyLog();
+    constexpr int kThreads = 4, kLines = 300;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+      threads.emplace_back([t] {
+        const std::string line = "thread " + std::to_string(t) + " " + std::string(200, 'a' + t);
+        for (int i = 0; i < kLines; ++i) {
+          ConsoleLogFile::GetInstance()->WriteToLog(Bytes(line + "\n"), true);
+          if (i % 50 == 0) RunLine(u"debug.set k" + U16(std::to_string(t)) + u" = 1");
+        }
+      });
+    for (std::thread& thread : threads) thread.join();
+    ConsoleLogFile::Terminate();
+    std::ifstream in(Log(), std::ios::binary);
+    std::string line;
+    int whole = 0;
+    while (std::getline(in, line))
+      whole += std::regex_match(line, std::regex("Ticks = \\d+      thread (\\d) (a+|b+|c+|d+)"));
+    EXPECT_EQ(whole, kThreads * kLines);
+    tvxcore::console::Terminate();
   });
 }
 
