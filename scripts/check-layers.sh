@@ -10,7 +10,8 @@
 #   5 config       src/config, tvxcore/config, tvxcore/ZString.h
 #   6 debug        src/debug, tvxcore/utility/MachineExceptions.h
 #   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
-#   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h
+#   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h,
+#                  src/console, tvxcore/console (console commands and log)
 #   9 xml          src/xml, tvxcore/xml
 #  10 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
 #                  src/filesupport/paths/RelativeAlias.cpp (relative aliases are
@@ -51,7 +52,7 @@ layer_of() {
     config/* | tvxcore/config/*) echo 5 ;;
     debug/* | tvxcore/debug/*) echo 6 ;;
     filesupport/* | tvxcore/filesupport/*) echo 7 ;;
-    diagnostics/*) echo 8 ;;
+    diagnostics/* | console/* | tvxcore/console/*) echo 8 ;;
     xml/* | tvxcore/xml/*) echo 9 ;;
     proplist/* | tvxcore/proplist/*) echo 10 ;;
     *) echo -1 ;;

@@ -9,6 +9,7 @@ build=(
   build-essential cmake ninja-build pkg-config git
   libboost-dev libboost-thread-dev libboost-date-time-dev
   libexpat1-dev libicu-dev libdw-dev
+  libedit-dev
 )
 test_and_bench=(
   clang libclang-rt-14-dev clang-format

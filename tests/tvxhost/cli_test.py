@@ -105,7 +105,8 @@ def test_examples(work):
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
-          groups == ["alias", "alloc", "crc", "errors", "fs", "json", "plist", "rle", "text"],
+          groups == ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
+                     "text"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -531,8 +532,8 @@ def main():
             print("note: the build can't be run as nobody; permission rows are skipped")
             global FILES
             FILES = [row for row in FILES if not row[1]]
-        commands = ["alias", "alloc", "crc", "errors", "fs", "json", "plist", "rle", "text",
-                    "help"]
+        commands = ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
+                    "text", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),

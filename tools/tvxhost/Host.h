@@ -36,6 +36,7 @@ class Failure : public std::runtime_error {
 // Options that apply to every command; they come before the command.
 struct Options {
   std::string language;  // --lang, empty for the default (English)
+  bool verbose = false;  // --verbose: start-up and shutdown steps on stderr
 };
 const Options& GetOptions();
 

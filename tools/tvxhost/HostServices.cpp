@@ -12,8 +12,12 @@
 #include "Host.h"
 #include "tvxcore/Locale.h"
 #include "tvxcore/ZString.h"
+#include "tvxcore/config/ClientIdentity.h"
+#include "tvxcore/console/ConsoleLogFile.h"
+#include "tvxcore/debug/Trace.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/FileExceptionText.h"
+#include "tvxcore/threads/Thread.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"
 
@@ -51,6 +55,28 @@ void AppendHex(std::string& out, unsigned value) {
 HostErrorManager& Manager() {
   static HostErrorManager manager;
   return manager;
+}
+
+// Where a finished trace line goes in tvxhost: to the handler that served
+// before (the debugger's output) and then to the console log, which writes
+// it only when the log exists ("logs/tvxhost Log.txt" in the preferences
+// folder, or the debug setting CreateLogFilesThatDoNotExist).
+class HostTraceHandler : public tvxcore::debug::TraceHandler {
+ public:
+  explicit HostTraceHandler(tvxcore::debug::TraceHandler* next) : next_(next) {}
+  void WriteTrace(const std::string& inLine) override {
+    next_->WriteTrace(inLine);
+    tvxcore::console::ConsoleLogFile::GetInstance()->WriteToLog(
+        tvxcore::UTF8String(inLine.begin(), inLine.end()), true);
+  }
+
+ private:
+  tvxcore::debug::TraceHandler* next_;
+};
+
+std::unique_ptr<HostTraceHandler>& InstalledTraceHandler() {
+  static std::unique_ptr<HostTraceHandler> handler;
+  return handler;
 }
 
 bool IsEnglish(const std::string& language) {
@@ -131,6 +157,10 @@ std::string HumanBytes(unsigned long long bytes) {
 
 void PrintError(const std::string& text) { std::cerr << "tvxhost: " << text << std::endl; }
 
+void PrintVerbose(const std::string& text) {
+  if (GetOptions().verbose) std::cerr << "tvxhost: " << text << std::endl;
+}
+
 void PrintWarning(const std::string& text) {
   std::cerr << "tvxhost: warning: " << text << std::endl;
 }
@@ -204,15 +234,51 @@ DictionaryLocalizer& GetHostLocalizer() {
 
 void StartHostServices() {
   tvxcore::config::ErrorManager::Set(&Manager());
+  PrintVerbose("start-up 1/6: error manager installed");
   const std::string& language = GetOptions().language;
   tvxcore::Locale::Initialize(FromUtf8(language));
   tvxcore::config::Localizer::Set(&GetHostLocalizer());
   if (!IsEnglish(language) && GetHostLocalizer().LoadedFile().empty())
     PrintWarning("no dictionary for the language '" + language + "'; texts stay in English");
+  PrintVerbose("start-up 2/6: locale and localizer installed (dictionary " +
+               (GetHostLocalizer().LoadedFile().empty() ? std::string("none, English texts")
+                                                        : GetHostLocalizer().LoadedFile()) +
+               ")");
+  // From here on the preferences folder may be used: trace and debug
+  // settings, the console log and the console's history.
+  tvxcore::config::SetCompanyName(u"tvxcore");
+  tvxcore::config::SetClientInternalVersion(u"1");
+  tvxcore::config::SetClientName(u"tvxhost");
+  PrintVerbose("start-up 3/6: client name tvxhost (company tvxcore, internal version 1)");
+  InstalledTraceHandler() =
+      std::make_unique<HostTraceHandler>(tvxcore::debug::GetMasterTraceHandler());
+  tvxcore::debug::InstallMasterTraceHandler(InstalledTraceHandler().get());
+  PrintVerbose(
+      "start-up 4/6: trace handler installed (the debugger's output, then the console log)");
+  PrintVerbose("start-up 5/6: main thread " +
+               std::to_string(tvxcore::threads::GetCurrentThreadID()) +
+               " kept (commands run on it; tvxhost runs no event loop)");
   // Property lists and every other XML text are read through expat.
   std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
       std::make_unique<tvxcore::xml::ExpatParserFactory>();
   tvxcore::xml::SetParserFactory(factory);
+  PrintVerbose("start-up 6/6: XML parser factory installed (expat)");
+}
+
+void StopHostServices() {
+  tvxcore::xml::ResetParserFactory();
+  PrintVerbose("shutdown 1/6: XML parser factory removed");
+  PrintVerbose("shutdown 2/6: main thread released");
+  tvxcore::debug::RemoveMasterTraceHandler();
+  InstalledTraceHandler().reset();
+  PrintVerbose("shutdown 3/6: trace handler removed");
+  tvxcore::debug::ShutdownTraceManager();
+  tvxcore::console::ConsoleLogFile::Terminate();
+  PrintVerbose("shutdown 4/6: trace settings saved, console log closed");
+  tvxcore::config::Localizer::Set(nullptr);
+  PrintVerbose("shutdown 5/6: localizer removed");
+  PrintVerbose("shutdown 6/6: error manager removed");
+  tvxcore::config::ErrorManager::Set(nullptr);
 }
 
 }  // namespace tvxhost

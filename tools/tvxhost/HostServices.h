@@ -12,6 +12,7 @@
 
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/config/Localizer.h"
+#include "tvxcore/debug/TraceHandler.h"
 
 namespace tvxhost {
 
@@ -72,11 +73,18 @@ class DictionaryLocalizer : public tvxcore::config::Localizer {
   std::string loadedFile_;
 };
 
-// Installs the error manager, sets the language from --lang (if given),
-// installs the localizer, which loads the library dictionary "tvx_<lang>",
-// and the expat parser factory. Warns once when --lang names a language
-// without a dictionary.
+// Starts the library in the order every host keeps: (1) the error manager,
+// (2) the language from --lang (if given) and the localizer, which loads the
+// library dictionary "tvx_<lang>", (3) the client identity (company
+// "tvxcore", client "tvxhost", internal version "1": the preferences folder
+// is ~/.config/tvxcore/tvxhost/1), (4) the trace handler, which hands each
+// trace line to the debugger and the console log, (5) the main thread, (6)
+// the expat parser factory. Warns once when --lang names a language without
+// a dictionary. With --verbose each step says so on stderr.
 void StartHostServices();
+// Undoes StartHostServices in the reverse order; the trace settings are
+// saved and the console log closed with its footer on the way.
+void StopHostServices();
 
 DictionaryLocalizer& GetHostLocalizer();
 
@@ -91,6 +99,8 @@ std::string Localized(const char* literal, const tvxcore::UTF16String& at0 = {},
 // The text of a failure for a person: a file or directory exception through
 // filesupport::LocalizedMessage, a HostError or Failure as it stands.
 std::string DescribeFailure(const std::exception& error);
+// With --verbose, prints "tvxhost: <text>" on stderr.
+void PrintVerbose(const std::string& text);
 // Prints "tvxhost: <text>" on stderr.
 void PrintError(const std::string& text);
 // "512 bytes", "4.0 KiB", "79.4 GiB": binary units, one decimal.

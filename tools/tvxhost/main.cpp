@@ -3,8 +3,10 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <optional>
 
 #include "Args.h"
+#include "ConsoleHost.h"
 #include "Host.h"
 #include "HostServices.h"
 #include "tvxcore/tvxcore.h"
@@ -26,14 +28,16 @@ Options& MutableOptions() {
 }
 
 const char kUsage[] =
-    "usage: tvxhost [--lang <code>] <command> [<subcommand>] [<args>]\n"
-    "       tvxhost [--lang <code>]\n"
+    "usage: tvxhost [--lang <code>] [--verbose] <command> [<subcommand>] [<args>]\n"
+    "       tvxhost [--lang <code>] [--verbose] -c <console command line>\n"
+    "       tvxhost [--lang <code>] [--verbose]\n"
     "       tvxhost --help | --version | help [<command>]\n";
 
 const Example kExamples[] = {
     {"", "the report: version, allocator classes, host facts"},
     {"--version", "prints tvxhost " TVXCORE_VERSION_STRING " (tvxcore " TVXCORE_VERSION_STRING ")"},
     {"help fs", "the subcommands of fs"},
+    {"-c 'trace.set.master 10'", "prints Master trace volume set to 10"},
 };
 
 void PrintExamples(std::ostream& out, const std::vector<Example>& examples) {
@@ -47,8 +51,9 @@ void PrintExamples(std::ostream& out, const std::vector<Example>& examples) {
 void PrintHelp(std::ostream& out) {
   out << kUsage
       << "\nStarts tvxcore as an application does (error manager, language, localizer,\n"
-         "XML parser factory) and runs one command. Without a command it prints a\n"
-         "report of the library and this machine.\n"
+         "client name, trace handler, main thread, XML parser factory) and runs one\n"
+         "command, then shuts down in the reverse order. Without a command it prints\n"
+         "a report of the library and this machine.\n"
          "\nCommands:\n";
   for (const auto& [name, group] : Groups())
     out << "  " << std::left << std::setw(8) << name << ' ' << group.summary << '\n';
@@ -56,6 +61,8 @@ void PrintHelp(std::ostream& out) {
       << "this text, or with a command that command's subcommands\n"
          "\nOptions (before the command):\n"
          "  --lang <code>  the language of the library's texts: de, fr (English without)\n"
+         "  --verbose      each step of start-up and shutdown, on stderr\n"
+         "  -c <line>      runs one line of the console (see 'tvxhost help console')\n"
          "  -h, --help     this text; after a command, that command's help\n"
          "  -V, --version  the version of tvxhost and of the tvxcore it runs on\n"
          "\nExit status:\n"
@@ -157,9 +164,21 @@ int RunGroup(const CommandGroup& group, const Args& args, std::string& where) {
   return sub->run(rest);
 }
 
+// Starts the library's services when made and stops them, in the reverse
+// order, when it goes: after the last message has been printed.
+class HostSession {
+ public:
+  HostSession() { StartHostServices(); }
+  ~HostSession() { StopHostServices(); }
+  HostSession(const HostSession&) = delete;
+  HostSession& operator=(const HostSession&) = delete;
+};
+
 int Main(const Args& argv) {
   std::size_t at = 0;
   std::string where;  // the command that bad usage concerns
+  std::optional<HostSession> session;
+  const std::string* consoleLine = nullptr;  // -c
   try {
     for (; at < argv.size() && argv[at].size() > 1 && argv[at][0] == '-'; ++at) {
       const std::string& word = argv[at];
@@ -176,12 +195,23 @@ int Main(const Args& argv) {
         MutableOptions().language = argv[++at];
       } else if (word.rfind("--lang=", 0) == 0) {
         MutableOptions().language = word.substr(7);
+      } else if (word == "--verbose") {
+        MutableOptions().verbose = true;
+        continue;
+      } else if (word == "-c") {
+        if (at + 1 == argv.size()) throw UsageError("-c needs a console command line");
+        consoleLine = &argv[++at];
+        continue;
       } else {
         throw UsageError("unknown option " + Quoted(word) + "; run 'tvxhost help' for the options");
       }
       CheckLanguage(MutableOptions().language);
     }
-    StartHostServices();
+    if (consoleLine != nullptr && at != argv.size())
+      throw UsageError("-c takes one console command line; quote it: -c " +
+                       Quoted(*consoleLine + " " + argv[at]));
+    session.emplace();
+    if (consoleLine != nullptr) return RunConsoleLine(*consoleLine);
     if (at == argv.size()) return Report();
     const std::string& command = argv[at];
     const Args rest(argv.begin() + static_cast<long>(at) + 1, argv.end());

@@ -13,12 +13,17 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alias alloc crc errors fs json plist rle text help"
+    local commands="alias alloc console crc errors fs json plist rle text help"
+    # The console's own commands, for -c.
+    local console_commands="trace.set trace.get trace.getcategories trace.set.master
+        trace.get.master trace.createdefaultconsolelogfile debug.get debug.set debug.list
+        debug.clear filesupport.listdirs filesupport.listvols filesupport.file filesupport.dir
+        help exit"
     # Find the command and subcommand, skipping the global options.
     local i=1 command="" sub=""
     while ((i < cword)); do
         case ${words[i]} in
-            --lang) ((i += 2)); continue ;;
+            --lang | -c) ((i += 2)); continue ;;
             -*) ((i++)); continue ;;
         esac
         break
@@ -32,9 +37,13 @@ _tvxhost() {
         COMPREPLY=($(compgen -W "de fr en" -- "$cur"))
         return
     fi
+    if [[ $prev == -c ]]; then
+        COMPREPLY=($(compgen -W "$console_commands" -- "$cur"))
+        return
+    fi
     if [[ -z $command ]]; then
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W "--lang --help --version -h -V" -- "$cur"))
+            COMPREPLY=($(compgen -W "--lang --verbose -c --help --version -h -V" -- "$cur"))
         else
             COMPREPLY=($(compgen -W "$commands" -- "$cur"))
         fi
@@ -46,6 +55,10 @@ _tvxhost() {
         # Commands without subcommands: their options, and files for crc.
         rle)
             COMPREPLY=($(compgen -W "-d --decode --help" -- "$cur"))
+            return
+            ;;
+        console)
+            COMPREPLY=($(compgen -W "--help" -- "$cur"))
             return
             ;;
         crc)
