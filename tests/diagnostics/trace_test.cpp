@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/threads/Thread.h"
 

@@ -14,8 +14,8 @@
 #include <string>
 #include <utility>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 

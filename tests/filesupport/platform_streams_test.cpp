@@ -12,8 +12,8 @@
 #include <tuple>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"

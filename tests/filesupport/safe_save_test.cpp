@@ -9,8 +9,8 @@
 #include <thread>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/threads/Thread.h"

@@ -15,8 +15,8 @@
 
 #include "TestText.h"
 #include "config/ErrorTestSupport.h"
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/proplist/PropListFiles.h"
 

@@ -9,8 +9,8 @@
 #include <set>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/config/Localizer.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/utility/FileUtils.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "proplist/TestText.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"

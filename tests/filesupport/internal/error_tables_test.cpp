@@ -7,7 +7,7 @@
 #include <typeinfo>
 #include <utility>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"

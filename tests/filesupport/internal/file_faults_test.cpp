@@ -11,7 +11,7 @@
 #include <string>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "platform/TestSeams.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/SafeSave.h"
