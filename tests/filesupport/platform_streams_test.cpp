@@ -27,10 +27,6 @@ class PlatformStreams : public tvxtest::TempDirTest {
  protected:
   File FileAt(std::string_view relative) const { return File(Path(relative)); }
 
-  std::string Contents(std::string_view relative) const {
-    std::ifstream in(root_ / relative, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   // Opens a reader or a writer and closes it again.
   std::string OpenOutcome(std::string_view name, bool writer, int flags) const;
 };
@@ -92,7 +88,7 @@ TEST_F(PlatformStreams, OpenFailsAsTheFileCallsForAndAWriterNeverCreates) {
     EXPECT_EQ(OpenOutcome(name, true, kPlatformStreamDefault), writer) << name << " (writer)";
   }
   EXPECT_FALSE(OnDisk("missing.txt"));
-  EXPECT_EQ(Contents("present.txt"), "abc");  // opening a writer truncates nothing
+  EXPECT_EQ(Read("present.txt"), "abc");  // opening a writer truncates nothing
 
   // The exception names the file that was asked for.
   try {
@@ -177,7 +173,7 @@ TEST_F(PlatformStreams, WrittenBytesAndValuesReadBackAtTheirPositions) {
   }
   const std::string expected = std::string("Abcd456789") + std::string(2, '\0') +
                                std::string("\x12\x34\x56\x78", 4) + std::string(7, '\0') + "\x02xy";
-  EXPECT_EQ(Contents("data.bin"), expected);
+  EXPECT_EQ(Read("data.bin"), expected);
 
   IPlatformByteStream in(file, kPlatformStreamDefault);
   EXPECT_EQ(in.Length(), expected.size());
@@ -240,7 +236,7 @@ TEST_F(PlatformStreams, TruncateShrinksOnlyAndLeavesThePositionAtTheNewEnd) {
     EXPECT_EQ(Outcome([&] { out.Truncate(row.length); }), row.expected) << row.length;
     EXPECT_EQ(out.CurPos(), row.position) << row.length;
     EXPECT_EQ(out.Length(), std::string(row.contents).size()) << row.length;
-    EXPECT_EQ(Contents("t.txt"), row.contents) << row.length;
+    EXPECT_EQ(Read("t.txt"), row.contents) << row.length;
   }
 }
 
@@ -263,7 +259,7 @@ TEST_F(PlatformStreams, ReaderMadeFromAWriterSharesItsHandleAndPosition) {
   out.CurPos(text.size());
   out.Put('!');
   EXPECT_EQ(out.Length(), text.size() + 1);
-  EXPECT_EQ(Contents("log.txt"), text + "!");
+  EXPECT_EQ(Read("log.txt"), text + "!");
 }
 
 TEST_F(PlatformStreams, StreamWithoutHandleFailsEveryOperationWithIoError) {
@@ -303,7 +299,7 @@ TEST_F(PlatformStreams, DerivedWriterAdoptsAHandleAndOwnsIt) {
     EXPECT_EQ(adopter.CurPos(), 2u);
     adopter.SetPlatformHandle(-1);  // hand it back before both would close it
   }
-  EXPECT_EQ(Contents("a.txt"), "12..");
+  EXPECT_EQ(Read("a.txt"), "12..");
   // The descriptor was closed once, by its owner: the file is free again.
   EXPECT_EQ(Outcome([&] { OPlatformByteStream again(FileAt("a.txt"), 1); }), "none");
 }

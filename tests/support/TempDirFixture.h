@@ -1,13 +1,11 @@
-// A fresh directory per test, removed with everything in it afterwards. File
-// tests never write outside it.
+// A fresh directory per test, removed with everything in it afterwards, and
+// the conversions between native paths and the library's UTF-16 paths.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <random>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -27,41 +25,23 @@ inline std::string N(const tvxcore::UTF16String& path) {
 
 class TempDirTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    static std::atomic<int> counter{0};
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    root_ = Base() / ("tvxfs-" + std::to_string(std::random_device{}()) + "-" +
-                      std::to_string(counter++) + "-" + info->name());
-    std::filesystem::remove_all(root_);
-    std::filesystem::create_directories(root_);
-  }
-  void TearDown() override {
-    std::error_code ignored;
-    std::filesystem::permissions(root_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ignored);
-    std::filesystem::remove_all(root_, ignored);
-  }
+  void SetUp() override;
+  void TearDown() override;
 
   // Where the directory is made.
   virtual std::filesystem::path Base() const { return std::filesystem::temp_directory_path(); }
 
   // The native path of a name below the directory.
-  std::string Native(std::string_view relative = {}) const {
-    return relative.empty() ? root_.string() : (root_ / relative).string();
-  }
+  std::string Native(std::string_view relative = {}) const;
   tvxcore::UTF16String Path(std::string_view relative = {}) const { return U(Native(relative)); }
 
-  void Write(std::string_view relative, std::string_view text = "x") const {
-    std::filesystem::create_directories((root_ / relative).parent_path());
-    std::ofstream(root_ / relative, std::ios::binary) << text;
-  }
-  void MakeDir(std::string_view relative) const {
-    std::filesystem::create_directories(root_ / relative);
-  }
-  bool OnDisk(std::string_view relative) const {
-    std::error_code ignored;
-    return std::filesystem::exists(std::filesystem::symlink_status(root_ / relative, ignored));
-  }
+  void Write(std::string_view relative, std::string_view text = "x") const;
+  std::string Read(std::string_view relative) const;
+  // The names in a folder below the directory, hidden ones included.
+  std::set<std::string> Entries(std::string_view relative = ".") const;
+  void MakeDir(std::string_view relative) const;
+  // True when the name exists, links included (dangling or not).
+  bool OnDisk(std::string_view relative) const;
 
   std::filesystem::path root_;
 };

@@ -22,20 +22,7 @@ using tvxtest::U;
 
 namespace {
 
-class FileUtilsTest : public tvxtest::TempDirTest {
- protected:
-  std::string Read(std::string_view relative) const {
-    std::ifstream in(root_ / relative, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  // The names in a folder of the fixture, hidden ones included.
-  std::set<std::string> Entries(std::string_view relative = ".") const {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(root_ / relative))
-      names.insert(entry.path().filename().string());
-    return names;
-  }
-};
+class FileUtilsTest : public tvxtest::TempDirTest {};
 
 UTF8String U8(std::string_view text) { return UTF8String(text.begin(), text.end()); }
 

@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 
+#include "support/TempDirFixture.h"
 #include "utility/internal/CaseTables.h"
 
 namespace {
@@ -33,19 +33,7 @@ std::string ShellQuote(const std::string& inText) {
   return out + "'";
 }
 
-class CaseTablesFile : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::random_device seed;
-    tempDir_ = fs::temp_directory_path() / ("tvxcore-case-" + std::to_string(seed()));
-    fs::create_directories(tempDir_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(tempDir_, error);
-  }
-  fs::path tempDir_;
-};
+class CaseTablesFile : public tvxtest::TempDirTest {};
 
 TEST_F(CaseTablesFile, RegeneratingFromTheUnicodeDataGivesTheCommittedFile) {
   const char* testData = std::getenv("TVX_TEST_DATA");
@@ -62,8 +50,8 @@ TEST_F(CaseTablesFile, RegeneratingFromTheUnicodeDataGivesTheCommittedFile) {
         << " is missing; install the Debian package unicode-data (scripts/deps.sh)";
   }
 
-  const fs::path output = tempDir_ / "CaseTables.cpp";
-  const fs::path errors = tempDir_ / "stderr.txt";
+  const fs::path output = root_ / "CaseTables.cpp";
+  const fs::path errors = root_ / "stderr.txt";
   const std::string command = "python3 " + ShellQuote(script.string()) + " --ucd " +
                               ShellQuote(kUnicodeDataDir) + " --output " +
                               ShellQuote(output.string()) + " 2> " + ShellQuote(errors.string());
