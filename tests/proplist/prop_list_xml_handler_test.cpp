@@ -1,3 +1,5 @@
+// The property-list text: the exact text the writer gives, what the reader
+// keeps and reports for each version and each fault, and every way of reading.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -6,10 +8,14 @@
 #include <functional>
 #include <limits>
 #include <list>
+#include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "TestText.h"
 #include "config/ErrorTestSupport.h"
+#include "tvxcore/proplist/PropListXMLHandler.h"
 
 using namespace tvxcore;
 using namespace tvxcore::proplist;
@@ -260,3 +266,271 @@ TEST(PropListReader, NeedsAParserFactory) {
               HasSubstr("$$$/tvxcore/proplist/Error/PropListUtils/MissingParserFactoryRead="
                         "Missing XML Parser Factory in ReadPropList."));
 }
+
+// The library's own reader takes UTF-8 events straight from the expat parser;
+// a subclass of PropListXMLHandler gets the public UTF-16 events (StartElement
+// with its attribute map, EndElement, Characters).
+// Every route must leave the same list, the same version and the same
+// failures for the same bytes, well-formed or not.
+
+namespace {
+
+// A subclass that changes nothing: the parser must give it the UTF-16 events.
+class SubclassedHandler : public PropListXMLHandler {
+ public:
+  using PropListXMLHandler::PropListXMLHandler;
+};
+
+// A subclass that overrides the events the reader overrides, as a host
+// would, and passes them on: it must see every element and end.
+class HostHandler : public PropListXMLHandler {
+ public:
+  using PropListXMLHandler::PropListXMLHandler;
+  void StartElement(const UTF16String& name,
+                    const std::map<UTF16String, UTF16String>& attributes) override {
+    seen += "<" + std::string(name.begin(), name.end());
+    for (const auto& [attribute, value] : attributes) {
+      seen.append(" ")
+          .append(attribute.begin(), attribute.end())
+          .append("=")
+          .append(value.begin(), value.end());
+    }
+    seen += ">";
+    PropListXMLHandler::StartElement(name, attributes);
+  }
+  void EndElement(const UTF16String& name) override {
+    seen += "</" + std::string(name.begin(), name.end()) + ">";
+    PropListXMLHandler::EndElement(name);
+  }
+  static inline std::string seen;
+};
+
+struct Outcome {
+  int status = -1;    // the parse status, -1 when the parse ended in an exception
+  std::string error;  // the key of the report that ended it, if any
+  std::size_t reports = 0;
+  std::string text;  // what the list then writes, version included
+
+  bool operator==(const Outcome&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Outcome& o) {
+  return out << "status " << o.status << ", error '" << o.error << "', " << o.reports
+             << " reports, text:\n"
+             << o.text;
+}
+
+template <typename Handler>
+Outcome Read(const std::string& bytes, bool throwingManager) {
+  tvxtest::RecordingErrorManager manager;
+  manager.throwWhenNotDeferred = throwingManager;
+  config::ErrorManager::Set(&manager);
+  Outcome outcome;
+  PropList list;
+  list.SetValue(U8("before"), true);  // what a failed read leaves must match too
+  try {
+    std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<Handler>(&list);
+    std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
+    outcome.status = parser->ParseBuffer(U8(bytes));
+  } catch (const tvxtest::RecordedFailure& failure) {
+    outcome.error = failure.key;
+  }
+  config::ErrorManager::Set(nullptr);
+  outcome.reports = manager.Reports().size();
+  outcome.text = tvxtest::WriteText(list);
+  return outcome;
+}
+
+std::string Map(const std::string& body, const std::string& version = "'4'") {
+  return "<?xml version='1.0'?>\n<prop.map version=" + version + ">" + body + "</prop.map>";
+}
+
+// A document of every kind of value, nested, at a size that spans many of
+// the parser's buffers, with strings of every length so that text falls across
+// buffer ends and expat reports it in several pieces.
+std::string LargeDocument() {
+  PropList root;
+  for (int i = 0; i < 200; ++i) {
+    PropList* sub = root.NewSubList(U8("sub " + std::to_string(i) + (i % 7 == 0 ? "<&>" : "")));
+    tvxtest::FillEveryType(*sub);
+    sub->SetValue(U8("long"), U8("a&b <c> " + std::string(i * 3, 'x') + "\xC3\xA9"));
+  }
+  return tvxtest::WriteText(root);
+}
+
+using PropListRoutes = tvxtest::ExpatFactoryTest;
+
+// Each input goes through every route; where `fragment` is given, the
+// library's reader must also leave exactly that list, deviations included,
+// without a report.
+TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
+  const std::string i32 = "<int type='signed' size='32'>";
+  const std::string u64 = "<int type='unsigned' size='64'>";
+  const std::string pair = Pair("k", "<true/>");
+  const struct {
+    const char* name;
+    std::string bytes;
+    std::optional<std::string> fragment;
+  } cases[] = {
+      {"every kind of value, large", LargeDocument(), {}},
+      {"unknown element loses only its value, the key text stays for the next value",
+       Map(List(Pair("a", "<future>9</future>") + Pair("b", "<true/>"))),
+       List(Pair("ab", "<true/>\n"))},
+      {"int without size or with an unknown size is dropped",
+       Map(List(Pair("a", "<int type='signed'>5</int>") +
+                Pair("b", "<int type='signed' size='8'>5</int>"))),
+       List("")},
+      {"unreadable numbers are 0, a readable prefix is kept",
+       Map(List(Pair("a", i32 + "abc</int>") + Pair("b", "<double>12.5abc</double>") +
+                Pair("c", i32 + "  42 </int>") + Pair("d", i32 + "</int>") +
+                Pair("e", i32 + "99999999999</int>") + Pair("f", "<float>-</float>") +
+                Pair("g", u64 + "-1</int>") + Pair("h", "<double>0x1p3</double>"))),
+       List(Pair("a", i32 + "0</int>\n") + Pair("b", "<double>12.5</double>\n") +
+            Pair("c", i32 + "42</int>\n") + Pair("d", i32 + "0</int>\n") +
+            Pair("e", i32 + "2147483647</int>\n") + Pair("f", "<float>0</float>\n") +
+            Pair("g", u64 + "18446744073709551615</int>\n") + Pair("h", "<double>0</double>\n"))},
+      {"text outside values is dropped, a value without a key goes under the empty key, "
+       "keys and strings come in pieces",
+       Map("<prop.list>x<prop.pair>y<key>k&amp;<!--c-->1</key>z<string>v&lt;<![CDATA[<w>]]>"
+           "&#x10000;</string>w</prop.pair><prop.pair><double>1.5</double></prop.pair>"
+           "</prop.list>"),
+       List(Pair("", "<double>1.5</double>\n") +
+            Pair("k&amp;1", "<string>v&lt;&lt;w&gt;\xF0\x90\x80\x80</string>\n"))},
+      {"bool reads as true whatever its text; bool items are true, false and bool",
+       Map(List(Pair("a", "<bool/>") + Pair("b", "<bool>false</bool>") +
+                Pair("c", "<array><true/><false/><bool/></array>"))),
+       List(Pair("a", "<true/>\n") + Pair("b", "<true/>\n") +
+            Pair("c", Array("<bool/>", "<true/>\n<false/>\n<true/>\n")))},
+      {"size 16 is unsigned whatever the type says",
+       Map(List(Pair("a", "<int type='signed' size='16'>-1</int>") +
+                Pair("b", "<int type='other' size='32'>7</int>"))),
+       List(Pair("a", "<int type='unsigned' size='16'>65535</int>\n") +
+            Pair("b", "<int type='unsigned' size='32'>7</int>\n"))},
+      {"a mixed array takes the type of its last element",
+       Map(List(Pair("a", "<array>" + i32 + "1</int><double>2.5</double></array>") +
+                Pair("b", "<array><double>2.5</double>" + i32 + "7</int></array>"))),
+       List(Pair("a", Array("<double/>", "<double>1</double>\n<double>2.5</double>\n")) +
+            Pair("b",
+                 Array("<int type='signed' size='32'/>", i32 + "2</int>\n" + i32 + "7</int>\n")))},
+      {"arrays mixing numbers and strings",
+       Map(List(Pair("a", "<array><double>2.5</double><ustring>x</ustring></array>") +
+                Pair("b", "<array><ustring>\xC3\xA9</ustring><string>s</string></array>"))),
+       {}},
+      {"an empty array needs a known array.type, which is ignored when there are items",
+       Map(List(
+           Pair("a", "<array></array>") +
+           Pair("b", "<array><array.type><thing/></array.type></array>") +
+           Pair("c", "<array><array.type><false/></array.type></array>") +
+           Pair("d", "<array><array.type><int type='unsigned' size='64'/></array.type></array>") +
+           Pair("e", "<array><array.type><string/></array.type><float>1.5</float></array>"))),
+       List(Pair("c", Array("<bool/>", "")) +
+            Pair("d", Array("<int type='unsigned' size='64'/>", "")) +
+            Pair("e", Array("<float/>", "<float>1.5</float>\n")))},
+      {"a later value replaces an earlier one of another type",
+       Map(List(Pair("a", "<string>x</string>") + Pair("a", "<false/>"))),
+       List(Pair("a", "<false/>\n"))},
+      {"namespaces: prefixed names are other names, a default namespace changes nothing",
+       Map("<prop.list xmlns='urn:d' xmlns:p='urn:p'><prop.pair><key>a</key>"
+           "<p:string>x</p:string></prop.pair><prop.pair><key>b</key>"
+           "<int p:type='signed' size='32'>-1</int></prop.pair><prop.pair><key>c</key>"
+           "<int type='signed' p:size='32'>-1</int><string>y</string></prop.pair>"
+           "<p:prop.list/></prop.list>"),
+       {}},
+      {"sub-lists, and two top-level lists without prop.map fill one root",
+       "<r>" + List(Pair("s", List(Pair("t", "<true/>")))) + List(Pair("u", "<false/>")) + "</r>",
+       List(Pair("s", List(Pair("t", "<true/>\n"))) + Pair("u", "<false/>\n"))},
+      {"units XML cannot carry, escaped by the writer",
+       [] {
+         PropList list;
+         tvxtest::FillUnrepresentable(list);
+         return tvxtest::WriteText(list);
+       }(),
+       {}},
+      {"escape characters not followed by four hexadecimal digits are text",
+       Map(List(Pair("\xEE\x80\x9B",
+                     "<string>\xEE\x80\x9B"
+                     "12g4\xEE\x80\x9B"
+                     "123</string>") +
+                Pair("u",
+                     "<ustring>\xEE\x80\x9B"
+                     "0041\xEE\x80\x9B</ustring>"))),
+       List(Pair("u",
+                 "<ustring>A\xEE\x80\x9B"
+                 "E01B</ustring>\n") +
+            Pair("\xEE\x80\x9B"
+                 "E01B",
+                 "<string>\xEE\x80\x9B"
+                 "E01B12g4\xEE\x80\x9B"
+                 "E01B123</string>\n"))},
+      {"older version", Map(List(pair), "'1'"), {}},
+      {"newer version", Map(List(pair), "'5'"), {}},
+      {"unreadable version", Map("<prop.list/>", "'x'"), {}},
+      {"encoding from a byte order mark",
+       tvxtest::UTF16LE(u"<prop.list><prop.pair><key>\u00e9</key><ustring>\U0001F600</ustring>"
+                        u"</prop.pair></prop.list>"),
+       {}},
+      {"declared encoding",
+       "<?xml version='1.0' encoding='ISO-8859-1'?><prop.list><prop.pair><key>\xE9</key>"
+       "<string>\xE9\xFF</string></prop.pair></prop.list>",
+       {}},
+      {"cut short", Map(List(pair)).substr(0, 80), {}},
+      {"mismatched end", "<prop.list>" + pair + "</prop.map>", {}},
+      {"invalid UTF-8", List(pair + Pair("\xC3(", "<true/>")), {}},
+      {"unbound prefix", "<prop.list>" + pair + "<q:x/>", {}},
+      {"surrogate reference", "<prop.list><prop.pair><key>a</key><string>&#xD800;</string>", {}},
+      {"empty", "", {}},
+      {"entity bomb",
+       tvxtest::EntityBombDoctype() + "<prop.map>" + List(Pair("k", "<string>&e8;</string>")) +
+           "</prop.map>",
+       {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.fragment) {
+      tvxtest::RecordingErrorManager manager;
+      config::ErrorManager::Set(&manager);
+      PropList list;
+      utils::ReadPropList(U8(c.bytes), list);
+      config::ErrorManager::Set(nullptr);
+      EXPECT_TRUE(manager.Reports().empty());
+      UTF8String text;
+      list.OutputAsXMLFragment(text);
+      EXPECT_EQ(tvxtest::Str(text), *c.fragment);
+    }
+    for (bool throwing : {true, false}) {
+      SCOPED_TRACE(throwing ? "throwing manager" : "returning manager");
+      Outcome library = Read<PropListXMLHandler>(c.bytes, throwing);
+      EXPECT_EQ(library, Read<SubclassedHandler>(c.bytes, throwing));
+      EXPECT_EQ(library, Read<HostHandler>(c.bytes, throwing));
+    }
+  }
+}
+
+TEST_F(PropListRoutes, HostSubclassSeesEveryElementThroughTheEventsItOverrides) {
+  HostHandler::seen.clear();
+  const std::string bytes = Map(List(Pair("k", "<int type='signed' size='32'>5</int>")));
+  Outcome outcome = Read<HostHandler>(bytes, true);
+  EXPECT_EQ(outcome, Read<PropListXMLHandler>(bytes, true));
+  EXPECT_EQ(HostHandler::seen,
+            "<prop.map version=4><prop.list><prop.pair><key></key><int size=32 type=signed></int>"
+            "</prop.pair></prop.list></prop.map>");
+}
+
+TEST_F(PropListRoutes, LibraryReaderReadsWhatItWroteAndReportsWhatItCannotRead) {
+  // The agreement above must not be agreement in doing nothing.
+  const std::string large = LargeDocument();
+  Outcome read = Read<PropListXMLHandler>(large, true);
+  EXPECT_EQ(read.status, xml::kXMLParseStatus_Success);
+  EXPECT_EQ(read.text, large.substr(0, large.find("<prop.pair>")) +
+                           "<prop.pair>\n<key>before</key>\n<true/>\n</prop.pair>\n" +
+                           large.substr(large.find("<prop.pair>")));
+
+  Outcome newer = Read<PropListXMLHandler>(Map("<prop.list/>", "'5'"), true);
+  EXPECT_EQ(newer.status, -1);
+  EXPECT_NE(newer.error.find("VersionGreaterThan"), std::string::npos) << newer.error;
+  Outcome broken = Read<PropListXMLHandler>("<prop.list><key>a</key>", true);
+  EXPECT_EQ(broken.status, xml::kXMLParseStatus_Failure);
+  EXPECT_EQ(broken.reports, 0u);
+}
+
+}  // namespace
