@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "support/TempDirFixture.h"
 #include "proplist/TestText.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"
 #include "tvxcore/xml/XMLParser.h"

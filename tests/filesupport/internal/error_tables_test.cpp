@@ -7,10 +7,10 @@
 #include <typeinfo>
 #include <utility>
 
-#include "support/TempDirFixture.h"
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
 using namespace tvxcore;
