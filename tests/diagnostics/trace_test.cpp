@@ -95,9 +95,9 @@ TEST_F(Trace, ALinePassesAtOrBelowBothVolumes) {
     bool passes;
   };
   const Row rows[] = {
-      {10, 5, 5, true},    {10, 5, 6, false},  {3, 5, 4, false},   {3, 5, 3, true},
-      {3, 3, 3, true},     {10, 0, 0, true},   {10, -1, 0, false}, {-1, 5, 0, false},
-      {10, 20, 11, false}, {20, 20, 11, true},
+      {10, 5, 5, true},  {10, 5, 6, false},   {3, 5, 4, false},
+      {3, 5, 3, true},   {10, 0, 0, true},    {10, -1, 0, false},
+      {-1, 5, 0, false}, {10, 20, 11, false}, {20, 20, 11, true},
   };
   for (const Row& row : rows) {
     dbg::SetMasterTraceVolume(row.master);
