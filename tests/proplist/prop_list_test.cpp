@@ -223,14 +223,14 @@ TEST(PropList, LongIsRefusedAndEachWidthKeepsItsType) {
   static_assert(!Settable<std::list<long>> && !Gettable<std::list<unsigned long>>);
   static_assert(Settable<std::int32_t> && Settable<long long> && Gettable<unsigned long long>);
   PropList list;
-  list.SetValue(U8("a"), 1);
-  list.SetValue(U8("b"), 1LL);
-  list.SetValue(U8("c"), 1u);
-  list.SetValue(U8("d"), 1ULL);
-  EXPECT_EQ(list.GetPropertyType(U8("a")), kPropListType_Int32);
-  EXPECT_EQ(list.GetPropertyType(U8("b")), kPropListType_Int64);
-  EXPECT_EQ(list.GetPropertyType(U8("c")), kPropListType_UInt32);
-  EXPECT_EQ(list.GetPropertyType(U8("d")), kPropListType_UInt64);
+  const auto typeOf = [&list](auto value) {
+    list.SetValue(U8("k"), value);
+    return list.GetPropertyType(U8("k"));
+  };
+  EXPECT_EQ(typeOf(1), kPropListType_Int32);
+  EXPECT_EQ(typeOf(1LL), kPropListType_Int64);
+  EXPECT_EQ(typeOf(1u), kPropListType_UInt32);
+  EXPECT_EQ(typeOf(1ULL), kPropListType_UInt64);
 }
 
 // Copying, writing and destroying a list nested far deeper than any stack
