@@ -183,49 +183,40 @@ TEST(Assert, AddressChecksLookAtPointerValuesAndReportAnEmptyRange) {
   char buffer[16];
   char* const p = buffer;
   const void* const top = reinterpret_cast<const void*>(~std::uintptr_t{0});
+  // Ranges by their end, and (`sized`) by begin and size.
   const struct {
-    const void* begin;
-    const void* end;
-    bool allowNull;
-    bool valid;
-    bool violation;
-  } ranges[] = {
-      {p, p + 16, false, true, false},
-      {p, p + 1, true, true, false},
-      {p, p, false, true, true},
-      {p + 1, p, true, true, true},
-      {nullptr, nullptr, true, true, false},  // allowed null: the end is not looked at
-      {nullptr, p, false, false, false},
-      {nullptr, nullptr, false, false, true},
-      {top, nullptr, false, true, true},
-  };
-  for (const auto& row : ranges) {
-    testing::internal::CaptureStdout();
-    const std::size_t before = manager.Reports().size();
-    EXPECT_EQ(IsValidAddressRange(row.begin, row.end, row.allowNull), row.valid)
-        << row.begin << " " << row.end << " " << row.allowNull;
-    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u)
-        << row.begin << " " << row.end << " " << row.allowNull;
-    const std::string shown = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(shown.empty(), !row.violation) << shown;
-  }
-  const struct {
-    const void* begin;
+    bool sized;
+    const void *begin, *end;
     unsigned long long size;
-    bool allowNull;
-    bool valid;
-    bool violation;
-  } sized[] = {
-      {p, 16, false, true, false},     {p, 0, false, true, true},
-      {nullptr, 0, true, true, false}, {nullptr, 8, false, false, false},
-      {p, ~0ULL, false, true, true},  // wraps below its begin
+    bool allowNull, valid, violation;
+  } rows[] = {
+      {false, p, p + 16, 0, false, true, false},
+      {false, p, p + 1, 0, true, true, false},
+      {false, p, p, 0, false, true, true},
+      {false, p + 1, p, 0, true, true, true},
+      {false, nullptr, nullptr, 0, true, true, false},  // allowed null: the end is not looked at
+      {false, nullptr, p, 0, false, false, false},
+      {false, nullptr, nullptr, 0, false, false, true},
+      {false, top, nullptr, 0, false, true, true},
+      {true, p, nullptr, 16, false, true, false},
+      {true, p, nullptr, 0, false, true, true},
+      {true, nullptr, nullptr, 0, true, true, false},
+      {true, nullptr, nullptr, 8, false, false, false},
+      {true, p, nullptr, ~0ULL, false, true, true},  // wraps below its begin
   };
-  for (const auto& row : sized) {
-    testing::internal::CaptureStdout();
+  for (const auto& row : rows) {
     const std::size_t before = manager.Reports().size();
-    EXPECT_EQ(IsValidAddressRange(row.begin, row.size, row.allowNull), row.valid) << row.size;
-    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u) << row.size;
-    testing::internal::GetCapturedStdout();
+    bool valid = !row.valid;
+    const std::string shown =
+        Captured([&] {
+          valid = row.sized ? IsValidAddressRange(row.begin, row.size, row.allowNull)
+                            : IsValidAddressRange(row.begin, row.end, row.allowNull);
+        }).first;
+    SCOPED_TRACE(testing::Message()
+                 << row.begin << " " << row.end << " " << row.size << " " << row.allowNull);
+    EXPECT_EQ(valid, row.valid);
+    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u);
+    EXPECT_EQ(shown.empty(), !row.violation) << shown;
   }
   EXPECT_TRUE(IsValidAddress(p, false));
   EXPECT_FALSE(IsValidAddress(nullptr, false));
