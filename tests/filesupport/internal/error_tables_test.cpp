@@ -37,27 +37,6 @@ TEST(ErrnoTranslation, EveryFileErrorHasItsWindowsCode) {
         << "errno " << row.err << (row.parentMissing ? " with parent missing" : "");
 }
 
-class ErrorForPathTest : public tvxtest::TempDirTest {};
-
-TEST_F(ErrorForPathTest, MissingParentIsPathNotFoundAndCallsAnswerWithTheirCodes) {
-  Write("file");
-  MakeDir("dir");
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("missing")), 2);
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("no/such")), 3);
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("file/below")), 3);  // parent is a file
-  EXPECT_EQ(platform::ErrorForPath(EACCES, Native("no/such")), 5);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("file"), true), 80);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("none/file"), false), 3);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("dir"), false), 5);
-  EXPECT_EQ(platform::CreateDirectory(Native("dir")), 183);
-  EXPECT_EQ(platform::DeleteFile(Native("missing")), 2);
-  EXPECT_EQ(platform::DeleteFile(Native("dir")), 5);
-  Write("dir/inner");
-  EXPECT_EQ(platform::RemoveDirectory(Native("dir")), 145);
-  EXPECT_EQ(platform::MovePath(Native("file"), Native("dir")), 183);
-  EXPECT_EQ(platform::MovePath(Native("missing"), Native("other")), 2);
-}
-
 template <typename Expected>
 void ExpectThrows(const std::function<void()>& call, const char* what) {
   try {
