@@ -126,13 +126,11 @@ TEST_F(ErrorRoad, TestErrorsCarryTheirFixedValues) {
   const auto reports = manager.Reports();
   ASSERT_EQ(reports.size(), 2u);
   const Report &nonFatal = reports[0], &fatal = reports[1];
-  EXPECT_EQ(nonFatal.level, kErrorLevel_NonFatal);
-  EXPECT_EQ(fatal.level, kErrorLevel_Fatal);
-  EXPECT_EQ(nonFatal.module, 100u);
-  EXPECT_EQ(fatal.module, 100u);
-  EXPECT_EQ(nonFatal.number, 20);
-  EXPECT_EQ(fatal.number, 21);
-  EXPECT_TRUE(nonFatal.recordable && fatal.recordable);
+  const auto fields = [](const Report& r) {
+    return std::make_tuple(r.level, r.module, r.number, r.recordable);
+  };
+  EXPECT_EQ(fields(nonFatal), std::make_tuple(kErrorLevel_NonFatal, 100u, 20, true));
+  EXPECT_EQ(fields(fatal), std::make_tuple(kErrorLevel_Fatal, 100u, 21, true));
   using K = ReplacementValue::Kind;
   const K kinds[] = {K::kKind_Signed, K::kKind_Unsigned, K::kKind_Double, K::kKind_Empty};
   for (int i = 0; i < 4; ++i) {

@@ -56,82 +56,6 @@ const char kChoices[] =
     "[d] Debug  [i] Ignore Once (Enter)  [a] Ignore Always  [s] Disable Asserts  [k] Kill Process  "
     "[c] Copy\nChoice: ";
 
-TEST(AssertDialog, TerminalPromptShowsTheTextAndActsOnEachAnswer) {
-  const struct {
-    const char* name;
-    std::string typed;
-    int exitCode;  // Bits, or 255 for Kill Process
-    std::size_t prompts;
-  } table[] = {
-      {"Debug breaks", "d\ni\ni\n", kFirstBreaks, 3},
-      {"Ignore Once does nothing", "i\ni\ni\n", 0, 3},
-      {"Enter is Ignore Once", "\n\n\n", 0, 3},
-      {"Ignore Always silences the site", "a\ni\n", kSiteAIgnored, 2},
-      {"a label counts as its letter", "Ignore Always\ni\n", kSiteAIgnored, 2},
-      {"Disable Asserts silences every site", "s\n", kSiteAIgnored, 1},
-      {"Kill Process ends the process with 255", "k\n", 255, 1},
-      {"an unknown answer asks again; letters in any case", "x\nD\ni\ni\n", kFirstBreaks, 3},
-      {"end of input is no answer: no break without a debugger", "\x04\x04\x04", 0, 3},
-  };
-  for (const auto& row : table) {
-    SCOPED_TRACE(row.name);
-    const ChildResult result = RunInChild(&ThreeAssertions, true, row.typed);
-    ASSERT_FALSE(result.timedOut) << result.terminal;
-    EXPECT_EQ(result.ExitCode(), row.exitCode) << result.terminal;
-    EXPECT_EQ(Count(result.terminal, "*** Debug Assert failed! ***"), row.prompts)
-        << result.terminal;
-  }
-
-  // The prompt, in full.
-  const ChildResult result = RunInChild(
-      [&] {
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("Title", "line one\r\nline two\r\n") + 1);
-      },
-      true, "x\ni\n");
-  EXPECT_EQ(result.ExitCode(), kAssertResult_IgnoreOnce + 1);
-  EXPECT_NE(
-      result.terminal.find(std::string("\n*** Title ***\n\nline one\nline two\n\n") + kChoices +
-                           "x\nPlease answer with one of the letters in brackets.\n" + kChoices),
-      std::string::npos)
-      << result.terminal;
-}
-
-TEST(AssertDialog, TerminalPromptNamesTheProcessAndThread) {
-  const ChildResult result = RunInChild(
-      [] {
-        SetAssertWriteToStdOut(false);
-        bool ignore = false;
-        return BreakAfterAssertDialog(ignore, "x > 0", "the message", "file.cpp", 12, "Func") ? 1
-                                                                                              : 0;
-      },
-      true, "c\ni\n");
-  EXPECT_EQ(result.ExitCode(), 0);
-  // The child's main thread: its thread id is its process id.
-  const std::string::size_type pidAt = result.terminal.find("Process ID: ");
-  ASSERT_NE(pidAt, std::string::npos) << result.terminal;
-  const std::string pid =
-      result.terminal.substr(pidAt + 12, result.terminal.find('\n', pidAt) - pidAt - 12);
-  const std::string text =
-      "the message\n\nExpression: x > 0\nProcess: " + tvxtest::ExecutableName() +
-      "\nProcess ID: " + pid + "\nThread ID: " + pid + "\nThread Name: " + tvxtest::ThreadName() +
-      "\nFile: file.cpp\nLine: 12\nFunction: Func\n";
-  EXPECT_NE(result.terminal.find("*** Debug Assert failed! ***\n\n" + text + "\n" + kChoices),
-            std::string::npos)
-      << result.terminal;
-  EXPECT_EQ(Count(result.terminal, text), 2u) << "Copy writes the text again\n" << result.terminal;
-}
-
-TEST(AssertDialog, WithoutDisplayOrTerminalTheDialogIsNotShown) {
-  const ChildResult result = RunInChild(
-      [] {
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("t", "text") + 1);
-      },
-      false);
-  EXPECT_EQ(result.ExitCode(), kAssertResult_NotShown + 1);
-}
-
 // A folder with a window program played by a script. Each run appends its
 // arguments (one a line) to args<N> and answers with line N of "answers":
 // "<status>[ <output>]", or "segv" to send a fault signal to the asking
@@ -180,6 +104,85 @@ class FakeDesktop {
   std::string folder_;
 };
 
+// DisplayAssert in a child, with the fake window programs when `desktop` is
+// given; the child exits with the answer + 1 (255 for Kill Process).
+ChildResult Display(const FakeDesktop* desktop, const std::string& title, const std::string& text,
+                    bool terminal = false, const std::string& typed = "", bool guarded = false) {
+  return RunInChild(
+      [&] {
+        if (desktop) desktop->Enter();
+        SetAssertWriteToStdOut(false);
+        if (guarded) tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
+        return static_cast<int>(DisplayAssert(title.c_str(), text.c_str()) + 1);
+      },
+      terminal, typed);
+}
+
+TEST(AssertDialog, TerminalPromptShowsTheTextAndActsOnEachAnswer) {
+  const struct {
+    const char* name;
+    std::string typed;
+    int exitCode;  // Bits, or 255 for Kill Process
+    std::size_t prompts;
+  } table[] = {
+      {"Debug breaks", "d\ni\ni\n", kFirstBreaks, 3},
+      {"Ignore Once does nothing", "i\ni\ni\n", 0, 3},
+      {"Enter is Ignore Once", "\n\n\n", 0, 3},
+      {"Ignore Always silences the site", "a\ni\n", kSiteAIgnored, 2},
+      {"a label counts as its letter", "Ignore Always\ni\n", kSiteAIgnored, 2},
+      {"Disable Asserts silences every site", "s\n", kSiteAIgnored, 1},
+      {"Kill Process ends the process with 255", "k\n", 255, 1},
+      {"an unknown answer asks again; letters in any case", "x\nD\ni\ni\n", kFirstBreaks, 3},
+      {"end of input is no answer: no break without a debugger", "\x04\x04\x04", 0, 3},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.name);
+    const ChildResult result = RunInChild(&ThreeAssertions, true, row.typed);
+    ASSERT_FALSE(result.timedOut) << result.terminal;
+    EXPECT_EQ(result.ExitCode(), row.exitCode) << result.terminal;
+    EXPECT_EQ(Count(result.terminal, "*** Debug Assert failed! ***"), row.prompts)
+        << result.terminal;
+  }
+
+  // The prompt, in full.
+  const ChildResult result = Display(nullptr, "Title", "line one\r\nline two\r\n", true, "x\ni\n");
+  EXPECT_EQ(result.ExitCode(), kAssertResult_IgnoreOnce + 1);
+  EXPECT_NE(
+      result.terminal.find(std::string("\n*** Title ***\n\nline one\nline two\n\n") + kChoices +
+                           "x\nPlease answer with one of the letters in brackets.\n" + kChoices),
+      std::string::npos)
+      << result.terminal;
+}
+
+TEST(AssertDialog, TerminalPromptNamesTheProcessAndThread) {
+  const ChildResult result = RunInChild(
+      [] {
+        SetAssertWriteToStdOut(false);
+        bool ignore = false;
+        return BreakAfterAssertDialog(ignore, "x > 0", "the message", "file.cpp", 12, "Func") ? 1
+                                                                                              : 0;
+      },
+      true, "c\ni\n");
+  EXPECT_EQ(result.ExitCode(), 0);
+  // The child's main thread: its thread id is its process id.
+  const std::string::size_type pidAt = result.terminal.find("Process ID: ");
+  ASSERT_NE(pidAt, std::string::npos) << result.terminal;
+  const std::string pid =
+      result.terminal.substr(pidAt + 12, result.terminal.find('\n', pidAt) - pidAt - 12);
+  const std::string text =
+      "the message\n\nExpression: x > 0\nProcess: " + tvxtest::ExecutableName() +
+      "\nProcess ID: " + pid + "\nThread ID: " + pid + "\nThread Name: " + tvxtest::ThreadName() +
+      "\nFile: file.cpp\nLine: 12\nFunction: Func\n";
+  EXPECT_NE(result.terminal.find("*** Debug Assert failed! ***\n\n" + text + "\n" + kChoices),
+            std::string::npos)
+      << result.terminal;
+  EXPECT_EQ(Count(result.terminal, text), 2u) << "Copy writes the text again\n" << result.terminal;
+}
+
+TEST(AssertDialog, WithoutDisplayOrTerminalTheDialogIsNotShown) {
+  EXPECT_EQ(Display(nullptr, "t", "text").ExitCode(), kAssertResult_NotShown + 1);
+}
+
 TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
   FakeDesktop desktop("zenity");
   const struct {
@@ -201,26 +204,13 @@ TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
   for (const auto& row : table) {
     SCOPED_TRACE(row.answers);
     desktop.Answers(row.answers);
-    const ChildResult result = RunInChild(
-        [&] {
-          desktop.Enter();
-          SetAssertWriteToStdOut(false);
-          if (row.guarded) tvxcore::utility::exceptions::InstallMachineExceptionHandlers();
-          return static_cast<int>(DisplayAssert("Debug Assert failed!", "a <b> & c\r\nsecond\r\n") +
-                                  1);
-        },
-        false);
+    const ChildResult result = Display(&desktop, "Debug Assert failed!", "a <b> & c\r\nsecond\r\n",
+                                       false, "", row.guarded);
     EXPECT_EQ(result.ExitCode(), row.exitCode) << result.output;
   }
   std::filesystem::remove(desktop.Folder() + "/clipboard");
   desktop.Answers("1 Copy\n1 Ignore Once\n");
-  RunInChild(
-      [&] {
-        desktop.Enter();
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("Debug Assert failed!", "a <b> & c\r\nsecond\r\n"));
-      },
-      false);
+  Display(&desktop, "Debug Assert failed!", "a <b> & c\r\nsecond\r\n");
   EXPECT_EQ(desktop.File("clipboard"), "a <b> & c\nsecond\n");
   EXPECT_EQ(desktop.File("args1"),
             "--warning\n--no-markup\n--title=Debug Assert failed!\n--text=a <b> & c\nsecond\n"
@@ -233,13 +223,7 @@ TEST(AssertDialog, ZenityWindowOffersTheButtonsAndItsAnswerTakesEffect) {
 TEST(AssertDialog, AWindowThatGetsNoAnswerHandsOverToTheTerminal) {
   FakeDesktop desktop("zenity");
   desktop.Answers("1\n");
-  const ChildResult result = RunInChild(
-      [&] {
-        desktop.Enter();
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("T", "text") + 1);
-      },
-      true, "a\n");
+  const ChildResult result = Display(&desktop, "T", "text", true, "a\n");
   EXPECT_EQ(result.ExitCode(), kAssertResult_IgnoreAlways + 1) << result.terminal;
   EXPECT_EQ(Count(result.terminal, "*** T ***"), 1u);
 }
@@ -261,13 +245,7 @@ TEST(AssertDialog, KdialogMenuIsUsedWhenZenityIsMissing) {
   for (const auto& row : table) {
     SCOPED_TRACE(row.answers);
     desktop.Answers(row.answers);
-    const ChildResult result = RunInChild(
-        [&] {
-          desktop.Enter();
-          SetAssertWriteToStdOut(false);
-          return static_cast<int>(DisplayAssert("Title", "text") + 1);
-        },
-        false);
+    const ChildResult result = Display(&desktop, "Title", "text");
     EXPECT_EQ(result.ExitCode(), row.exitCode) << result.output;
   }
   EXPECT_EQ(desktop.File("args1"),
@@ -278,27 +256,13 @@ TEST(AssertDialog, KdialogMenuIsUsedWhenZenityIsMissing) {
 TEST(AssertDialog, WindowTextIsCutAndMadeValidUtf8) {
   FakeDesktop desktop("zenity");
   desktop.Answers("0\n");
-  const std::string text = std::string(100000, 'x') + "\xFF";
-  RunInChild(
-      [&] {
-        desktop.Enter();
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("T", text.c_str()) + 1);
-      },
-      false);
+  Display(&desktop, "T", std::string(100000, 'x') + "\xFF");
   const std::string args = desktop.File("args1");
   EXPECT_NE(args.find("--text=" + std::string(16 * 1024, 'x') + "\n[...]\n"), std::string::npos);
   desktop.Answers("0\n");
-  RunInChild(
-      [&] {
-        desktop.Enter();
-        SetAssertWriteToStdOut(false);
-        return static_cast<int>(DisplayAssert("T",
-                                              "a\xFF"
-                                              "b\xE2\x82") +
-                                1);
-      },
-      false);
+  Display(&desktop, "T",
+          "a\xFF"
+          "b\xE2\x82");
   EXPECT_NE(desktop.File("args1").find("--text=a\xEF\xBF\xBD"
                                        "b\xEF\xBF\xBD\xEF\xBF\xBD\n"),
             std::string::npos);

@@ -5,8 +5,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "config/ErrorTestSupport.h"
 #include "debug/ChildProcess.h"
@@ -29,77 +31,65 @@ std::string ExpectedText(const std::string& message, const std::string& expressi
          "\r\nLine: " + std::to_string(line) + "\r\nFunction: " + function + "\r\n";
 }
 
+// What `f` writes to standard output and to standard error.
+std::pair<std::string, std::string> Captured(const std::function<void()>& f) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  f();
+  std::string out = testing::internal::GetCapturedStdout();
+  return {out, testing::internal::GetCapturedStderr()};
+}
+
 TEST(Assert, TextGoesToStandardOutputAndToTheTraceInStandardOutputMode) {
   ScAssertToStdOut toStdOut;
+  const std::string big(1 << 20, 'x'), slashes(300000, '/');  // shown whole
   const struct {
     const char* message;
     const char* expression;
     const char* file;
     long line;
     const char* function;
-    std::string expected;
   } table[] = {
-      {"count went negative", "count >= 0", "src/a.cpp", 42, "Count",
-       ExpectedText("count went negative", "count >= 0", "src/a.cpp", 42, "Count")},
-      {"", "p", "b.cpp", -7, "F", ExpectedText("", "p", "b.cpp", -7, "F")},
-      {nullptr, nullptr, nullptr, 0, nullptr, ExpectedText("", "", "", 0, "")},
-      {"caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647, "ns::C::M() const",
-       ExpectedText("caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647,
-                    "ns::C::M() const")},
+      {"count went negative", "count >= 0", "src/a.cpp", 42, "Count"},
+      {"", "p", "b.cpp", -7, "F"},
+      {nullptr, nullptr, nullptr, 0, nullptr},
+      {"caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647, "ns::C::M() const"},
+      {big.c_str(), big.c_str(), slashes.c_str(), 1, big.c_str()},
   };
+  const auto text = [](const char* s) { return std::string(s ? s : ""); };
   for (const auto& row : table) {
-    bool ignore = false;
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const bool brk = BreakAfterAssertDialog(ignore, row.expression, row.message, row.file, row.line,
-                                            row.function);
-    const std::string out = testing::internal::GetCapturedStdout();
-    const std::string err = testing::internal::GetCapturedStderr();
+    bool ignore = false, brk = true;
+    const auto [out, err] = Captured([&] {
+      brk = BreakAfterAssertDialog(ignore, row.expression, row.message, row.file, row.line,
+                                   row.function);
+    });
+    const std::string expected = ExpectedText(text(row.message), text(row.expression),
+                                              text(row.file), row.line, text(row.function));
     EXPECT_FALSE(brk);
     EXPECT_FALSE(ignore) << "standard output answers \"Ignore Once\"";
-    EXPECT_EQ(out, row.expected);
+    EXPECT_EQ(out, expected);
     EXPECT_EQ(err, "<" + std::to_string(tvxcore::threads::GetCurrentThreadID()) +
-                       "> <Assert> <0> " + row.expected);
+                       "> <Assert> <0> " + expected);
   }
   // The unsigned form carries the same text, and DisplayAssert adds a line
   // end only where the text has none.
   bool ignore = false;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  BreakAfterAssertDialog(ignore, "e", reinterpret_cast<const unsigned char*>("m"), "f", 1, "g");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), ExpectedText("m", "e", "f", 1, "g"));
-  testing::internal::GetCapturedStderr();
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(DisplayAssert("title", "no line end"), kAssertResult_IgnoreOnce);
-  EXPECT_EQ(DisplayAssert(nullptr, static_cast<const char*>(nullptr)), kAssertResult_IgnoreOnce);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "no line end\n\n");
-  testing::internal::GetCapturedStderr();
-}
-
-TEST(Assert, AnIgnoredSiteShowsNothing) {
-  ScAssertToStdOut toStdOut;
-  bool ignore = true;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(BreakAfterAssertDialog(ignore, "e", "m", "f", 1, "g"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(Captured([&] {
+              BreakAfterAssertDialog(ignore, "e", reinterpret_cast<const unsigned char*>("m"), "f",
+                                     1, "g");
+            }).first,
+            ExpectedText("m", "e", "f", 1, "g"));
+  EXPECT_EQ(Captured([] {
+              EXPECT_EQ(DisplayAssert("title", "no line end"), kAssertResult_IgnoreOnce);
+              EXPECT_EQ(DisplayAssert(nullptr, static_cast<const char*>(nullptr)),
+                        kAssertResult_IgnoreOnce);
+            }).first,
+            "no line end\n\n");
+  // An ignored site shows nothing.
+  ignore = true;
+  EXPECT_EQ(Captured([&] { EXPECT_FALSE(BreakAfterAssertDialog(ignore, "e", "m", "f", 1, "g")); }),
+            std::make_pair(std::string(), std::string()));
   EXPECT_TRUE(ignore);
-}
-
-TEST(Assert, OverlongTextsAreShownWhole) {
-  ScAssertToStdOut toStdOut;
-  const std::string expression(1 << 20, 'x');
-  const std::string file(300000, '/');
-  bool ignore = false;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(BreakAfterAssertDialog(ignore, expression.c_str(), expression.c_str(), file.c_str(),
-                                      1, expression.c_str()));
-  const std::string out = testing::internal::GetCapturedStdout();
-  testing::internal::GetCapturedStderr();
-  EXPECT_EQ(out, ExpectedText(expression, expression, file, 1, expression));
 }
 
 // The mode is settled by its first reader, so each row runs in a fresh
@@ -193,49 +183,40 @@ TEST(Assert, AddressChecksLookAtPointerValuesAndReportAnEmptyRange) {
   char buffer[16];
   char* const p = buffer;
   const void* const top = reinterpret_cast<const void*>(~std::uintptr_t{0});
+  // Ranges by their end, and (`sized`) by begin and size.
   const struct {
-    const void* begin;
-    const void* end;
-    bool allowNull;
-    bool valid;
-    bool violation;
-  } ranges[] = {
-      {p, p + 16, false, true, false},
-      {p, p + 1, true, true, false},
-      {p, p, false, true, true},
-      {p + 1, p, true, true, true},
-      {nullptr, nullptr, true, true, false},  // allowed null: the end is not looked at
-      {nullptr, p, false, false, false},
-      {nullptr, nullptr, false, false, true},
-      {top, nullptr, false, true, true},
-  };
-  for (const auto& row : ranges) {
-    testing::internal::CaptureStdout();
-    const std::size_t before = manager.Reports().size();
-    EXPECT_EQ(IsValidAddressRange(row.begin, row.end, row.allowNull), row.valid)
-        << row.begin << " " << row.end << " " << row.allowNull;
-    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u)
-        << row.begin << " " << row.end << " " << row.allowNull;
-    const std::string shown = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(shown.empty(), !row.violation) << shown;
-  }
-  const struct {
-    const void* begin;
+    bool sized;
+    const void *begin, *end;
     unsigned long long size;
-    bool allowNull;
-    bool valid;
-    bool violation;
-  } sized[] = {
-      {p, 16, false, true, false},     {p, 0, false, true, true},
-      {nullptr, 0, true, true, false}, {nullptr, 8, false, false, false},
-      {p, ~0ULL, false, true, true},  // wraps below its begin
+    bool allowNull, valid, violation;
+  } rows[] = {
+      {false, p, p + 16, 0, false, true, false},
+      {false, p, p + 1, 0, true, true, false},
+      {false, p, p, 0, false, true, true},
+      {false, p + 1, p, 0, true, true, true},
+      {false, nullptr, nullptr, 0, true, true, false},  // allowed null: the end is not looked at
+      {false, nullptr, p, 0, false, false, false},
+      {false, nullptr, nullptr, 0, false, false, true},
+      {false, top, nullptr, 0, false, true, true},
+      {true, p, nullptr, 16, false, true, false},
+      {true, p, nullptr, 0, false, true, true},
+      {true, nullptr, nullptr, 0, true, true, false},
+      {true, nullptr, nullptr, 8, false, false, false},
+      {true, p, nullptr, ~0ULL, false, true, true},  // wraps below its begin
   };
-  for (const auto& row : sized) {
-    testing::internal::CaptureStdout();
+  for (const auto& row : rows) {
     const std::size_t before = manager.Reports().size();
-    EXPECT_EQ(IsValidAddressRange(row.begin, row.size, row.allowNull), row.valid) << row.size;
-    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u) << row.size;
-    testing::internal::GetCapturedStdout();
+    bool valid = !row.valid;
+    const std::string shown =
+        Captured([&] {
+          valid = row.sized ? IsValidAddressRange(row.begin, row.size, row.allowNull)
+                            : IsValidAddressRange(row.begin, row.end, row.allowNull);
+        }).first;
+    SCOPED_TRACE(testing::Message()
+                 << row.begin << " " << row.end << " " << row.size << " " << row.allowNull);
+    EXPECT_EQ(valid, row.valid);
+    EXPECT_EQ(manager.Reports().size() - before, row.violation ? 1u : 0u);
+    EXPECT_EQ(shown.empty(), !row.violation) << shown;
   }
   EXPECT_TRUE(IsValidAddress(p, false));
   EXPECT_FALSE(IsValidAddress(nullptr, false));

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/threads/Thread.h"
 
@@ -95,9 +95,9 @@ TEST_F(Trace, ALinePassesAtOrBelowBothVolumes) {
     bool passes;
   };
   const Row rows[] = {
-      {10, 5, 5, true},    {10, 5, 6, false},  {3, 5, 4, false},   {3, 5, 3, true},
-      {3, 3, 3, true},     {10, 0, 0, true},   {10, -1, 0, false}, {-1, 5, 0, false},
-      {10, 20, 11, false}, {20, 20, 11, true},
+      {10, 5, 5, true},  {10, 5, 6, false},   {3, 5, 4, false},
+      {3, 5, 3, true},   {10, 0, 0, true},    {10, -1, 0, false},
+      {-1, 5, 0, false}, {10, 20, 11, false}, {20, 20, 11, true},
   };
   for (const Row& row : rows) {
     dbg::SetMasterTraceVolume(row.master);

@@ -12,10 +12,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
@@ -172,27 +173,28 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
   EXPECT_EQ(N(Dir::AppDir().FullPath()), std::filesystem::path(exe).parent_path().string());
   EXPECT_EQ(Dir::PackageDir(), Dir::AppDir());
 
+  // The folders worked out from the application folder, and their overrides.
+  using Folder = Dir (*)();
+  using Override = void (*)(const Dir&);
+  const std::tuple<Folder, const char*, Override, const char*> folders[] = {
+      {&Dir::PackageDir, "app", &commondirs::SetPackageDirOverride, "pkg"},
+      {&commondirs::PluginsDir, "app/Plug-ins", &commondirs::SetPluginsDirOverride, "plug"},
+      {&commondirs::RequiredPluginsDir, "app/Required", &commondirs::SetRequiredPluginsDirOverride,
+       "req"},
+      {&commondirs::ExecutableDir, "app", &commondirs::SetExecutableDirOverride, "exe"},
+      {&commondirs::ResourcesDir, "app", &commondirs::SetResourcesDirOverride, "res"},
+  };
   commondirs::SetAppDirOverride(Dir(Path("app")));
   EXPECT_EQ(Dir::AppDir(), Dir(Path("app")));
-  EXPECT_EQ(Dir::PackageDir(), Dir(Path("app")));
-  EXPECT_EQ(commondirs::PluginsDir(), Dir(Path("app/Plug-ins")));
-  EXPECT_EQ(commondirs::RequiredPluginsDir(), Dir(Path("app/Required")));
-  EXPECT_EQ(commondirs::ExecutableDir(), Dir(Path("app")));
-  EXPECT_EQ(commondirs::ResourcesDir(), Dir(Path("app")));
+  for (const auto& [folder, fromApp, set, overridden] : folders)
+    EXPECT_EQ(folder(), Dir(Path(fromApp))) << fromApp;
 
   commondirs::SetAppDirOverride(Dir(Path("later")));
   EXPECT_EQ(commondirs::PluginsDir(), Dir(Path("app/Plug-ins"))) << "worked out at first use";
-  commondirs::SetPluginsDirOverride(Dir(Path("plug")));
-  commondirs::SetRequiredPluginsDirOverride(Dir(Path("req")));
-  commondirs::SetExecutableDirOverride(Dir(Path("exe")));
-  commondirs::SetResourcesDirOverride(Dir(Path("res")));
-  commondirs::SetPackageDirOverride(Dir(Path("pkg")));
+  for (const auto& [folder, fromApp, set, overridden] : folders) set(Dir(Path(overridden)));
   commondirs::SetMainExecutableOverride(File(Path("bin/tool")));
-  EXPECT_EQ(commondirs::PluginsDir(), Dir(Path("plug")));
-  EXPECT_EQ(commondirs::RequiredPluginsDir(), Dir(Path("req")));
-  EXPECT_EQ(commondirs::ExecutableDir(), Dir(Path("exe")));
-  EXPECT_EQ(commondirs::ResourcesDir(), Dir(Path("res")));
-  EXPECT_EQ(Dir::PackageDir(), Dir(Path("pkg")));
+  for (const auto& [folder, fromApp, set, overridden] : folders)
+    EXPECT_EQ(folder(), Dir(Path(overridden))) << overridden;
   EXPECT_EQ(commondirs::MainExecutableFile(), File(Path("bin/tool")));
   commondirs::SetAppDirOverride(Dir());
   EXPECT_EQ(Dir::AppDir(), Dir(Path("bin"))) << "an empty override looks again";
@@ -231,10 +233,7 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
   EXPECT_EQ(N(commondirs::AllUserPluginsDir().FullPath()), "/opt/Ostra/Common/Plug-ins");
   EXPECT_EQ(commondirs::UserPluginsDir(), commondirs::AllUserPluginsDir());
 
-  for (auto* set : {&commondirs::SetPluginsDirOverride, &commondirs::SetRequiredPluginsDirOverride,
-                    &commondirs::SetExecutableDirOverride, &commondirs::SetResourcesDirOverride,
-                    &commondirs::SetPackageDirOverride})
-    set(Dir());
+  for (const auto& [folder, fromApp, set, overridden] : folders) set(Dir());
   commondirs::SetMainExecutableOverride(File());
 }
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <set>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/DirIterators.h"
 #include "tvxcore/utility/FileUtils.h"
 

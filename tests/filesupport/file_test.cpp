@@ -13,8 +13,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
 using namespace tvxcore;

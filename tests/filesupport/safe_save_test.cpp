@@ -9,8 +9,8 @@
 #include <thread>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/threads/Thread.h"
@@ -23,21 +23,12 @@ namespace {
 
 class SafeSaveTest : public tvxtest::TempDirTest {
  protected:
-  std::string Read(const std::string& relative) const {
-    std::ifstream in(root_ / relative, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-  }
   // Creates the save's temporary file holding `text`; returns its path.
   static std::string WriteTemp(SafeSave& save, const std::string& text) {
     save.GetTempFile().Create(false);
     const std::string path = N(save.GetTempFile().FullPath());
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     return path;
-  }
-  std::ptrdiff_t EntryCount() const {
-    return std::distance(std::filesystem::directory_iterator(root_), {});
   }
 };
 
@@ -83,7 +74,7 @@ TEST_F(SafeSaveTest, CommitPutsNewContentAtTargetWhetherOrNotItExisted) {
       EXPECT_FALSE(std::filesystem::exists(tempPath));
     }
     EXPECT_EQ(Read("prefs.xml"), "new contents") << "the destructor keeps the result";
-    EXPECT_EQ(EntryCount(), 1);
+    EXPECT_EQ(Entries().size(), 1u);
   }
 }
 
@@ -191,7 +182,7 @@ TEST_F(SafeSaveTest, AbandonedSaveRemovesItsTempFileAndLeavesTarget) {
     }
     EXPECT_FALSE(std::filesystem::exists(tempPath));
     EXPECT_EQ(Read("doc.txt"), "original");
-    EXPECT_EQ(EntryCount(), 1);
+    EXPECT_EQ(Entries().size(), 1u);
   }
 }
 

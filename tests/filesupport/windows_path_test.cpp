@@ -1,7 +1,7 @@
 // Paths in Windows form, as recorded on Windows: pure string rules.
 #include <gtest/gtest.h>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/File.h"
 #include "tvxcore/utility/FileUtils.h"
 

@@ -52,12 +52,7 @@ TEST(ContractCheck, ViolationRaisesTheFatalContractErrorAfterTheObserver) {
 
 TEST(ContractCheck, ThrowingOrMissingManagerStopsTheCheckingFunction) {
   ASSERT_EQ(ErrorManager::Get(true), nullptr);
-  try {
-    Checked(0);
-    ADD_FAILURE() << "no manager: the report must throw";
-  } catch (const std::logic_error& e) {
-    EXPECT_STREQ(e.what(), "tvx::config::ErrorManager not initialized. Check tvx/config/Errors.h.");
-  }
+  EXPECT_THROW(Checked(0), std::logic_error);
   RecordingErrorManager manager;
   manager.throwWhenNotDeferred = true;
   ErrorManager::Set(&manager);

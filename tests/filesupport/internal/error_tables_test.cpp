@@ -7,10 +7,10 @@
 #include <typeinfo>
 #include <utility>
 
-#include "filesupport/TempDirFixture.h"
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
 using namespace tvxcore;
@@ -35,27 +35,6 @@ TEST(ErrnoTranslation, EveryFileErrorHasItsWindowsCode) {
   for (const Row& row : rows)
     EXPECT_EQ(platform::TranslateErrno(row.err, row.parentMissing), row.expected)
         << "errno " << row.err << (row.parentMissing ? " with parent missing" : "");
-}
-
-class ErrorForPathTest : public tvxtest::TempDirTest {};
-
-TEST_F(ErrorForPathTest, MissingParentIsPathNotFoundAndCallsAnswerWithTheirCodes) {
-  Write("file");
-  MakeDir("dir");
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("missing")), 2);
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("no/such")), 3);
-  EXPECT_EQ(platform::ErrorForPath(ENOENT, Native("file/below")), 3);  // parent is a file
-  EXPECT_EQ(platform::ErrorForPath(EACCES, Native("no/such")), 5);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("file"), true), 80);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("none/file"), false), 3);
-  EXPECT_EQ(platform::CreateEmptyFile(Native("dir"), false), 5);
-  EXPECT_EQ(platform::CreateDirectory(Native("dir")), 183);
-  EXPECT_EQ(platform::DeleteFile(Native("missing")), 2);
-  EXPECT_EQ(platform::DeleteFile(Native("dir")), 5);
-  Write("dir/inner");
-  EXPECT_EQ(platform::RemoveDirectory(Native("dir")), 145);
-  EXPECT_EQ(platform::MovePath(Native("file"), Native("dir")), 183);
-  EXPECT_EQ(platform::MovePath(Native("missing"), Native("other")), 2);
 }
 
 template <typename Expected>

@@ -11,8 +11,8 @@
 #include <string>
 #include <typeinfo>
 
-#include "filesupport/TempDirFixture.h"
 #include "platform/TestSeams.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
@@ -31,16 +31,6 @@ class FileFaultTest : public tvxtest::TempDirTest {
     seams::FailNext(seams::Fault::kWrite, 0);
     seams::SetBeforeDescend(nullptr);
     TempDirTest::TearDown();
-  }
-  std::string Read(const std::string& relative) const {
-    std::ifstream in(root_ / relative, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-  }
-  std::set<std::string> Entries(const std::string& relative = ".") const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(root_ / relative))
-      names.insert(entry.path().filename().string());
-    return names;
   }
 };
 

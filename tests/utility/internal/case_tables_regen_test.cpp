@@ -1,22 +1,19 @@
 // The committed case table is exactly what its generator writes from the
-// Unicode data installed on this machine (Debian package unicode-data), and
-// its parts agree with one another.
+// Unicode data installed on this machine (Debian package unicode-data).
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 
-#include "utility/internal/CaseTables.h"
+#include "support/TempDirFixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-namespace in = tvxcore::utility::internal;
 
 const char* const kUnicodeDataDir = "/usr/share/unicode";
 
@@ -33,19 +30,7 @@ std::string ShellQuote(const std::string& inText) {
   return out + "'";
 }
 
-class CaseTablesFile : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::random_device seed;
-    tempDir_ = fs::temp_directory_path() / ("tvxcore-case-" + std::to_string(seed()));
-    fs::create_directories(tempDir_);
-  }
-  void TearDown() override {
-    std::error_code error;
-    fs::remove_all(tempDir_, error);
-  }
-  fs::path tempDir_;
-};
+class CaseTablesFile : public tvxtest::TempDirTest {};
 
 TEST_F(CaseTablesFile, RegeneratingFromTheUnicodeDataGivesTheCommittedFile) {
   const char* testData = std::getenv("TVX_TEST_DATA");
@@ -62,8 +47,8 @@ TEST_F(CaseTablesFile, RegeneratingFromTheUnicodeDataGivesTheCommittedFile) {
         << " is missing; install the Debian package unicode-data (scripts/deps.sh)";
   }
 
-  const fs::path output = tempDir_ / "CaseTables.cpp";
-  const fs::path errors = tempDir_ / "stderr.txt";
+  const fs::path output = root_ / "CaseTables.cpp";
+  const fs::path errors = root_ / "stderr.txt";
   const std::string command = "python3 " + ShellQuote(script.string()) + " --ucd " +
                               ShellQuote(kUnicodeDataDir) + " --output " +
                               ShellQuote(output.string()) + " 2> " + ShellQuote(errors.string());
@@ -78,34 +63,6 @@ TEST_F(CaseTablesFile, RegeneratingFromTheUnicodeDataGivesTheCommittedFile) {
       << committed << " differs from what the generator writes; run " << script
       << " and commit the result (" << regenerated.size() << " bytes against " << expected.size()
       << ")";
-}
-
-// The row bitmap and the three form tables come from one pass of the
-// generator; a unit is a row exactly when some form differs from the unit.
-TEST(CaseTables, RowBitmapMarksExactlyTheUnitsWithAMapping) {
-  std::size_t rows = 0;
-  int failures = 0;
-  for (unsigned c = 0; c < 0x10000; ++c) {
-    const auto unit = static_cast<tvxcore::UTF16Char>(c);
-    bool mapped = false;
-    for (auto form : {in::kCaseLower, in::kCaseUpper, in::kCaseFold}) {
-      tvxcore::UTF16Char single;
-      std::size_t length;
-      const tvxcore::UTF16Char* units = in::CaseFormOf(unit, form, single, length);
-      ASSERT_GE(length, 1u);
-      ASSERT_LE(length, 3u);
-      if (length != 1 || units[0] != unit) mapped = true;
-    }
-    if (in::IsSurrogateUnit(unit)) {
-      EXPECT_FALSE(mapped) << std::hex << c;
-    }
-    if (mapped != in::IsCaseTableRow(unit) && ++failures <= 10) {
-      ADD_FAILURE() << "U+" << std::hex << c << (mapped ? " maps but is no row" : " is a bare row");
-    }
-    rows += mapped ? 1 : 0;
-  }
-  EXPECT_EQ(rows, in::kCaseTableRowCount);
-  EXPECT_GT(rows, 1400u);
 }
 
 }  // namespace

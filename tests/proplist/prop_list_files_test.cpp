@@ -15,8 +15,8 @@
 
 #include "TestText.h"
 #include "config/ErrorTestSupport.h"
-#include "filesupport/TempDirFixture.h"
-#include "filesupport/Unprivileged.h"
+#include "support/TempDirFixture.h"
+#include "support/Unprivileged.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/proplist/PropListFiles.h"
 
@@ -55,16 +55,6 @@ class PropListFiles : public tvxtest::TempDirTest {
     xml::ResetParserFactory();
     TempDirTest::TearDown();
   }
-  std::string Read(const std::string& relative) const {
-    std::ostringstream bytes;
-    bytes << std::ifstream(root_ / relative, std::ios::binary).rdbuf();
-    return bytes.str();
-  }
-  // How many entries the directory holds: a save leaves no temporary file.
-  std::ptrdiff_t Entries() const {
-    return std::distance(std::filesystem::directory_iterator(root_),
-                         std::filesystem::directory_iterator());
-  }
   static PropList Sample() {
     PropList list;
     tvxtest::FillEveryType(list);
@@ -101,7 +91,7 @@ TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
   utils::LoadPropList(Path("prefs.xml"), reloaded, false);
   EXPECT_EQ(WriteText(reloaded), WriteText(changed));
   EXPECT_TRUE(errors_.Reports().empty());
-  EXPECT_EQ(Entries(), 1);
+  EXPECT_EQ(Entries().size(), 1u);
 }
 
 TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
@@ -266,24 +256,17 @@ TEST_F(PropListFiles, DeeplyNestedFilesLoadCopyWriteAndDestroy) {
   for (int i = 0; i < kDepth; ++i) text += "</prop.pair>\n</prop.list>\n";
   text += "</prop.map>\n";
   Write("deep.xml", text);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    int code = 0;
-    {
-      PropList list;
-      utils::LoadPropList(Path("deep.xml"), list, false);
-      if (!errors_.Reports().empty()) code = 1;
-      PropList copy(list);
-      if (WriteText(copy) != text) code = 2;
-      utils::SavePropList(Path("copy.xml"), copy);
-    }
-    _exit(code);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status)) << "the child died of signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(tvxtest::RunInChild([&] {
+              PropList list;
+              utils::LoadPropList(Path("deep.xml"), list, false);
+              if (!errors_.Reports().empty()) return 1;
+              PropList copy(list);
+              if (WriteText(copy) != text) return 2;
+              utils::SavePropList(Path("copy.xml"), copy);
+              return 0;
+            }),
+            0)
+      << "-1: the child crashed";
   EXPECT_EQ(Read("copy.xml"), text);
 }
 
@@ -322,7 +305,7 @@ TEST_F(PropListFiles, FailedSavesNameTheTargetAndKeepWhatWasThere) {
     EXPECT_EQ(N(e.GetFile().FullPath()), Native("taken.xml"));
   }
   EXPECT_EQ(Read("taken.xml/inside"), "kept");
-  EXPECT_EQ(Entries(), 1) << "the temporary file is gone";
+  EXPECT_EQ(Entries().size(), 1u) << "the temporary file is gone";
 
   MakeDir("ro");
   Write("ro/r.xml", "old");

@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <limits>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "TestText.h"
+#include "support/Unprivileged.h"
 
 using namespace tvxcore;
 using namespace tvxcore::proplist;
@@ -224,14 +223,14 @@ TEST(PropList, LongIsRefusedAndEachWidthKeepsItsType) {
   static_assert(!Settable<std::list<long>> && !Gettable<std::list<unsigned long>>);
   static_assert(Settable<std::int32_t> && Settable<long long> && Gettable<unsigned long long>);
   PropList list;
-  list.SetValue(U8("a"), 1);
-  list.SetValue(U8("b"), 1LL);
-  list.SetValue(U8("c"), 1u);
-  list.SetValue(U8("d"), 1ULL);
-  EXPECT_EQ(list.GetPropertyType(U8("a")), kPropListType_Int32);
-  EXPECT_EQ(list.GetPropertyType(U8("b")), kPropListType_Int64);
-  EXPECT_EQ(list.GetPropertyType(U8("c")), kPropListType_UInt32);
-  EXPECT_EQ(list.GetPropertyType(U8("d")), kPropListType_UInt64);
+  const auto typeOf = [&list](auto value) {
+    list.SetValue(U8("k"), value);
+    return list.GetPropertyType(U8("k"));
+  };
+  EXPECT_EQ(typeOf(1), kPropListType_Int32);
+  EXPECT_EQ(typeOf(1LL), kPropListType_Int64);
+  EXPECT_EQ(typeOf(1u), kPropListType_UInt32);
+  EXPECT_EQ(typeOf(1ULL), kPropListType_UInt64);
 }
 
 // Copying, writing and destroying a list nested far deeper than any stack
@@ -239,37 +238,30 @@ TEST(PropList, LongIsRefusedAndEachWidthKeepsItsType) {
 // instead of ending the suite.
 TEST(PropList, DeepTreesCopyWriteAndDestroyInConstantStack) {
   constexpr int kDepth = 200000;
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    int code = 0;
-    {
-      auto list = std::make_unique<PropList>();
-      PropList* level = list.get();
-      for (int i = 0; i < kDepth; ++i) {
-        level->SetValue(U8("v"), i);
-        level = level->NewSubList(U8("s"));
-      }
-      PropList copy(*list);
-      list->NewSubList(U8("s"))->SetValue(U8("v"), 7);
-      UTF8String original, copied;
-      list->OutputAsXMLFragment(original);
-      copy.OutputAsXMLFragment(copied);
-      std::int32_t first = 0;
-      if (!copy.GetSubList(U8("s"))->GetValue(U8("v"), first) || first != 1) code = 1;
-      if (original.size() != copied.size() || original == copied) code = 2;
-      PropList assigned;
-      assigned = copy;               // the old (empty) tree and the copy's
-      copy.SetValue(U8("s"), true);  // a deep sub-list replaced by a scalar
-      list->Clear();                 // and one cleared
-      PropList* node = assigned.GetSubList(U8("s"));
-      for (int i = 1; i < kDepth - 1 && node; ++i) node = node->GetSubList(U8("s"));
-      if (!node || !node->GetSubList(U8("s"))) code = 3;
-    }
-    _exit(code);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status)) << "the child died of signal " << WTERMSIG(status);
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(tvxtest::RunInChild([&] {
+              auto list = std::make_unique<PropList>();
+              PropList* level = list.get();
+              for (int i = 0; i < kDepth; ++i) {
+                level->SetValue(U8("v"), i);
+                level = level->NewSubList(U8("s"));
+              }
+              PropList copy(*list);
+              list->NewSubList(U8("s"))->SetValue(U8("v"), 7);
+              UTF8String original, copied;
+              list->OutputAsXMLFragment(original);
+              copy.OutputAsXMLFragment(copied);
+              std::int32_t first = 0;
+              if (!copy.GetSubList(U8("s"))->GetValue(U8("v"), first) || first != 1) return 1;
+              if (original.size() != copied.size() || original == copied) return 2;
+              PropList assigned;
+              assigned = copy;               // the old (empty) tree and the copy's
+              copy.SetValue(U8("s"), true);  // a deep sub-list replaced by a scalar
+              list->Clear();                 // and one cleared
+              PropList* node = assigned.GetSubList(U8("s"));
+              for (int i = 1; i < kDepth - 1 && node; ++i) node = node->GetSubList(U8("s"));
+              if (!node || !node->GetSubList(U8("s"))) return 3;
+              return 0;
+            }),
+            0)
+      << "-1: the child crashed";
 }

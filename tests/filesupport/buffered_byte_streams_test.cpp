@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/FileExceptions.h"

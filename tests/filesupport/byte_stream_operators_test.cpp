@@ -1,5 +1,4 @@
-// The stream bases, their client slots, the exceptions, the value encoding and
-// the stream copy.
+// The value encoding of every type and the copy of one stream into another.
 #include <gtest/gtest.h>
 
 #include <cfloat>
@@ -9,14 +8,11 @@
 #include <cstring>
 #include <limits>
 #include <string>
-#include <tuple>
-#include <type_traits>
 #include <typeinfo>
 #include <utility>
 #include <vector>
 
 #include "tvxcore/filesupport/AdapterByteStreams.h"
-#include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 
@@ -62,7 +58,6 @@ class UnknownLengthSource : public fs::IByteStream {
  public:
   explicit UnknownLengthSource(std::string bytes) : bytes_(std::move(bytes)) {}
   unsigned char Get() override {
-    ++gets;
     if (pos_ >= bytes_.size()) throw fs::eof_error();
     if (failAt == pos_) throw fs::io_error();
     return static_cast<unsigned char>(bytes_[pos_++]);
@@ -70,23 +65,11 @@ class UnknownLengthSource : public fs::IByteStream {
   void CurPos(unsigned long long pos) override { pos_ = pos; }
   unsigned long long CurPos() const override { return pos_; }
 
-  int gets = 0;
   unsigned long long failAt = ~0ull;
 
  private:
   std::string bytes_;
   unsigned long long pos_ = 0;
-};
-
-// A writer with nothing but Put().
-class RecordingSink : public fs::OByteStream {
- public:
-  void Put(unsigned char byte) override { bytes += static_cast<char>(byte); }
-  void CurPos(unsigned long long) override {}
-  unsigned long long CurPos() const override { return bytes.size(); }
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-  std::string bytes;
 };
 
 class FixedSink : public fs::OBufferByteStream {
@@ -97,98 +80,6 @@ class FixedSink : public fs::OBufferByteStream {
 };
 
 }  // namespace
-
-TEST(ByteStreamBase, XallocHandsOutConsecutiveIndicesAndSlotsGrowWithZeroes) {
-  const int first = fs::ByteStream_base::xalloc();
-  EXPECT_GE(first, 0);
-  EXPECT_EQ(fs::ByteStream_base::xalloc(), first + 1);
-  EXPECT_EQ(fs::ByteStream_base::xalloc(), first + 2);
-
-  std::string storage, other;
-  fs::OStringByteStream stream(storage), second(other);
-  EXPECT_EQ(stream.iword(5), 0);
-  stream.iword(5) = 77;
-  EXPECT_EQ(stream.iword(2), 0);
-  stream.iword(2) = -3;
-  EXPECT_EQ(stream.iword(5), 77);
-  EXPECT_EQ(stream.iword(2), -3);
-  EXPECT_EQ(stream.iword(0), 0);
-
-  int marker = 0;
-  EXPECT_EQ(stream.pword(3), nullptr);
-  stream.pword(3) = &marker;
-  EXPECT_EQ(stream.pword(1), nullptr);
-  EXPECT_EQ(stream.pword(3), &marker);
-  EXPECT_EQ(stream.iword(3), 0) << "integer and pointer slots are separate";
-  EXPECT_EQ(second.iword(5), 0) << "slots belong to one stream";
-}
-
-namespace {
-// name, event, stream, index, the slot's value when called
-using CallbackRecord = std::tuple<char, int, const void*, int, std::int32_t>;
-std::vector<CallbackRecord> S_calls;
-template <char kName>
-void Callback(fs::ByteStream_base::event e, fs::ByteStream_base& s, int index) {
-  S_calls.emplace_back(kName, static_cast<int>(e), &s, index, s.iword(index));
-}
-}  // namespace
-
-TEST(ByteStreamBase, CallbacksRunOldestFirstWhenTheStreamDiesWithTheSlotsStillThere) {
-  S_calls.clear();
-  const void* stream = nullptr;
-  {
-    std::string storage;
-    fs::OStringByteStream out(storage);
-    stream = static_cast<fs::ByteStream_base*>(&out);
-    out.iword(1) = 11;
-    out.iword(4) = 44;
-    out.register_callback(Callback<'A'>, 1);
-    out.register_callback(Callback<'B'>, 4);
-    out.register_callback(Callback<'A'>, 1);  // twice: runs twice
-    EXPECT_TRUE(S_calls.empty()) << "nothing runs before the stream dies";
-  }
-  // The event is erase_event, which is 0.
-  EXPECT_EQ(S_calls,
-            (std::vector<CallbackRecord>{
-                {'A', 0, stream, 1, 11}, {'B', 0, stream, 4, 44}, {'A', 0, stream, 1, 11}}));
-}
-
-TEST(ByteStreamBase, DefaultOperationsLoopOverGetAndPut) {
-  UnknownLengthSource source("abcdef");
-  EXPECT_EQ(source.Length(), 0u);
-  EXPECT_TRUE(source.AtTheEnd()) << "default length 0 is reached at position 0";
-
-  unsigned char block[8] = {};
-  source.ReadBlock(block, 0);
-  EXPECT_EQ(source.gets, 0) << "a count of 0 reads nothing";
-  source.ReadBlock(block, 3);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 3), "abc");
-  EXPECT_EQ(source.gets, 3);
-  EXPECT_FALSE(source.AtTheEnd());
-
-  std::memset(block, '-', sizeof block);
-  EXPECT_THROW(source.ReadBlock(block, 5), fs::eof_error);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 5), "def--")
-      << "bytes before the end are stored";
-
-  RecordingSink sink;
-  const unsigned char bytes[] = {1, 2, 3};
-  sink.WriteBlock(bytes, 0);
-  EXPECT_TRUE(sink.bytes.empty());
-  sink.WriteBlock(bytes, 3);
-  EXPECT_EQ(sink.bytes, "\x01\x02\x03");
-}
-
-TEST(ByteStreamExceptions, CarryNoTextAndEofErrorIsNoIoError) {
-  static_assert(std::is_base_of_v<fs::byte_stream_exception, fs::eof_error> &&
-                std::is_base_of_v<fs::byte_stream_exception, fs::io_error> &&
-                !std::is_base_of_v<fs::io_error, fs::eof_error> &&
-                std::is_copy_assignable_v<fs::eof_error>);
-  const std::string plain = std::exception().what();
-  EXPECT_EQ(fs::byte_stream_exception().what(), plain);
-  EXPECT_EQ(fs::eof_error().what(), plain);
-  EXPECT_EQ(fs::io_error().what(), plain);
-}
 
 TEST(ByteStreamEncoding, EveryValueTypeHasItsExactBytesAndReadsBack) {
   auto check = []<typename T>(T value, const std::string& hex) {

@@ -1,0 +1,81 @@
+// The adapters over standard streams, deques and strings: what each does
+// beyond the contract every stream keeps.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <deque>
+#include <sstream>
+#include <string>
+
+#include "tvxcore/filesupport/AdapterByteStreams.h"
+#include "tvxcore/filesupport/ByteStreamOperators.h"
+
+namespace fs = tvxcore::filesupport;
+
+namespace {
+
+template <typename Base>
+class Completed : public Base {
+ public:
+  using Base::Base;
+  void OSFlush() override {}
+  void Truncate(unsigned long long) override {}
+};
+
+TEST(IStdByteStream, LengthKeepsThePositionAndTheEndGivesFFForEver) {
+  std::istringstream standard("0123456789");
+  fs::IStdByteStream in(standard);
+  in.CurPos(6);
+  EXPECT_EQ(in.Length(), 10u);
+  EXPECT_EQ(in.CurPos(), 6u) << "Length restores the position";
+  EXPECT_EQ(in.Get(), '6');
+
+  // The value operators see 0xFF bytes for ever.
+  in.CurPos(8);
+  std::uint32_t value = 0;
+  EXPECT_NO_THROW(in >> value);
+  EXPECT_EQ(value, 0x3839FFFFu);
+  unsigned char last = 0;
+  EXPECT_NO_THROW(last = in.Get());
+  EXPECT_EQ(last, 0xFF);
+  EXPECT_TRUE(standard.eof()) << "the standard stream's own flags are set";
+}
+
+TEST(OStdByteStream, ShowsFailuresOnlyInTheFlags) {
+  std::ostream broken(nullptr);
+  Completed<fs::OStdByteStream> failing(broken);
+  EXPECT_NO_THROW(failing.Put('a'));
+  EXPECT_TRUE(broken.bad());
+}
+
+TEST(ODequeByteStream, PutAlwaysAppendsWhereverThePositionWasSet) {
+  std::deque<unsigned char> deque = {9, 9};
+  Completed<fs::ODequeByteStream> out(deque);
+  EXPECT_EQ(out.CurPos(), 2u) << "the position is the deque's size";
+  out.CurPos(0);
+  EXPECT_EQ(out.CurPos(), 2u);
+  out.Put(7);
+  EXPECT_EQ(out.CurPos(), 3u);
+  EXPECT_EQ(deque, (std::deque<unsigned char>{9, 9, 7}));
+}
+
+TEST(OStringByteStream, AppendsAndTruncatesBothWays) {
+  std::string storage = "abc";
+  fs::OStringByteStream out(storage);
+  EXPECT_EQ(out.CurPos(), 3u);
+  out.CurPos(0);
+  out.Put('d');
+  EXPECT_EQ(storage, "abcd") << "setting the position does nothing";
+  out.OSFlush();
+  EXPECT_EQ(storage, "abcd");
+
+  storage = "abc";
+  out.Truncate(10);
+  EXPECT_EQ(storage, std::string("abc\0\0\0\0\0\0\0", 10));
+  for (const char* expected : {"a", "a", ""}) {
+    out.Truncate(std::string(expected).size());
+    EXPECT_EQ(storage, expected);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+// Named threads and the identities of threads and processes.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/Unprivileged.h"
+#include "tvxcore/threads/Thread.h"
+
+namespace {
+
+using namespace tvxcore::threads;
+
+TEST(CreateNamedThread, RunsStartBodyAndExitInOrder) {
+  std::vector<std::string> steps;
+  auto step = [&](std::string name) { return [&steps, name] { steps.push_back(name); }; };
+  CreateNamedThread("worker", step("body"), ThreadPriority_BelowNormal, step("start"), step("exit"))
+      .join();
+  EXPECT_EQ(steps, (std::vector<std::string>{"start", "body", "exit"}));
+  steps.clear();
+  CreateNamedThread("empty", {}, ThreadPriority_Normal, step("start"), step("exit")).join();
+  EXPECT_TRUE(steps.empty()) << "no body, no start or exit";
+  CreateNamedThread("bare", step("body"), static_cast<ThreadPriority>(7), {}, {}).join();
+  EXPECT_EQ(steps, std::vector<std::string>{"body"});
+}
+
+TEST(ThreadIdentity, IdsAreTheSystemsAndNoThreadIsMainYet) {
+  const auto mainId = GetCurrentThreadID();
+  EXPECT_EQ(mainId, GetCurrentProcessID()) << "the first thread has the process's id";
+  EXPECT_FALSE(CurrentThreadIsMainThread());
+  std::uint32_t otherId = 0, otherProcess = 0;
+  bool otherIsMain = true;
+  std::thread([&] {
+    otherId = GetCurrentThreadID();
+    otherProcess = GetCurrentProcessID();
+    otherIsMain = CurrentThreadIsMainThread();
+  }).join();
+  EXPECT_NE(otherId, mainId);
+  EXPECT_NE(otherId, 0u);
+  EXPECT_EQ(otherProcess, mainId);
+  EXPECT_FALSE(otherIsMain);
+
+  // A forked child's only thread has the child's id, not its parent's cached one.
+  EXPECT_EQ(
+      tvxtest::RunInChild([] { return GetCurrentThreadID() == GetCurrentProcessID() ? 0 : 1; }), 0)
+      << "the child saw its parent's id";
+}
+
+}  // namespace
