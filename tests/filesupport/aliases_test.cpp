@@ -2,7 +2,7 @@
 // them.
 #include <gtest/gtest.h>
 
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/Aliases.h"
 #include "tvxcore/utility/FileUtils.h"
 

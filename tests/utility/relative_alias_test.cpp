@@ -3,12 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
 
 #include "config/ErrorTestSupport.h"
-#include "filesupport/TempDirFixture.h"
+#include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/File.h"
 #include "tvxcore/proplist/PropListUtils.h"
 #include "tvxcore/utility/FileUtils.h"
