@@ -77,6 +77,12 @@ std::uint32_t UpdateCRC32Table(std::uint32_t state, const unsigned char* data, s
   return state;
 }
 
+std::uint32_t CRC32AfterFourZeroBytes(std::uint32_t state) {
+  const CRC32SliceTables& t = kCRC32SliceTables;
+  return t[3][state & 0xFF] ^ t[2][(state >> 8) & 0xFF] ^ t[1][(state >> 16) & 0xFF] ^
+         t[0][state >> 24];
+}
+
 std::uint32_t UpdateCRC32SliceBy8(std::uint32_t state, const unsigned char* data,
                                   std::size_t count) {
   const CRC32SliceTables& t = kCRC32SliceTables;

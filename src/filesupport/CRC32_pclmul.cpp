@@ -72,10 +72,8 @@ inline std::uint32_t Reduce(__m128i x) {
   const auto rest = static_cast<std::uint64_t>(_mm_extract_epi64(w, 1));
   // The low 32 bits of that are below P already; the high 32 bits are four
   // bytes whose remainder the tables give.
-  const auto top = static_cast<std::uint32_t>(rest);
-  const CRC32SliceTables& t = kCRC32SliceTables;
-  return static_cast<std::uint32_t>(rest >> 32) ^ t[3][top & 0xFF] ^ t[2][(top >> 8) & 0xFF] ^
-         t[1][(top >> 16) & 0xFF] ^ t[0][top >> 24];
+  return static_cast<std::uint32_t>(rest >> 32) ^
+         CRC32AfterFourZeroBytes(static_cast<std::uint32_t>(rest));
 }
 
 // Folds the whole 16-byte blocks of `count` bytes at `rest` into `x`, then

@@ -67,6 +67,11 @@ constexpr CRC32SliceTables MakeCRC32SliceTables() {
 
 extern const CRC32SliceTables kCRC32SliceTables;
 
+// The state after four zero bytes from `state`, by four independent look-ups.
+// The vector kernels end with it; defined outside them so that their files
+// instantiate nothing of the tables' type.
+std::uint32_t CRC32AfterFourZeroBytes(std::uint32_t state);
+
 // x^n modulo the generator, reflected: bit 31 - d holds the term x^d.
 constexpr std::uint32_t CRC32PowerOfX(unsigned n) {
   const std::uint32_t polynomial = CRC32Polynomial();
