@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <numeric>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "tvxcore/utility/SmallBlockAllocator.h"
@@ -212,6 +213,17 @@ class Ring {
 
 Ring g_ring;
 
+// A thread that finds the ring full or empty spins a little, then gives its
+// core away: on a machine with more runnable threads than cores, spinning
+// alone would let a waiting thread burn the time slice that the other one
+// needs, and the case would measure the scheduler instead of the heap.
+void Wait(unsigned spins) {
+  if (spins < 256)
+    __builtin_ia32_pause();
+  else
+    std::this_thread::yield();
+}
+
 // Thread 0 allocates and hands each block to thread 1, which releases it.
 template <typename Heap>
 void ProducerToConsumer(benchmark::State& state) {
@@ -221,12 +233,12 @@ void ProducerToConsumer(benchmark::State& state) {
     for (auto _ : state) {
       void* p = Heap::Allocate(size);
       *static_cast<char*>(p) = 1;
-      while (!g_ring.Push(p)) __builtin_ia32_pause();
+      for (unsigned spins = 0; !g_ring.Push(p); ++spins) Wait(spins);
     }
   } else {
     for (auto _ : state) {
       void* p;
-      while ((p = g_ring.Pop()) == nullptr) __builtin_ia32_pause();
+      for (unsigned spins = 0; (p = g_ring.Pop()) == nullptr; ++spins) Wait(spins);
       Heap::Free(p, size);
     }
   }

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Runs the allocator benchmark three times: against glibc's malloc, then with
 # mimalloc and jemalloc preloaded, 3 repetitions each (REPETITIONS=n to
-# change), and prints the medians. Each run has SmallBlockAllocator with its
-# per-thread caches (Small) and without them (SmallUncached).
+# change), and prints the medians with the load average taken just before
+# each run (the machine's other work shows in the two-thread cases first).
+# Each run has SmallBlockAllocator with its per-thread caches (Small) and
+# without them (SmallUncached).
 #   bash bench/utility/run_allocator_benchmarks.sh [path/to/allocator_benchmark] [extra args]
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -25,6 +27,7 @@ for heap in glibc mimalloc jemalloc; do
     continue
   fi
   echo "== malloc = $heap (Small = SmallBlockAllocator, Malloc = $heap)"
+  echo "   load average before the run: $(cut -d' ' -f1-3 /proc/loadavg)"
   LD_PRELOAD="$lib" "$binary" --benchmark_repetitions="${REPETITIONS:-3}" \
     --benchmark_report_aggregates_only=true \
     "$@" 2>/dev/null | grep -E '_median|^Benchmark|^-+$'
