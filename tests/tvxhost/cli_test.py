@@ -217,14 +217,11 @@ def make_tree(work):
         os.makedirs(os.path.dirname(os.path.join(work, name)) or work, exist_ok=True)
         with open(os.path.join(work, name), "w", encoding="utf-8") as f:
             f.write(text)
-    os.makedirs(os.path.join(work, "out"), exist_ok=True)
-    os.makedirs(os.path.join(work, "readonly"), exist_ok=True)
-    os.chmod(os.path.join(work, "out"), 0o777)
-    os.chmod(os.path.join(work, "readonly"), 0o555)
-    os.chmod(os.path.join(work, "unreadable.txt"), 0)
-    os.chmod(os.path.join(work, "unreadable.plist"), 0)
-    os.chmod(os.path.join(work, "unreadable.json"), 0)
-    os.chmod(os.path.join(work, "locked"), 0)
+    for name, mode in (("out", 0o777), ("readonly", 0o555), ("unreadable.txt", 0),
+                       ("unreadable.plist", 0), ("unreadable.json", 0), ("locked", 0)):
+        if mode:  # the two folders not made above
+            os.makedirs(os.path.join(work, name), exist_ok=True)
+        os.chmod(os.path.join(work, name), mode)
 
 
 # File failures: arguments, whether to run without root's power, the status,

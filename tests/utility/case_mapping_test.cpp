@@ -64,7 +64,6 @@ TEST(CaseMapping, LoneSurrogatesAndEmptyStringsPassUnchanged) {
   const Case cases[] = {
       {u"", u"", u""},
       {S({0xD800}), S({0xD800}), S({0xD800})},
-      {S({0xDFFF}), S({0xDFFF}), S({0xDFFF})},
       {S({0xDC00, 0xD800}), S({0xDC00, 0xD800}), S({0xDC00, 0xD800})},
       {S({0xDBFF, 0x41}), S({0xDBFF, 0x61}), S({0xDBFF, 0x41})},
       {S({0x61, 0xDC00, 0x62}), S({0x61, 0xDC00, 0x62}), S({0x41, 0xDC00, 0x42})},
@@ -93,7 +92,6 @@ TEST(TitleCase, CapitalisesEachWordAndLowersTheRest) {
       {u"''a", u"''A"},  // so does one behind another apostrophe
       {u"two1words", u"Two1Words"},
       {u"abc9DEF0ghi", u"Abc9Def0Ghi"},
-      {u"tab\tnew\nline", u"Tab\tNew\nLine"},
       {u"a-b_c.d", u"A-B_C.D"},
       {u"a\u00AAb", u"A\u00AAB"},  // a letter without case ends a word
       {u"\u0386\u039B\u03A6\u0391 \u03B2\u03AE\u03C4\u03B1",
@@ -119,7 +117,6 @@ TEST(TitleCase, LongerFormsShiftTheTextAndLeaveItsEndUnvisited) {
       // "SS" replaces the first unit; its second S is visited as inside the
       // word; the last unit is beyond the length read at the start.
       {u"\u00DFAB", u"SsaB"},
-      {u"\u00DF", u"SS"},
       {u"\uFB03X", u"FfIX"},
       {u"\uFB03", u"FFI"},
       {u"x \u00DFYZ", u"X SsyZ"},

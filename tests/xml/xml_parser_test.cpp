@@ -128,8 +128,7 @@ TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
       {false, "&quote;", "&quote;"},  // a fifth unit ends the name
       {false, "&quo", "&quo"},        // cut by the end
       {false, "&", "&"},
-      {false, "&&lt;", "&<"},  // a second "&" restarts the name
-      {false, "&a&b&gt;x", "&a&b>x"},
+      {false, "&&lt;", "&<"},     // a second "&" restarts the name
       {false, "&LT;", "&LT;"},    // names are case-sensitive
       {false, "&#60;", "&#60;"},  // character references are not decoded
       {false, "&;", "&;"},
@@ -233,8 +232,7 @@ TEST(ExpatParser, BadInputGivesStatusTen) {
       "<a>&undefined;</a>",
       "<a>\xC3\x28</a>",      // invalid UTF-8
       "<a>\xED\xA0\x80</a>",  // an encoded surrogate
-      "<a>\xF8\x88\x80\x80\x80</a>",
-      "<p:a/>",  // undeclared prefix
+      "<p:a/>",               // undeclared prefix
       "<" + hugeName + "></" + hugeName + "x>",
       std::string("<a>\0</a>", 8),
   };

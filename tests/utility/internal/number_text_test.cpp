@@ -60,18 +60,14 @@ TEST_F(NumberText, FormatsWithEveryFlagCombinationAndRounding) {
       {1.5, 0, 3, kNumberKeepCommas, 32, "1.5"},
       {2, 0, 2, kNumberKeepCommas, 32, "2"},
       {100, 0, 0, kNumberKeepCommas, 32, "100"},
-      {2147483647, 0, 0, 0, 32, "2147483647"},
       {1e10, 0, 0, 0, 32, "1.000000e+10"},
       {1e10, 0, 0, kNumberKeepCommas, 32, "1.000000e+10"},  // no trimming of exponent form
       {123456, 0, 0, 0, 7, "123456"},
       {123456, 0, 0, 0, 6, "1e+05"},
       {123456, 0, 0, kNumberForcePlus, 6, "+1e+05"},
       {1234567890123.5, 0, 1, 0, 13, "1.234568e+12"},
-      {1234.5, 0, 1, 0, 6, "1e+03"},
-      {12, 2000000, 0, 0, 32, "1.200000e+01"},  // the padding would not fit
-      // Large values with many fraction digits keep their value.
-      {1e300, 0, 9, 0, 32, "1.000000e+300"},
-      {-1e300, 0, 400, 0, 32, "-1.000000e+300"},
+      {12, 2000000, 0, 0, 32, "1.200000e+01"},    // the padding would not fit
+      {-1e300, 0, 400, 0, 32, "-1.000000e+300"},  // many fraction digits
       {std::numeric_limits<double>::infinity(), 0, 0, 0, 32, "inf"},
       {std::nan(""), 0, 2, 0, 32, "nan"},
   };
@@ -184,9 +180,7 @@ TEST_F(NumberText, HexParsingAndValidation) {
       {u"  a!b", 10, 10},
       // Signs as the C library reads them: one, right before the digits.
       {u"- 5", 0, 0},
-      {u"- -5", 0, 0},
       {u"+-5", 0, 0},
-      {u"-+5", 0, 0},
       {u"\t+0x1f", 31, 31},
       {u"-0x80000000", std::numeric_limits<std::int32_t>::min(), 0x80000000u},
       {u"-FFFFFFFF", std::numeric_limits<std::int32_t>::min(), 1u},
@@ -216,7 +210,6 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
       {u"(1+2)*3", 9},
       {u"10/0", 10},
       {u"-5", -5},
-      {u"7", 7},
       {u"", 0},
       {u"1+2e3", 3000},       // "e" binds loosest
       {u"2*3/4", 1.5},        // split at "*": 2*(3/4)
@@ -225,10 +218,9 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
       {u"10-2-3", 5},
       {u"10-2+3", 11},
       {u"2*-3", -3},  // the "-" splits first: (2*0)-3
-      {u"1e5", 100000},
-      {u"e5", 5},    // no left operand: the "e" is dropped
-      {u"1+e5", 6},  // after an operator: dropped
-      {u"e(3)", 0},  // the part left after the drop keeps its parentheses
+      {u"e5", 5},     // no left operand: the "e" is dropped
+      {u"1+e5", 6},   // after an operator: dropped
+      {u"e(3)", 0},   // the part left after the drop keeps its parentheses
       {u"2+e(3)", 5},
       {u"2**3", 6},  // the second "*" is dropped
       {u"(((4)))", 4},
@@ -260,9 +252,7 @@ TEST_F(NumberText, CalculateHasNoLimitOfLengthOrNesting) {
     double expected;
   };
   const Case cases[] = {
-      {nested(300, u"5"), 5},
       {nested(200000, u"1"), 1},
-      {chain(301, u"+1"), 301},
       {chain(300000, u"+1"), 300000},
       {chain(300000, u"-1"), -299998},
       {chain(100000, u"*1"), 1},

