@@ -32,6 +32,9 @@ foreach(object ${OBJECTS})
       # A pointer to the C++ unwinder's personality routine that the compiler
       # emits beside any code with cleanups (sanitizer builds add some): data,
       # never code compiled for the kernel's instruction set.
+    elseif(INSTRUMENTED AND line MATCHES " V typeinfo (name )?for ")
+      # Type descriptions that the sanitizers' checks of indirect calls emit
+      # for the functions' types: data, never code.
     elseif(NOT (INSTRUMENTED AND line MATCHES " __(asan|odr_asan|sancov)"))
       message(FATAL_ERROR "${object} defines a symbol other files can reach: ${line}\n"
                           "Give it internal linkage (utility/internal/UnicodeKernelsLoops.h).")
