@@ -1,4 +1,4 @@
-// Linux answers for the named folders: the XDG base-directory specification
+// Linux answers for the named folders: the XDG base-directory rules
 // ($XDG_CONFIG_HOME, $XDG_DATA_DIRS) and the xdg-user-dirs file
 // "user-dirs.dirs", read as the xdg-user-dir tool reads it.
 #include <fcntl.h>

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 
@@ -14,13 +15,7 @@ namespace fs = tvxcore::filesupport;
 
 namespace {
 
-template <typename Base>
-class Completed : public Base {
- public:
-  using Base::Base;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
+using tvxtest::Completed;
 
 TEST(IStdByteStream, LengthKeepsThePositionAndTheEndGivesFFForEver) {
   std::istringstream standard("0123456789");

@@ -17,6 +17,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
@@ -60,15 +61,7 @@ class RecordingSink : public fs::OByteStream {
   std::string bytes;
 };
 
-// The writers that leave OSFlush and Truncate to a derived class, completed
-// with nothing.
-template <typename Base>
-class Completed : public Base {
- public:
-  using Base::Base;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
+using tvxtest::Completed;
 
 const unsigned char* Bytes(const std::string& text) {
   return reinterpret_cast<const unsigned char*>(text.data());

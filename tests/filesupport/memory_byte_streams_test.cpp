@@ -6,6 +6,7 @@
 #include <string>
 #include <typeinfo>
 
+#include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
@@ -14,13 +15,7 @@ namespace fs = tvxcore::filesupport;
 
 namespace {
 
-template <typename Base>
-class Completed : public Base {
- public:
-  using Base::Base;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
+using tvxtest::Completed;
 
 TEST(OBufferByteStream, CountIsTheHighWaterMarkAndTheEndThrows) {
   unsigned char block[4] = {0, 0, 0, 0};
