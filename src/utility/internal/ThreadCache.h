@@ -19,7 +19,7 @@
 // from the others, a batch from each in turn. The transfer cache holds at
 // most a list's worth of whole batches a class (TransferSlots(), 8 to 32
 // batches: at most 64 KiB a class, about 4.1 MiB over all classes), and its
-// slots' arrays of block pointers take about 92 KiB of static memory.
+// slots' arrays of block pointers take about 94 KiB of static memory.
 #pragma once
 
 #include <array>
