@@ -60,6 +60,7 @@ void ParentAfterFork() {
   UnlockManagersAfterFork(std::make_index_sequence<internal::kSizeClassCount>(), false);
 }
 void ChildAfterFork() {
+  internal::DropTransfersInProgress();
   UnlockManagersAfterFork(std::make_index_sequence<internal::kSizeClassCount>(), true);
 }
 

@@ -39,10 +39,10 @@ class TVXCORE_EXPORT SmallBlockAllocator {
   // of free blocks per size class up to 8192 bytes, at most 384 KiB in all,
   // and hands surplus blocks on in batches; a block freed on another thread
   // than its allocator's goes to the freeing thread's cache. Full batches
-  // pass between threads through a transfer cache (at most 8 batches of
-  // about 4 KiB a class, 64 KiB for the largest classes). A thread's blocks
-  // go back to the managers when it ends. Requests of exactly 4160 bytes and
-  // above 8192 bytes always go to the managers or the system.
+  // pass between threads through a transfer cache (at most a list's worth,
+  // 64 KiB, a class). A thread's blocks go back to the managers when it
+  // ends. Requests of exactly 4160 bytes and above 8192 bytes always go to
+  // the managers or the system.
   //
   // Caching is on unless the environment variable TVX_SMALLBLOCK_THREAD_CACHE
   // is "0" (or "off", "no", "false") when the first thread would take a

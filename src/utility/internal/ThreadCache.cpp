@@ -63,35 +63,106 @@ static_assert(OneBatchOfEveryClass() < kThreadCacheBytes, "a thread can cache ev
 static_assert(kRequestClasses[0] == 0 &&
               kRequestClasses[kLargestTableSize / 16] == kCachedClassCount - 1);
 
-// Full batches on their way between threads, kTransferSlots per class. A
-// batch is a list of BatchBlocks() blocks linked as in a thread's list, so
-// the thread that takes it makes it its list as it stands. Each slot is
-// filled by a compare-and-swap from null and emptied by an exchange with
-// null: one atomic operation a batch, no lock, and a slot is consistent at
-// every instant (also in a child made by fork()).
-struct alignas(64) TransferSlots {
-  std::atomic<void*> slot[kTransferSlots];
+// Full batches on their way between threads, up to a list's worth a class
+// (TransferSlots() batches), so that a burst that fills a list passes whole.
+// A slot is an array of BatchBlocks() block pointers: the thread that hands a
+// batch on writes it from its own list, whose blocks it wrote last, and the
+// thread that takes the batch reads the array (a few cache lines, all at
+// once) and links the blocks into its own list with stores that do not wait
+// on each other. Following a batch's links instead would wait, block after
+// block, for a line last written on the other thread's core.
+//
+// The states of a class's slots share one word, two bits a slot: a thread
+// claims a slot with one compare-and-swap (empty to filling, full to taking)
+// and releases it with one add (filling to full, taking to empty); between
+// the two the array is that thread's alone. No lock, and no thread ever waits
+// for another. A child made by fork() drops the claims of the threads it does
+// not have, with the blocks they were moving.
+constexpr std::uint64_t kEmpty = 0;
+constexpr std::uint64_t kFilling = 1;
+constexpr std::uint64_t kFull = 2;
+constexpr std::uint64_t kTaking = 3;
+constexpr std::uint64_t kLowBits = 0x5555555555555555u;
 
-  bool Put(void* batch) noexcept {
-    for (auto& s : slot) {
-      if (s.load(std::memory_order_relaxed) != nullptr) continue;
-      void* expected = nullptr;
-      if (s.compare_exchange_strong(expected, batch, std::memory_order_release,
-                                    std::memory_order_relaxed))
-        return true;
-    }
-    return false;
-  }
+constexpr std::array<std::uint32_t, kCachedClassCount> MakeSlotCounts() {
+  std::array<std::uint32_t, kCachedClassCount> slots{};
+  for (std::size_t c = 0; c < kCachedClassCount; ++c)
+    slots[c] = TransferSlots(kCachedBlockSizes[c]);
+  return slots;
+}
+constexpr std::array<std::uint32_t, kCachedClassCount> kSlots = MakeSlotCounts();
 
-  void* Take() noexcept {
-    for (auto& s : slot) {
-      if (s.load(std::memory_order_relaxed) == nullptr) continue;
-      if (void* batch = s.exchange(nullptr, std::memory_order_acquire)) return batch;
-    }
-    return nullptr;
-  }
+// Where each class's arrays start among all the slots' pointers: each class
+// on cache lines of its own.
+constexpr std::array<std::size_t, kCachedClassCount + 1> MakeSlotOffsets() {
+  constexpr std::size_t kLine = 64 / sizeof(void*);
+  std::array<std::size_t, kCachedClassCount + 1> offsets{};
+  for (std::size_t c = 0; c < kCachedClassCount; ++c)
+    offsets[c + 1] =
+        offsets[c] + (std::size_t{kSlots[c]} * kBatches[c] + kLine - 1) / kLine * kLine;
+  return offsets;
+}
+constexpr std::array<std::size_t, kCachedClassCount + 1> kSlotOffsets = MakeSlotOffsets();
+
+constexpr bool EverySlotFitsItsWord() {
+  for (std::size_t c = 0; c < kCachedClassCount; ++c)
+    if (kSlots[c] < 1 || kSlots[c] > kMaxTransferSlots) return false;
+  return true;
+}
+static_assert(EverySlotFitsItsWord(), "a class's slot states fit one word");
+
+struct alignas(64) SlotStates {
+  std::atomic<std::uint64_t> word{0};
 };
-TransferSlots g_transfer[kCachedClassCount];
+SlotStates g_slotStates[kCachedClassCount];
+alignas(64) void* g_slotBlocks[kSlotOffsets[kCachedClassCount]];
+
+void** SlotBlocks(std::size_t cachedClass, unsigned slot) noexcept {
+  return g_slotBlocks + kSlotOffsets[cachedClass] + std::size_t{slot} * kBatches[cachedClass];
+}
+
+// The lowest bit of the field of every slot of the class that is in `state`.
+constexpr std::uint64_t SlotsIn(std::size_t cachedClass, std::uint64_t states,
+                                std::uint64_t state) {
+  const std::uint64_t differ = states ^ (state * kLowBits);
+  return ~(differ | differ >> 1) & (kLowBits >> (64 - 2 * kSlots[cachedClass]));
+}
+
+// Moves a slot of the class from `state` to the next one (empty to filling,
+// full to taking) and returns its index; -1 when no slot is in `state`.
+int ClaimSlot(std::size_t cachedClass, std::uint64_t state) noexcept {
+  std::atomic<std::uint64_t>& word = g_slotStates[cachedClass].word;
+  std::uint64_t seen = word.load(std::memory_order_relaxed);
+  for (;;) {
+    const std::uint64_t match = SlotsIn(cachedClass, seen, state);
+    if (match == 0) return -1;
+    const int bit = __builtin_ctzll(match);
+    // Acquire: what the thread that released the slot did with its array
+    // comes before what this one does.
+    if (word.compare_exchange_weak(seen, seen + (std::uint64_t{1} << bit),
+                                   std::memory_order_acquire, std::memory_order_relaxed))
+      return bit / 2;
+  }
+}
+
+// A filled slot becomes full; a taken one empty.
+void ReleaseFilledSlot(std::size_t cachedClass, int slot) noexcept {
+  g_slotStates[cachedClass].word.fetch_add(kFilling << (2 * slot), std::memory_order_release);
+}
+void ReleaseTakenSlot(std::size_t cachedClass, int slot) noexcept {
+  g_slotStates[cachedClass].word.fetch_sub(kTaking << (2 * slot), std::memory_order_release);
+}
+
+// Copies a full batch of the class out of the transfer cache into `blocks`;
+// false when there is none.
+bool TakeBatch(std::size_t cachedClass, void** blocks) noexcept {
+  const int slot = ClaimSlot(cachedClass, kFull);
+  if (slot < 0) return false;
+  std::memcpy(blocks, SlotBlocks(cachedClass, static_cast<unsigned>(slot)),
+              kBatches[cachedClass] * sizeof(void*));
+  ReleaseTakenSlot(cachedClass, slot);
+  return true;
+}
 
 // Gives a list of blocks of the class to its manager, one by one.
 void ReturnChain(std::size_t cachedClass, void* block) noexcept {
@@ -102,6 +173,13 @@ void ReturnChain(std::size_t cachedClass, void* block) noexcept {
     if (!manager->Deallocate(block, size)) ReleaseForeignBlock(block, size);
     block = next;
   }
+}
+
+void ReturnBlocks(std::size_t cachedClass, void* const* blocks, std::uint32_t count) noexcept {
+  AllocatorInterface* manager = g_managers[cachedClass];
+  const std::size_t size = kCachedBlockSizes[cachedClass];
+  for (std::uint32_t i = 0; i < count; ++i)
+    if (!manager->Deallocate(blocks[i], size)) ReleaseForeignBlock(blocks[i], size);
 }
 
 // Up to `wanted` blocks from the manager, linked; `outCount` of them. Null
@@ -204,30 +282,54 @@ void* ThreadCache::Refill(std::size_t cachedClass) {
   FreeList& list = lists_[cachedClass];
   if (list.limit == 0 && !Enable(cachedClass)) return nullptr;
   std::uint32_t count = kBatches[cachedClass];
-  void* batch = g_transfer[cachedClass].Take();
-  if (batch == nullptr) {
-    batch = TakeFromManager(cachedClass, count, count);
-    if (batch == nullptr) return nullptr;
+  void* first;
+  void* blocks[kMaxBatchBlocks];
+  if (TakeBatch(cachedClass, blocks)) {
+    // The blocks' lines may be on another core: linking them is one store
+    // each, none waiting for another.
+    void* next = nullptr;
+    for (std::uint32_t i = count; --i > 0;) {
+      LinkBlock(blocks[i], next);
+      next = blocks[i];
+    }
+    first = blocks[0];
+    list.head = next;
+  } else {
+    first = TakeFromManager(cachedClass, count, count);
+    if (first == nullptr) return nullptr;
+    list.head = NextBlock(first);
   }
-  list.head = NextBlock(batch);
   list.count = count - 1;
   Grow(cachedClass);
-  return batch;
+  return first;
 }
 
-// Cuts the newest batch off the list and hands it to the transfer cache, or
+// Takes the newest batch off the list and hands it to the transfer cache, or
 // to the manager when the transfer cache is full. The list holds at least a
 // batch.
 void ThreadCache::HandOnBatch(std::size_t cachedClass) noexcept {
   FreeList& list = lists_[cachedClass];
   const std::uint32_t batch = kBatches[cachedClass];
+  const int slot = ClaimSlot(cachedClass, kEmpty);
+  if (slot >= 0) {
+    void** out = SlotBlocks(cachedClass, static_cast<unsigned>(slot));
+    void* block = list.head;
+    for (std::uint32_t i = 0; i < batch; ++i) {
+      out[i] = block;
+      block = NextBlock(block);
+    }
+    list.head = block;
+    list.count -= batch;
+    ReleaseFilledSlot(cachedClass, slot);
+    return;
+  }
   void* first = list.head;
   void* last = first;
   for (std::uint32_t i = 1; i < batch; ++i) last = NextBlock(last);
   list.head = NextBlock(last);
   list.count -= batch;
   LinkBlock(last, nullptr);
-  if (!g_transfer[cachedClass].Put(first)) ReturnChain(cachedClass, first);
+  ReturnChain(cachedClass, first);
 }
 
 bool ThreadCache::Overflow(std::size_t cachedClass, void* block) {
@@ -285,8 +387,18 @@ void ReturnThreadCache(bool detach) noexcept {
 }
 
 void DrainTransferCache() noexcept {
+  void* blocks[kMaxBatchBlocks];
   for (std::size_t c = 0; c < kCachedClassCount; ++c)
-    while (void* batch = g_transfer[c].Take()) ReturnChain(c, batch);
+    while (TakeBatch(c, blocks)) ReturnBlocks(c, blocks, kBatches[c]);
+}
+
+void DropTransfersInProgress() noexcept {
+  for (auto& states : g_slotStates) {
+    const std::uint64_t seen = states.word.load(std::memory_order_relaxed);
+    // Filling and taking are the odd states.
+    const std::uint64_t busy = seen & kLowBits;
+    states.word.store(seen & ~(busy | busy << 1), std::memory_order_relaxed);
+  }
 }
 
 bool ThreadCachingOn() noexcept {
@@ -364,10 +476,9 @@ std::size_t TransferCachedBlocks(std::size_t blockSize) noexcept {
   if (!IsCachedRequest(blockSize)) return 0;
   const std::size_t c = CachedClassOf(blockSize);
   if (kCachedBlockSizes[c] != blockSize) return 0;
-  std::size_t batches = 0;
-  for (const auto& s : g_transfer[c].slot)
-    if (s.load(std::memory_order_relaxed) != nullptr) ++batches;
-  return batches * kBatches[c];
+  const std::uint64_t full =
+      SlotsIn(c, g_slotStates[c].word.load(std::memory_order_relaxed), kFull);
+  return std::size_t(__builtin_popcountll(full)) * kBatches[c];
 }
 
 }  // namespace tvxcore::utility::internal

@@ -17,8 +17,9 @@
 // together, counted by their limits, so a thread never holds more however it
 // allocates. A list that wants to grow past the thread's bytes takes room
 // from the others, a batch from each in turn. The transfer cache holds at
-// most kTransferSlots batches a class (at most 32 KiB for classes up to 4096
-// bytes, 64 KiB above; about 2.1 MiB over all classes).
+// most a list's worth of whole batches a class (TransferSlots(), 8 to 32
+// batches: at most 64 KiB a class, about 4.1 MiB over all classes), and its
+// slots' arrays of block pointers take about 94 KiB of static memory.
 #pragma once
 
 #include <array>
@@ -94,8 +95,8 @@ inline constexpr std::uint32_t kMaxListBlocks = 1024;
 // Most bytes that the lists of one thread may hold together: more than one
 // batch of every class (about 270 KiB), so that every class can be cached.
 inline constexpr std::size_t kThreadCacheBytes = 384 * 1024;
-// Most batches that the transfer cache holds per class.
-inline constexpr std::size_t kTransferSlots = 8;
+// Most batches that the transfer cache holds for any class.
+inline constexpr std::uint32_t kMaxTransferSlots = 32;
 // A list that overflows this many times in a row without growing gives up a
 // batch of its limit, so a thread that only frees keeps little.
 inline constexpr std::uint8_t kMaxOverages = 3;
@@ -109,6 +110,12 @@ constexpr std::uint32_t MaxListBlocks(std::size_t blockSize) {
   return blocks < BatchBlocks(blockSize) ? BatchBlocks(blockSize)
          : blocks > kMaxListBlocks       ? kMaxListBlocks
                                          : std::uint32_t(blocks);
+}
+
+// Batches that the transfer cache holds for a class: as many as make a full
+// list, so that a thread that frees a list's worth at once hands it all on.
+constexpr std::uint32_t TransferSlots(std::size_t blockSize) {
+  return MaxListBlocks(blockSize) / BatchBlocks(blockSize);
 }
 
 // One class's free blocks on one thread. A free block's first 8 bytes link
@@ -199,6 +206,10 @@ void ReturnThreadCache(bool detach) noexcept;
 
 // Gives every batch of the transfer cache back to the managers.
 void DrainTransferCache() noexcept;
+
+// In the child of fork(): frees the transfer cache's slots that threads the
+// child does not have were filling or taking (their blocks stay unused).
+void DropTransfersInProgress() noexcept;
 
 // Whether caching is on: decided by SetThreadCachingMode, else by the
 // environment variable TVX_SMALLBLOCK_THREAD_CACHE ("0", "off", "no" or

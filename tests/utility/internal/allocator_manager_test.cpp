@@ -277,31 +277,46 @@ TEST(AllocatorManager, AThreadThatEndsGivesItsCachedBlocksBack) {
   EXPECT_EQ(manager.TakeCensus().chunks, 0u);
 }
 
-// A thread that only frees hands full batches on; a thread that only
-// allocates takes them whole, without the manager.
-TEST(AllocatorManager, FullBatchesPassBetweenThreadsWhole) {
-  auto& manager = internal::ManagerForBlockSize<208>();
+// A thread that only frees hands full batches on, up to a whole list's worth
+// at once; a thread that only allocates takes them whole, without the
+// manager, and gets each block once.
+template <std::size_t kBlockSize>
+void PassBatchesBetweenThreads(std::size_t batches) {
+  auto& manager = internal::ManagerForBlockSize<kBlockSize>();
   SmallBlockAllocator::FlushThreadCache();
-  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 208 blocks live";
+  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left blocks of the class live";
   const bool caching = SmallBlockAllocator::IsThreadCaching();
-  const std::size_t batch = internal::BatchBlocks(208);
-  // Four whole batches: this thread's list is empty again afterwards.
-  const auto blocks = AllocateMany(200, 4 * batch);
+  const std::size_t batch = internal::BatchBlocks(kBlockSize);
+  const std::size_t size = kBlockSize - 8;
+  // Whole batches: this thread's list is empty again afterwards.
+  const auto blocks = AllocateMany(size, batches * batch);
   std::thread([&] {
-    for (void* p : blocks) SmallBlockAllocator::Dispose(p, 200);
+    for (void* p : blocks) SmallBlockAllocator::Dispose(p, size);
   }).join();
   // The freeing thread kept one batch, which went back when it ended.
-  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 3 * batch : 0u);
-  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 0u);
-  void* again = SmallBlockAllocator::Allocate(200);
-  EXPECT_EQ(internal::TransferCachedBlocks(208), caching ? 2 * batch : 0u);
-  EXPECT_EQ(manager.TakeCensus().usedBlocks, caching ? 3 * batch : 1u);
+  const std::size_t passed = caching ? (batches - 1) * batch : 0;
+  EXPECT_EQ(internal::TransferCachedBlocks(kBlockSize), passed) << kBlockSize;
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, passed) << kBlockSize;
+  auto again = AllocateMany(size, (batches - 1) * batch);
+  EXPECT_EQ(internal::TransferCachedBlocks(kBlockSize), 0u) << kBlockSize;
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, again.size()) << kBlockSize;
   if (caching) {
-    EXPECT_TRUE(std::find(blocks.begin(), blocks.end(), again) != blocks.end());
+    std::vector<void*> sortedBlocks(blocks);
+    std::sort(sortedBlocks.begin(), sortedBlocks.end());
+    for (void* p : again)
+      EXPECT_TRUE(std::binary_search(sortedBlocks.begin(), sortedBlocks.end(), p)) << kBlockSize;
   }
-  SmallBlockAllocator::Dispose(again, 200);
+  std::sort(again.begin(), again.end());
+  EXPECT_TRUE(std::adjacent_find(again.begin(), again.end()) == again.end()) << kBlockSize;
+  for (void* p : again) SmallBlockAllocator::Dispose(p, size);
   SmallBlockAllocator::FlushThreadCache();
-  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
+  EXPECT_EQ(manager.TakeCensus().usedBlocks, 0u) << kBlockSize;
+}
+
+TEST(AllocatorManager, FullBatchesPassBetweenThreadsWhole) {
+  PassBatchesBetweenThreads<208>(4);
+  // A full list of the class, 18 batches of 32.
+  PassBatchesBetweenThreads<112>(internal::MaxListBlocks(112) / internal::BatchBlocks(112));
 }
 
 // However a thread allocates and frees, its lists stay within their bounds,
