@@ -12,11 +12,15 @@
 #   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
 #   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h,
 #                  src/console, tvxcore/console (console commands and log)
-#   9 xml          src/xml, tvxcore/xml
-#  10 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
+#   9 execution    src/execution, the executor and event-loop headers of
+#                  tvxcore/threads (AsyncExecutor.h, DelayedExecution.h,
+#                  SubExecutor.h, SharedExecutors.h, EventLoop.h) and
+#                  tvxcore/debug/TraceHandlers.h (trace handlers write from executors)
+#  10 xml          src/xml, tvxcore/xml
+#  11 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
 #                  src/filesupport/paths/RelativeAlias.cpp (relative aliases are
 #                  stored as property lists)
-#  11 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
+#  12 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
@@ -36,9 +40,12 @@ layer_of() {
   local p="${1#include/}"
   p="${p#src/}"
   case "$p" in
-    tvxcore/tvxcore.h) echo 11 ;;
+    tvxcore/tvxcore.h) echo 12 ;;
     tvxcore/utility/FileUtils.h) echo 7 ;;
-    tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 10 ;;
+    tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 11 ;;
+    tvxcore/threads/AsyncExecutor.h | tvxcore/threads/DelayedExecution.h | \
+      tvxcore/threads/SubExecutor.h | tvxcore/threads/SharedExecutors.h | \
+      tvxcore/threads/EventLoop.h | tvxcore/debug/TraceHandlers.h) echo 9 ;;
     tvxcore/debug/Trace.h | tvxcore/debug/DebugDatabase.h) echo 8 ;;
     tvxcore/utility/MachineExceptions.h) echo 6 ;;
     tvxcore/Export.h | tvxcore/Version.h | tvxcore/Version.h.in) echo 1 ;;
@@ -53,8 +60,9 @@ layer_of() {
     debug/* | tvxcore/debug/*) echo 6 ;;
     filesupport/* | tvxcore/filesupport/*) echo 7 ;;
     diagnostics/* | console/* | tvxcore/console/*) echo 8 ;;
-    xml/* | tvxcore/xml/*) echo 9 ;;
-    proplist/* | tvxcore/proplist/*) echo 10 ;;
+    execution/*) echo 9 ;;
+    xml/* | tvxcore/xml/*) echo 10 ;;
+    proplist/* | tvxcore/proplist/*) echo 11 ;;
     *) echo -1 ;;
   esac
 }
@@ -79,7 +87,7 @@ known_links=(
   "src/utility/internal/ThreadCache.cpp _ZN7tvxcore5debug8internal17ContractViolation"
 )
 
-names=(platform base threads utility serialization config debug filesupport diagnostics xml proplist everything)
+names=(platform base threads utility serialization config debug filesupport diagnostics execution xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
 status=0

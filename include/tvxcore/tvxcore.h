@@ -34,6 +34,7 @@
 #include "tvxcore/debug/TraceHandler.h"
 
 // Threads and execution
+#include "tvxcore/threads/AsyncExecutor.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/threads/RecursiveMutex.h"
