@@ -65,7 +65,10 @@ constexpr int kCopyButton = 5;
 
 // The trace line of an assertion: "<thread> <Assert> <0> " and the text.
 void TraceAssertText(const std::string& text) {
-  std::string line = "<" + std::to_string(threads::GetCurrentThreadID()) + "> <Assert> <0> " + text;
+  std::string line = "<";
+  line += std::to_string(threads::GetCurrentThreadID());
+  line += "> <Assert> <0> ";
+  line += text;
   if (line.back() != '\n') line += '\n';
   internal::DebugTraceText(UTF8String(line.begin(), line.end()));
 }
@@ -164,7 +167,11 @@ long DisplayAssert(const char* inTitle, const char* inText) {
 
 bool BreakAfterContractDialog(const char*, const char* inFile, long inLine) {
   if (g_contractDialogEnabled.load(std::memory_order_relaxed)) {
-    const std::string text = "[" + Text(inFile) + "-" + std::to_string(inLine) + "]\r\n";
+    std::string text = "[";
+    text += Text(inFile);
+    text += '-';
+    text += std::to_string(inLine);
+    text += "]\r\n";
     if (WritesToStdOut()) {
       WriteToStdOut(text);
     } else {

@@ -342,7 +342,10 @@ int ShowChoiceDialog(const std::string& title, const std::string& text,
     if (chosen == kDialogNotAnswered) {
       WriteAll(terminal.get(), "Please answer with one of the letters in brackets.\n");
     } else if (chosen == copyButton) {
-      WriteAll(terminal.get(), "\n" + AsLines(text) + "\n");
+      std::string lines = AsLines(text);
+      lines.insert(lines.begin(), '\n');
+      lines += '\n';
+      WriteAll(terminal.get(), lines);
     } else {
       return chosen;
     }
