@@ -281,6 +281,9 @@ class PropListReader final : public xml::internal::UTF8Handler {
   void Start(Element element, const FindAttribute& find);
   template <typename S>
   void End(Element element);
+  void CurrentChanged() {
+    currentIsPlain_ = current_ != nullptr && typeid(*current_) == typeid(PropList);
+  }
   template <typename S>
   void StoreScalar();
   template <typename S>
@@ -294,6 +297,7 @@ class PropListReader final : public xml::internal::UTF8Handler {
   PropList* root_;
   std::list<PropList*> stack_;
   PropList* current_ = nullptr;
+  bool currentIsPlain_ = false;  // current_ is exactly a PropList
   ReaderState state_ = ReaderState::kIdle;
   ValueKind valueKind_ = ValueKind::kNone;
   bool inArray_ = false;
@@ -334,6 +338,7 @@ void PropListReader::Start(Element element, const FindAttribute& find) {
       state_ = ReaderState::kIdle;
     }
     stack_.push_back(current_);
+    CurrentChanged();
   } else if (element == Element::kKey) {
     state_ = ReaderState::kInKey;
   } else if (element == Element::kArray) {
@@ -359,6 +364,7 @@ void PropListReader::End(Element element) {
   if (element == Element::kPropList) {
     if (!stack_.empty()) stack_.pop_back();
     current_ = stack_.empty() ? nullptr : stack_.back();
+    CurrentChanged();
   } else if (element == Element::kKey) {
     state_ = ReaderState::kIdle;
   } else if (element == Element::kArray) {
@@ -395,39 +401,48 @@ void PropListReader::StoreScalar() {
   if (valueKind_ != ValueKind::kNone && current_) {
     const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
+    // The library's own list class is called directly; a host's class sees
+    // its SetValue override called.
+    auto set = [&](const auto& value) {
+      if (currentIsPlain_) {
+        list.PropList::SetValue(key, value);
+      } else {
+        list.SetValue(key, value);
+      }
+    };
     switch (valueKind_) {
       case ValueKind::kUString:
-        list.SetValue(key, DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
+        set(DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
         break;
       case ValueKind::kString:
-        list.SetValue(key, DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
+        set(DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
         break;
       case ValueKind::kTrue:
-        list.SetValue(key, true);
+        set(true);
         break;
       case ValueKind::kFalse:
-        list.SetValue(key, false);
+        set(false);
         break;
       case ValueKind::kUInt16:
-        list.SetValue(key, Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kUInt32:
-        list.SetValue(key, Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kInt32:
-        list.SetValue(key, Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kFloat:
-        list.SetValue(key, Number<float>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<float>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kDouble:
-        list.SetValue(key, Number<double>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<double>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kUInt64:
-        list.SetValue(key, Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kInt64:
-        list.SetValue(key, Number<long long>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       default:
         break;
@@ -457,7 +472,7 @@ void PropListReader::StoreArray() {
       }
     };
     auto fill = [&]<typename T>(PropList::List<T>&& values) {
-      if (typeid(list) == typeid(PropList)) {
+      if (currentIsPlain_) {
         // The plain list: build the array node as SetValue would, without
         // the intermediate std::list.
         using ArrayNode = PropListArrayNode<typename NodeOf<T>::type>;
