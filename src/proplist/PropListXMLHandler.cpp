@@ -193,6 +193,25 @@ struct NodeOf<UTF16String> {
   using type = UnicodeStringPropNode;
 };
 
+// Text of either route with the writer's escapes undone. Every escape starts
+// with the lead byte 0xEE in UTF-8, so UTF-8 text without that byte, the usual
+// case, is used as it stands, also once converted to UTF-16.
+bool MayHoldEscapes(const UTF8String& text) {
+  return !text.empty() && std::memchr(text.data(), 0xEE, text.size()) != nullptr;
+}
+bool MayHoldEscapes(const UTF16String&) { return true; }
+
+template <typename S>
+const UTF8String& Decoded8(const S& text, UTF8String& converted, UTF8String& scratch) {
+  const UTF8String& utf8 = AsUTF8(text, converted);
+  return MayHoldEscapes(text) ? internal::DecodeText(utf8, scratch) : utf8;
+}
+template <typename S>
+const UTF16String& Decoded16(const S& text, UTF16String& converted, UTF16String& scratch) {
+  const UTF16String& utf16 = AsUTF16(text, converted);
+  return MayHoldEscapes(text) ? internal::DecodeText(utf16, scratch) : utf16;
+}
+
 template <typename T>
 T Number(const UTF8String& text) {
   T value{};
@@ -291,7 +310,7 @@ class PropListReader final : public xml::internal::UTF8Handler {
   // The key collected so far in UTF-8, the writer's escapes undone.
   template <typename S>
   const UTF8String& KeyText(const S& key) {
-    return DecodeText(AsUTF8(key, keyUTF8_), keyText_);
+    return Decoded8(key, keyUTF8_, keyText_);
   }
 
   PropList* root_;
@@ -412,10 +431,10 @@ void PropListReader::StoreScalar() {
     };
     switch (valueKind_) {
       case ValueKind::kUString:
-        set(DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
+        set(Decoded16(t.value, valueUTF16_, textUTF16_));
         break;
       case ValueKind::kString:
-        set(DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
+        set(Decoded8(t.value, valueUTF8_, textUTF8_));
         break;
       case ValueKind::kTrue:
         set(true);
@@ -462,9 +481,9 @@ void PropListReader::StoreArray() {
     const ValueKind kind = t.itemCount == 0 ? arrayTypeKind_ : valueKind_;
     auto item = [&]<typename T>(const S& text) -> T {
       if constexpr (std::is_same_v<T, UTF16String>) {
-        return DecodeText(AsUTF16(text, valueUTF16_), textUTF16_);
+        return Decoded16(text, valueUTF16_, textUTF16_);
       } else if constexpr (std::is_same_v<T, UTF8String>) {
-        return DecodeText(AsUTF8(text, valueUTF8_), textUTF8_);
+        return Decoded8(text, valueUTF8_, textUTF8_);
       } else if constexpr (std::is_same_v<T, bool>) {
         return Is(View(text), "true");
       } else {
