@@ -270,8 +270,9 @@ std::vector<Step> Script(const PropList& root) {
     }
     if (!Take<UTF8String>(*level.list, key, steps) && !Take<UTF16String>(*level.list, key, steps) &&
         !Take<bool>(*level.list, key, steps) && !Take<std::int32_t>(*level.list, key, steps) &&
-        !Take<unsigned long long>(*level.list, key, steps) && !Take<float>(*level.list, key, steps) &&
-        !Take<double>(*level.list, key, steps) && !Take<std::list<double>>(*level.list, key, steps)) {
+        !Take<unsigned long long>(*level.list, key, steps) &&
+        !Take<float>(*level.list, key, steps) && !Take<double>(*level.list, key, steps) &&
+        !Take<std::list<double>>(*level.list, key, steps)) {
       throw std::logic_error("the benchmark's data holds a type the script doesn't know");
     }
   }

@@ -546,10 +546,11 @@ class RecordingList : public PropList {
 TEST_F(PropListRoutes, HostListClassSeesEverySetterCallOfTheReader) {
   const std::string inner = Pair("in", "<double>2</double>");
   const std::string bytes =
-      Map(List(Pair("a", "<double>1.5</double>") + Pair("b", "<int type='signed' size='32'>7</int>") +
-               Pair("c", "<string>s</string>") +
-               Pair("d", "<array><array.type><double/></array.type><double>1</double>"
-                         "<double>2</double></array>") +
+      Map(List(Pair("a", "<double>1.5</double>") +
+               Pair("b", "<int type='signed' size='32'>7</int>") + Pair("c", "<string>s</string>") +
+               Pair("d",
+                    "<array><array.type><double/></array.type><double>1</double>"
+                    "<double>2</double></array>") +
                "<prop.pair><key>sub</key>" + List(inner) + "</prop.pair>"));
   RecordingList list;
   proplist::utils::ReadPropList(U8(bytes), list);
