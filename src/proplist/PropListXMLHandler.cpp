@@ -193,6 +193,25 @@ struct NodeOf<UTF16String> {
   using type = UnicodeStringPropNode;
 };
 
+// Text of either route with the writer's escapes undone. Every escape starts
+// with the lead byte 0xEE in UTF-8, so UTF-8 text without that byte, the usual
+// case, is used as it stands, also once converted to UTF-16.
+bool MayHoldEscapes(const UTF8String& text) {
+  return !text.empty() && std::memchr(text.data(), 0xEE, text.size()) != nullptr;
+}
+bool MayHoldEscapes(const UTF16String&) { return true; }
+
+template <typename S>
+const UTF8String& Decoded8(const S& text, UTF8String& converted, UTF8String& scratch) {
+  const UTF8String& utf8 = AsUTF8(text, converted);
+  return MayHoldEscapes(text) ? internal::DecodeText(utf8, scratch) : utf8;
+}
+template <typename S>
+const UTF16String& Decoded16(const S& text, UTF16String& converted, UTF16String& scratch) {
+  const UTF16String& utf16 = AsUTF16(text, converted);
+  return MayHoldEscapes(text) ? internal::DecodeText(utf16, scratch) : utf16;
+}
+
 template <typename T>
 T Number(const UTF8String& text) {
   T value{};
@@ -281,6 +300,9 @@ class PropListReader final : public xml::internal::UTF8Handler {
   void Start(Element element, const FindAttribute& find);
   template <typename S>
   void End(Element element);
+  void CurrentChanged() {
+    currentIsPlain_ = current_ != nullptr && typeid(*current_) == typeid(PropList);
+  }
   template <typename S>
   void StoreScalar();
   template <typename S>
@@ -288,12 +310,13 @@ class PropListReader final : public xml::internal::UTF8Handler {
   // The key collected so far in UTF-8, the writer's escapes undone.
   template <typename S>
   const UTF8String& KeyText(const S& key) {
-    return DecodeText(AsUTF8(key, keyUTF8_), keyText_);
+    return Decoded8(key, keyUTF8_, keyText_);
   }
 
   PropList* root_;
   std::list<PropList*> stack_;
   PropList* current_ = nullptr;
+  bool currentIsPlain_ = false;  // current_ is exactly a PropList
   ReaderState state_ = ReaderState::kIdle;
   ValueKind valueKind_ = ValueKind::kNone;
   bool inArray_ = false;
@@ -334,6 +357,7 @@ void PropListReader::Start(Element element, const FindAttribute& find) {
       state_ = ReaderState::kIdle;
     }
     stack_.push_back(current_);
+    CurrentChanged();
   } else if (element == Element::kKey) {
     state_ = ReaderState::kInKey;
   } else if (element == Element::kArray) {
@@ -359,6 +383,7 @@ void PropListReader::End(Element element) {
   if (element == Element::kPropList) {
     if (!stack_.empty()) stack_.pop_back();
     current_ = stack_.empty() ? nullptr : stack_.back();
+    CurrentChanged();
   } else if (element == Element::kKey) {
     state_ = ReaderState::kIdle;
   } else if (element == Element::kArray) {
@@ -395,39 +420,48 @@ void PropListReader::StoreScalar() {
   if (valueKind_ != ValueKind::kNone && current_) {
     const UTF8String& key = KeyText(t.key);
     PropList& list = *current_;
+    // The library's own list class is called directly; a host's class sees
+    // its SetValue override called.
+    auto set = [&](const auto& value) {
+      if (currentIsPlain_) {
+        list.PropList::SetValue(key, value);
+      } else {
+        list.SetValue(key, value);
+      }
+    };
     switch (valueKind_) {
       case ValueKind::kUString:
-        list.SetValue(key, DecodeText(AsUTF16(t.value, valueUTF16_), textUTF16_));
+        set(Decoded16(t.value, valueUTF16_, textUTF16_));
         break;
       case ValueKind::kString:
-        list.SetValue(key, DecodeText(AsUTF8(t.value, valueUTF8_), textUTF8_));
+        set(Decoded8(t.value, valueUTF8_, textUTF8_));
         break;
       case ValueKind::kTrue:
-        list.SetValue(key, true);
+        set(true);
         break;
       case ValueKind::kFalse:
-        list.SetValue(key, false);
+        set(false);
         break;
       case ValueKind::kUInt16:
-        list.SetValue(key, Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::uint16_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kUInt32:
-        list.SetValue(key, Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::uint32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kInt32:
-        list.SetValue(key, Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<std::int32_t>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kFloat:
-        list.SetValue(key, Number<float>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<float>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kDouble:
-        list.SetValue(key, Number<double>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<double>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kUInt64:
-        list.SetValue(key, Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<unsigned long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       case ValueKind::kInt64:
-        list.SetValue(key, Number<long long>(AsUTF8(t.value, valueUTF8_)));
+        set(Number<long long>(AsUTF8(t.value, valueUTF8_)));
         break;
       default:
         break;
@@ -447,9 +481,9 @@ void PropListReader::StoreArray() {
     const ValueKind kind = t.itemCount == 0 ? arrayTypeKind_ : valueKind_;
     auto item = [&]<typename T>(const S& text) -> T {
       if constexpr (std::is_same_v<T, UTF16String>) {
-        return DecodeText(AsUTF16(text, valueUTF16_), textUTF16_);
+        return Decoded16(text, valueUTF16_, textUTF16_);
       } else if constexpr (std::is_same_v<T, UTF8String>) {
-        return DecodeText(AsUTF8(text, valueUTF8_), textUTF8_);
+        return Decoded8(text, valueUTF8_, textUTF8_);
       } else if constexpr (std::is_same_v<T, bool>) {
         return Is(View(text), "true");
       } else {
@@ -457,7 +491,7 @@ void PropListReader::StoreArray() {
       }
     };
     auto fill = [&]<typename T>(PropList::List<T>&& values) {
-      if (typeid(list) == typeid(PropList)) {
+      if (currentIsPlain_) {
         // The plain list: build the array node as SetValue would, without
         // the intermediate std::list.
         using ArrayNode = PropListArrayNode<typename NodeOf<T>::type>;

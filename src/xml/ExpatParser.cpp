@@ -274,6 +274,10 @@ class Session {
                                          const XML_Char** attributes) {
     Session& s = Of(userData);
     s.Guard([&] {
+      if (!attributes[0]) {  // most elements have no attributes
+        s.WantText(s.route_->StartElement(Qualified(name, s.elementName_), {}));
+        return;
+      }
       std::size_t count = 0;
       while (attributes[2 * count]) ++count;
       if (s.attributesUTF8_.size() < count) {

@@ -515,4 +515,55 @@ TEST_F(PropListRoutes, LibraryReaderReadsWhatItWroteAndReportsWhatItCannotRead) 
   EXPECT_EQ(broken.reports, 0u);
 }
 
+// A host's own list class: its setters are overridden and must be called
+// for every value read into it, scalar or array; its sub-lists are the
+// library's own and take the values directly.
+class RecordingList : public PropList {
+ public:
+  using PropList::SetValue;
+  void SetValue(Key key, const double& value) override {
+    Record(key);
+    PropList::SetValue(key, value);
+  }
+  void SetValue(Key key, const std::int32_t& value) override {
+    Record(key);
+    PropList::SetValue(key, value);
+  }
+  void SetValue(Key key, const UTF8String& value) override {
+    Record(key);
+    PropList::SetValue(key, value);
+  }
+  void SetValue(Key key, const List<double>& value) override {
+    Record(key);
+    PropList::SetValue(key, value);
+  }
+  std::string calls;
+
+ private:
+  void Record(Key key) { calls.append(key.begin(), key.end()).append(" "); }
+};
+
+TEST_F(PropListRoutes, HostListClassSeesEverySetterCallOfTheReader) {
+  const std::string inner = Pair("in", "<double>2</double>");
+  const std::string bytes =
+      Map(List(Pair("a", "<double>1.5</double>") +
+               Pair("b", "<int type='signed' size='32'>7</int>") + Pair("c", "<string>s</string>") +
+               Pair("d",
+                    "<array><array.type><double/></array.type><double>1</double>"
+                    "<double>2</double></array>") +
+               "<prop.pair><key>sub</key>" + List(inner) + "</prop.pair>"));
+  RecordingList list;
+  proplist::utils::ReadPropList(U8(bytes), list);
+  EXPECT_EQ(list.calls, "a b c d ");
+  double value = 0;
+  EXPECT_TRUE(list.GetValue(U8("a"), value));
+  EXPECT_EQ(value, 1.5);
+  std::list<double> values;
+  EXPECT_TRUE(list.GetValue(U8("d"), values));
+  EXPECT_EQ(values, (std::list<double>{1, 2}));
+  ASSERT_NE(list.GetSubList(U8("sub")), nullptr);
+  EXPECT_TRUE(list.GetSubList(U8("sub"))->GetValue(U8("in"), value));
+  EXPECT_EQ(value, 2);
+}
+
 }  // namespace

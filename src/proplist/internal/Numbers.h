@@ -39,27 +39,22 @@ template <typename T>
 void ReadNumber(const UTF8Char* text, std::size_t size, T& value) {
   const char* p = reinterpret_cast<const char*>(text);
   const char* end = p + size;
-  // The fast path covers the texts a writer produces: optional "-" (signed
-  // and floating types only), digits, and for floating types the plain
-  // decimal and exponent forms, consumed completely.
-  if (p != end && (*p != '-' || std::is_signed_v<T>)&&!(*p == '-' && end - p == 1)) {
-    bool plain = true;
-    for (const char* q = p; q != end; ++q) {
-      char c = *q;
-      if ((c >= '0' && c <= '9') || (c == '-' && q == p)) continue;
-      if constexpr (std::is_floating_point_v<T>) {
-        if (c == '.' || c == 'e' || c == 'E' || c == '-' || c == '+') continue;
-      }
-      plain = false;
-      break;
-    }
-    if (plain && *p != '.' && !(*p == '-' && end - p > 1 && p[1] == '.')) {
-      T parsed{};
-      auto [ptr, ec] = std::from_chars(p, end, parsed);
-      if (ec == std::errc() && ptr == end) {
-        value = parsed;
-        return;
-      }
+  // The fast path covers the texts a writer produces: a digit first, or for
+  // signed and floating types "-" and a digit, and then exactly what
+  // from_chars takes (digits; for floating types the plain decimal and
+  // exponent forms), consumed completely and in range. Everything else,
+  // "+", a leading ".", whitespace, "inf" and the like included, takes the
+  // stream.
+  const char* digits = p;
+  if constexpr (std::is_signed_v<T>) {
+    if (digits != end && *digits == '-') ++digits;
+  }
+  if (digits != end && *digits >= '0' && *digits <= '9') {
+    T parsed{};
+    auto [ptr, ec] = std::from_chars(p, end, parsed);
+    if (ec == std::errc() && ptr == end) {
+      value = parsed;
+      return;
     }
   }
   std::istringstream stream(std::string(p, end));
