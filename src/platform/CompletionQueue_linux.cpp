@@ -135,7 +135,12 @@ void* CompletionQueue::TakeReserved() noexcept {
   for (unsigned round = 0;; ++round) {
     void* packet = nullptr;
     if (TryPopRing(packet)) return packet;
-    if (overflowActive_.load(std::memory_order_acquire)) {
+    // The overflow holds only packets posted after those in the ring, so it
+    // is served once no ring slot is claimed, not merely while the oldest is
+    // still being written.
+    if (overflowActive_.load(std::memory_order_acquire) &&
+        dequeuePosition_.load(std::memory_order_acquire) ==
+            enqueuePosition_.load(std::memory_order_acquire)) {
       std::lock_guard<std::mutex> lock(overflowMutex_);
       if (!overflow_.empty()) {
         packet = overflow_.front();
