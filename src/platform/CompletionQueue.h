@@ -20,9 +20,10 @@ namespace tvxcore::platform {
 // - Post() never blocks and may be called from any thread, including a thread
 //   that also takes. While fewer than kRingCapacity packets wait, it takes no
 //   lock: one compare-and-swap on a ring slot and one atomic add on the
-//   count, plus a futex wake when a taker sleeps. Beyond that the packets wait
-//   in an overflow list under a mutex, so nothing is ever refused or lost for
-//   want of room; the ring is used again once the overflow has drained.
+//   count, plus a futex wake only when a taker sleeps with nothing owed to
+//   it (a taker already woken and not yet running costs no second call). Beyond that the packets
+//   wait in an overflow list under a mutex, so nothing is ever refused or lost for want of room;
+//   the ring is used again once the overflow has drained.
 // - Take() waits up to a time-out in milliseconds (negative: no limit, 0: only
 //   looks) and hands out each packet to exactly one taker.
 // - Packets still queued at destruction are the owner's: the queue neither
@@ -62,6 +63,7 @@ class CompletionQueue {
   bool TryPopRing(void*& packet) noexcept;
   bool AcquireToken(int timeoutMilliseconds) noexcept;
   bool TryAcquireToken() noexcept;
+  bool TakeWakeup(int timeoutMilliseconds) noexcept;
   void* TakeReserved() noexcept;
 
   // Ring of bounded multi-producer multi-consumer cells: each cell's sequence
@@ -69,9 +71,12 @@ class CompletionQueue {
   std::unique_ptr<Cell[]> ring_;
   alignas(64) std::atomic<std::size_t> enqueuePosition_{0};
   alignas(64) std::atomic<std::size_t> dequeuePosition_{0};
-  // Packets posted and not yet claimed by a taker; takers sleep on this word.
-  alignas(64) std::atomic<std::uint32_t> available_{0};
-  std::atomic<std::uint32_t> sleepers_{0};
+  // Packets posted and not yet claimed by a taker; below zero, minus the
+  // number of takers asleep or on their way to sleep with no packet owed.
+  alignas(64) std::atomic<std::int64_t> available_{0};
+  // Wake-ups owed to sleeping takers: a post that finds available_ below
+  // zero adds one and wakes one taker, which takes it. Takers sleep on it.
+  std::atomic<std::uint32_t> wakeups_{0};
   // Set while the overflow holds packets: posts then go there, behind them.
   alignas(64) std::atomic<bool> overflowActive_{false};
   std::mutex overflowMutex_;

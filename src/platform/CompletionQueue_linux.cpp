@@ -87,19 +87,45 @@ bool CompletionQueue::Post(void* packet) noexcept {
   }
   // The packet is in place before it is counted, so a taker that claims the
   // count finds it (or a racing post's packet) without waiting long.
-  available_.fetch_add(1, std::memory_order_seq_cst);
-  if (sleepers_.load(std::memory_order_seq_cst) != 0) FutexWake(&available_, 1);
+  if (available_.fetch_add(1, std::memory_order_seq_cst) < 0) {
+    wakeups_.fetch_add(1, std::memory_order_release);
+    FutexWake(&wakeups_, 1);
+  }
   return true;
 }
 
 bool CompletionQueue::TryAcquireToken() noexcept {
-  std::uint32_t seen = available_.load(std::memory_order_relaxed);
-  while (seen != 0) {
+  std::int64_t seen = available_.load(std::memory_order_relaxed);
+  while (seen > 0) {
     if (available_.compare_exchange_weak(seen, seen - 1, std::memory_order_acquire,
                                          std::memory_order_relaxed))
       return true;
   }
   return false;
+}
+
+// Waits for a wake-up owed to this taker; false when the time ran out first.
+bool CompletionQueue::TakeWakeup(int timeoutMilliseconds) noexcept {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline =
+      timeoutMilliseconds > 0 ? Clock::now() + std::chrono::milliseconds(timeoutMilliseconds)
+                              : Clock::time_point::max();
+  for (;;) {
+    std::uint32_t owed = wakeups_.load(std::memory_order_acquire);
+    while (owed != 0) {
+      if (wakeups_.compare_exchange_weak(owed, owed - 1, std::memory_order_acquire,
+                                         std::memory_order_acquire))
+        return true;
+    }
+    int wait = -1;
+    if (timeoutMilliseconds > 0) {
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0) return false;
+      wait = static_cast<int>(left);
+    }
+    FutexWait(&wakeups_, 0, wait);
+  }
 }
 
 bool CompletionQueue::AcquireToken(int timeoutMilliseconds) noexcept {
@@ -108,25 +134,17 @@ bool CompletionQueue::AcquireToken(int timeoutMilliseconds) noexcept {
     if (timeoutMilliseconds == 0) return false;
     CpuRelax();
   }
-  using Clock = std::chrono::steady_clock;
-  const Clock::time_point deadline =
-      timeoutMilliseconds > 0 ? Clock::now() + std::chrono::milliseconds(timeoutMilliseconds)
-                              : Clock::time_point::max();
-  for (;;) {
-    int wait = -1;
-    if (timeoutMilliseconds > 0) {
-      const auto left =
-          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-      if (left <= 0) return TryAcquireToken();
-      wait = static_cast<int>(left);
-    }
-    // Counted as a sleeper before the count is read again: a post that adds
-    // to the count after this read sees the sleeper and wakes one.
-    sleepers_.fetch_add(1, std::memory_order_seq_cst);
-    if (available_.load(std::memory_order_seq_cst) == 0) FutexWait(&available_, 0, wait);
-    sleepers_.fetch_sub(1, std::memory_order_relaxed);
-    if (TryAcquireToken()) return true;
+  // Claim a packet; with none there, this taker is counted as owed one.
+  if (available_.fetch_sub(1, std::memory_order_seq_cst) > 0) return true;
+  if (TakeWakeup(timeoutMilliseconds)) return true;
+  // Timed out: withdraw the claim, unless a post has paid it meanwhile, in
+  // which case its wake-up is on the way and the packet is this taker's.
+  std::int64_t seen = available_.load(std::memory_order_seq_cst);
+  while (seen < 0) {
+    if (available_.compare_exchange_weak(seen, seen + 1, std::memory_order_seq_cst)) return false;
   }
+  TakeWakeup(-1);
+  return true;
 }
 
 void* CompletionQueue::TakeReserved() noexcept {
