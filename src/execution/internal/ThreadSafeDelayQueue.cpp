@@ -44,8 +44,13 @@ bool ThreadSafeDelayQueue::Post(Item*& item, unsigned int delayMilliseconds, boo
 
 unsigned int ThreadSafeDelayQueue::ServiceTimers(bool alreadyOnDuty) {
   if (!alreadyOnDuty) {
+    // Looked at before the compare-and-swap, which would fail anyway: every
+    // worker passes here for every item, and a plain read keeps the word's
+    // cache line shared between them.
     std::uint32_t expected = kDutyFree;
-    if (!timerDuty_.compare_exchange_strong(expected, kDutyScanning)) return kNoTimeLimit;
+    if (timerDuty_.load(std::memory_order_relaxed) != kDutyFree ||
+        !timerDuty_.compare_exchange_strong(expected, kDutyScanning))
+      return kNoTimeLimit;
   }
   CheckedLock lock(mutex_);
   const boost::posix_time::ptime now = Now();
