@@ -107,6 +107,21 @@ TYPED_TEST(AsyncExecutorContract, DelaysAreLowerBoundsAndKeepDeadlineOrder) {
   }
 }
 
+TYPED_TEST(AsyncExecutorContract, AnEarlierDeadlineIsServedWithoutWaitingForLaterOnes) {
+  auto& executor = this->executor_;
+  Counter early, late;
+  executor->WaitForQueuedWork();  // every worker idle, none keeping time
+  // Posted from outside and from the executor's own thread: either way the
+  // worker keeping time for the minute-long timer learns of the new one.
+  ASSERT_TRUE(executor->CallAsynchronously([&] { late.Add(); }, 60000));
+  ASSERT_TRUE(executor->CallAsynchronously([&] { early.Add(); }, 15));
+  ASSERT_TRUE(early.WaitFor(1));
+  ASSERT_TRUE(executor->CallAsynchronously(
+      [&] { executor->CallAsynchronously([&] { early.Add(); }, 15); }, 0));
+  EXPECT_TRUE(early.WaitFor(2));
+  EXPECT_EQ(late.Value(), 0);
+}
+
 TYPED_TEST(AsyncExecutorContract, PauseHoldsWorkUntilResume) {
   auto& executor = this->executor_;
   executor->Pause();
