@@ -17,7 +17,7 @@ test_and_bench=(
   unicode-data python3
   libmimalloc-dev libjemalloc-dev libplist-dev libpugixml-dev libspdlog-dev
   zlib1g-dev libisal-dev
-  nlohmann-json3-dev rapidjson-dev libsimdjson-dev
+  nlohmann-json3-dev rapidjson-dev libsimdjson-dev libtbb-dev
 )
 
 case "${1:-all}" in
