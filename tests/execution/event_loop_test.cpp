@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "config/ErrorTestSupport.h"
+#include "execution/ExecutorTestSupport.h"
 #include "tvxcore/threads/EventLoop.h"
 
 namespace {
@@ -196,7 +197,8 @@ TEST(EventLoop, WatchedDescriptorsAreServedByTheLoop) {
   ::close(fds[1]);
 }
 
-TEST(EventLoopExecutor, RunsOnItsThreadAndDrainsAtTheEnd) {
+// Order, termination and release from an item: the executor contract suite.
+TEST(EventLoopExecutor, ThreadCallbacksFrameTheLoopAndItsEnd) {
   std::atomic<int> started{0}, exited{0};
   auto executor = CreateAsyncEventLoopExecutor(
       "Loop", ThreadPriority_Normal, [&] { ++started; }, [&] { ++exited; });
@@ -204,42 +206,14 @@ TEST(EventLoopExecutor, RunsOnItsThreadAndDrainsAtTheEnd) {
   EXPECT_EQ(started.load(), 1) << "the loop is ready when the executor is";
   EXPECT_EQ(executor->GetThreadCount(), 1);
   EXPECT_FALSE(executor->IsCurrentThreadExecutorThread());
-  std::vector<int> ran;
-  std::atomic<bool> onItsThread{true};
-  for (int i = 0; i < 50; ++i)
-    ASSERT_TRUE(executor->CallAsynchronously(
-        [&, i] {
-          onItsThread = onItsThread && executor->IsCurrentThreadExecutorThread();
-          ran.push_back(i);
-        },
-        0));
+  std::atomic<bool> onItsThread{false};
+  ASSERT_TRUE(executor->CallAsynchronously(
+      [&] { onItsThread = executor->IsCurrentThreadExecutorThread(); }, 0));
   executor->Terminate();
   EXPECT_TRUE(executor->IsTerminated());
-  EXPECT_FALSE(executor->CallAsynchronously([] {}, 0));
-  executor->WaitForThreadEnd();
+  EXPECT_TRUE(tvxtest::FinishesInTime([&] { executor->WaitForThreadEnd(); }));
   EXPECT_EQ(exited.load(), 1);
   EXPECT_TRUE(onItsThread);
-  ASSERT_EQ(ran.size(), 50u) << "undelayed work queued before the end runs";
-  for (int i = 0; i < 50; ++i) EXPECT_EQ(ran[i], i);
-
-  // Released from one of its own calls: the thread ends by itself.
-  std::mutex mutex;
-  std::condition_variable cv;
-  bool posted = false, released = false;
-  auto own = CreateAsyncEventLoopExecutor("Own", ThreadPriority_Normal, {}, {});
-  ASSERT_TRUE(own->CallAsynchronously(
-      [&] {
-        std::unique_lock<std::mutex> lock(mutex);
-        cv.wait_for(lock, 10s, [&] { return posted; });
-        own.reset();
-        released = true;
-        cv.notify_all();
-      },
-      0));
-  std::unique_lock<std::mutex> lock(mutex);
-  posted = true;
-  cv.notify_all();
-  EXPECT_TRUE(cv.wait_for(lock, 10s, [&] { return released; }));
 }
 
 // Which thread is the main one, and what a call to it does, before, during
