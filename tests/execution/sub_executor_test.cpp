@@ -160,6 +160,7 @@ TEST(SubExecutor, PauseHoldsItemsAndResumeOrTerminateReleasesThem) {
     terminate ? sub->Terminate() : sub->Resume();
     EXPECT_EQ(parent->Due(), 2u);
     EXPECT_EQ(sub->CallAsynchronously(log.Item("d"), 0), !terminate);
+    if (terminate) sub->Pause();  // ignored once terminated
     parent->RunAll();
     EXPECT_EQ(log.text, terminate ? "abc" : "abcd");
     EXPECT_EQ(sub->IsTerminated(), terminate);
@@ -286,36 +287,37 @@ TEST(SubExecutor, ItemsWaitWhileTheParentRefusesAndRunWhenACallGetsThrough) {
   EXPECT_EQ(log.text, "ab");
 }
 
-// On a width of 2, the second item finishes first; a waiter must still wait
-// for the first.
+// On a width of 2, a waiter must wait for both items, whichever finishes
+// first, and only then.
 TEST(SubExecutor, WaitForQueuedWorkWaitsForEveryEarlierItem) {
-  auto parent = boost::make_shared<ManualExecutor>(2);
-  auto sub = CreateSubExecutor(parent, 2);
-  Gate releaseFirst(false);
-  std::atomic<bool> firstDone{false}, secondDone{false};
-  ASSERT_TRUE(sub->CallAsynchronously(
-      [&] {
-        releaseFirst.PassThrough(-1);
-        firstDone = true;
-      },
-      0));
-  ASSERT_TRUE(sub->CallAsynchronously([&] { secondDone = true; }, 0));
-  std::thread first([&] { parent->Run(); });
-  ASSERT_TRUE(WaitFor([&] { return parent->Due() == 1; }));
-  parent->Run();
-  ASSERT_TRUE(secondDone);
-  std::thread releaser([&] {
-    // Gives a waiter that wrongly left early the time to be seen.
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    releaseFirst.Open();
-  });
-  sub->WaitForQueuedWork();
-  EXPECT_TRUE(firstDone);
-  releaser.join();
-  first.join();
-  // Work queued after a wait began does not hold a new waiter that finds all
-  // earlier work done.
-  sub->WaitForQueuedWork();
+  for (int lastToFinish : {0, 1}) {
+    auto parent = boost::make_shared<ManualExecutor>(2);
+    auto sub = CreateSubExecutor(parent, 2);
+    Gate release[2];
+    std::atomic<bool> done[2] = {false, false};
+    for (int i : {0, 1})
+      ASSERT_TRUE(sub->CallAsynchronously(
+          [&, i] {
+            release[i].PassThrough(-1);
+            done[i] = true;
+          },
+          0));
+    std::thread runners[2];
+    for (auto& runner : runners) runner = std::thread([&] { parent->Run(); });
+    std::thread releaser([&] {
+      // The pauses give a waiter that wrongly leaves early the time to be
+      // seen leaving.
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+      release[1 - lastToFinish].Open();
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+      release[lastToFinish].Open();
+    });
+    sub->WaitForQueuedWork();
+    EXPECT_TRUE(done[0] && done[1]) << "last to finish: " << lastToFinish;
+    releaser.join();
+    for (auto& runner : runners) runner.join();
+    sub->WaitForQueuedWork();  // all done: returns at once
+  }
 }
 
 TEST(SubExecutor, ReleasedFromItsOwnItemStillRunsWhatWasQueued) {
