@@ -1,5 +1,6 @@
 // Named threads and the identities of threads and processes.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstdint>
 #include <string>
@@ -24,6 +25,32 @@ TEST(CreateNamedThread, RunsStartBodyAndExitInOrder) {
   EXPECT_TRUE(steps.empty()) << "no body, no start or exit";
   CreateNamedThread("bare", step("body"), static_cast<ThreadPriority>(7), {}, {}).join();
   EXPECT_EQ(steps, std::vector<std::string>{"body"});
+}
+
+TEST(CreateNamedThread, GivesTheSystemTheFirst15BytesOfTheName) {
+  struct Row {
+    std::string name, shown;
+  };
+  const Row rows[] = {
+      {"CPU 01", "CPU 01"},
+      {"", ""},
+      {"exactly15bytes!", "exactly15bytes!"},
+      {"SharedTimerThread", "SharedTimerThre"},
+      // A cut never splits a character: "\xC3\xA9" (e acute) would straddle byte 15.
+      {"abcdefghijklmn\xC3\xA9z", "abcdefghijklmn"},
+  };
+  for (const Row& row : rows) {
+    std::string shown = "unset";
+    CreateNamedThread(row.name,
+                      [&] {
+                        char name[16] = {};
+                        if (pthread_getname_np(pthread_self(), name, sizeof name) == 0)
+                          shown = name;
+                      },
+                      ThreadPriority_Normal, {}, {})
+        .join();
+    EXPECT_EQ(shown, row.shown) << row.name;
+  }
 }
 
 TEST(ThreadIdentity, IdsAreTheSystemsAndNoThreadIsMainYet) {

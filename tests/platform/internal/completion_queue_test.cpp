@@ -1,0 +1,118 @@
+// The blocking queue of pointers that worker pools sleep on.
+#include "platform/CompletionQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using tvxcore::platform::CompletionQueue;
+
+void* Packet(std::uintptr_t value) { return reinterpret_cast<void*>(value); }
+std::uintptr_t Value(void* packet) { return reinterpret_cast<std::uintptr_t>(packet); }
+
+TEST(CompletionQueue, HandsOutPacketsFirstInFirstOut) {
+  // Counts below, at and well past the ring, so that packets also pass
+  // through the overflow and back into the ring.
+  const std::size_t counts[] = {1, 100, CompletionQueue::kRingCapacity,
+                                CompletionQueue::kRingCapacity * 3 + 17};
+  CompletionQueue queue;
+  for (std::size_t count : counts) {
+    for (int round = 0; round < 2; ++round) {
+      for (std::size_t i = 1; i <= count; ++i) ASSERT_TRUE(queue.Post(Packet(i)));
+      for (std::size_t i = 1; i <= count; ++i) {
+        void* packet = nullptr;
+        ASSERT_TRUE(queue.Take(packet, 0)) << count << " at " << i;
+        ASSERT_EQ(Value(packet), i) << count;
+      }
+    }
+  }
+  void* packet = Packet(1);
+  EXPECT_FALSE(queue.Take(packet, 0)) << "drained";
+  EXPECT_EQ(packet, nullptr);
+}
+
+TEST(CompletionQueue, TimesOutEmptyAndCarriesNullWakeUps) {
+  CompletionQueue queue;
+  for (int timeout : {0, 1, 20}) {
+    void* packet = Packet(7);
+    EXPECT_FALSE(queue.Take(packet, timeout)) << timeout;
+    EXPECT_EQ(packet, nullptr);
+  }
+  ASSERT_TRUE(queue.Post(nullptr));
+  ASSERT_TRUE(queue.Post(Packet(5)));
+  void* packet = Packet(7);
+  EXPECT_TRUE(queue.Take(packet, -1)) << "a wake-up is a packet";
+  EXPECT_EQ(packet, nullptr);
+  EXPECT_TRUE(queue.Take(packet, -1));
+  EXPECT_EQ(Value(packet), 5u);
+}
+
+TEST(CompletionQueue, APostWakesExactlyOneSleeper) {
+  CompletionQueue queue;
+  constexpr int kSleepers = 3;
+  std::atomic<int> woken{0};
+  std::vector<std::thread> sleepers;
+  for (int i = 0; i < kSleepers; ++i)
+    sleepers.emplace_back([&] {
+      void* packet = nullptr;
+      if (queue.Take(packet, 10000)) ++woken;
+    });
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));  // let them fall asleep
+  for (int posted = 1; posted <= kSleepers; ++posted) {
+    ASSERT_TRUE(queue.Post(nullptr));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (woken.load() < posted && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::yield();
+    ASSERT_EQ(woken.load(), posted);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(woken.load(), posted) << "one post, one taker";
+  }
+  for (auto& sleeper : sleepers) sleeper.join();
+}
+
+TEST(CompletionQueue, ManyProducersAndConsumersLoseAndRepeatNothing) {
+  constexpr int kProducers = 4, kConsumers = 4;
+  constexpr std::uintptr_t kPerProducer = 150000;
+  CompletionQueue queue;
+  auto seen = std::make_unique<std::atomic<std::uint8_t>[]>(kProducers * kPerProducer);
+  std::atomic<int> outOfOrder{0};
+  std::vector<std::thread> threads;
+  for (int c = 0; c < kConsumers; ++c)
+    threads.emplace_back([&] {
+      std::uintptr_t last[kProducers] = {};
+      for (;;) {
+        void* packet = nullptr;
+        if (!queue.Take(packet, 10000) || packet == nullptr) return;  // null: the end
+        const std::uintptr_t value = Value(packet) - 1;
+        const std::uintptr_t producer = value / kPerProducer, index = value % kPerProducer + 1;
+        if (index <= last[producer]) ++outOfOrder;  // one producer's packets stay in order
+        last[producer] = index;
+        seen[value].fetch_add(1);
+      }
+    });
+  for (int p = 0; p < kProducers; ++p)
+    threads.emplace_back([&, p] {
+      for (std::uintptr_t i = 0; i < kPerProducer; ++i)
+        queue.Post(Packet(p * kPerProducer + i + 1));
+    });
+  for (int p = 0; p < kProducers; ++p) threads[kConsumers + p].join();
+  for (int c = 0; c < kConsumers; ++c) queue.Post(nullptr);
+  for (int c = 0; c < kConsumers; ++c) threads[c].join();
+  int missing = 0, repeated = 0;
+  for (std::uintptr_t i = 0; i < kProducers * kPerProducer; ++i) {
+    missing += seen[i].load() == 0;
+    repeated += seen[i].load() > 1;
+  }
+  EXPECT_EQ(missing, 0);
+  EXPECT_EQ(repeated, 0);
+  EXPECT_EQ(outOfOrder.load(), 0);
+}
+
+}  // namespace
