@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/weak_ptr.hpp>
+#include <cstddef>
 #include <vector>
 
 #include "execution/internal/SharedThreadsRegister.h"
@@ -51,6 +52,8 @@ void SetShared(boost::weak_ptr<AsyncExecutor>& slot,
   if (!slot.lock()) slot = executor;
 }
 
+constexpr std::size_t kCacheLine = 64;
+
 // One parallel loop. Iterations are handed out by one shared counter and
 // counted by another; the gate a waiter sleeps on is made only when the
 // waiter finds work outstanding after taking its own share.
@@ -92,11 +95,14 @@ class MultithreadedTask final : public IMultithreadedTask,
   }
 
  private:
-  // The two counters every iteration touches sit on lines of their own, apart
-  // from each other and from the fields that are only read.
-  alignas(64) std::atomic<int> nextIteration_{0};
-  alignas(64) std::atomic<int> finishedIterations_{0};
-  alignas(64) std::atomic<int> nextProcessorIndex_{0};
+  // The two counters every iteration touches are a cache line apart, from
+  // each other and from the fields that are only read. (Padding rather than
+  // alignas: the small block allocator promises 16-byte alignment only.)
+  std::atomic<int> nextIteration_{0};
+  [[maybe_unused]] char padNext_[kCacheLine - sizeof(std::atomic<int>)];
+  std::atomic<int> finishedIterations_{0};
+  [[maybe_unused]] char padFinished_[kCacheLine - sizeof(std::atomic<int>)];
+  std::atomic<int> nextProcessorIndex_{0};
   std::atomic<Gate*> doneGate_{nullptr};
   int const iterationCount_;
   boost::function<void(int, int)> const function_;
