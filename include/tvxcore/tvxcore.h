@@ -38,6 +38,7 @@
 #include "tvxcore/threads/DelayedExecution.h"
 #include "tvxcore/threads/SharedExecutors.h"
 #include "tvxcore/threads/SubExecutor.h"
+#include "tvxcore/threads/EventLoop.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/threads/RecursiveMutex.h"

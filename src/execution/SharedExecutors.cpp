@@ -11,7 +11,6 @@
 #include "execution/internal/SharedThreadsRegister.h"
 #include "tvxcore/base/ThreadAnnotations.h"
 #include "tvxcore/threads/Gate.h"
-#include "tvxcore/threads/RecursiveMutex.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 
 namespace tvxcore::threads {
@@ -21,14 +20,12 @@ IMultithreadedTask::~IMultithreadedTask() = default;
 namespace {
 
 // The process-wide register. It is made on first use and destroyed at exit;
-// idle temporary executors still in it then end as their destructors say.
+// idle temporary executors still in it then end as their destructors say. The
+// main thread's registration lives with thread identity, under the same lock.
 struct SharedThreads {
-  // Reentrant: Set... holds it around Get..., and the main-thread update may
-  // call back into the register.
-  RecursiveMutex mutex;
+  BoostRecursiveMutex& mutex = internal::SharedRegisterMutex();
   boost::weak_ptr<AsyncExecutor> cpuBoundExecutor TVX_GUARDED_BY(mutex);
   boost::weak_ptr<AsyncExecutor> ioBoundExecutor TVX_GUARDED_BY(mutex);
-  boost::weak_ptr<AsyncEventLoopAdaptor> mainThreadExecutor TVX_GUARDED_BY(mutex);
   // Idle single-thread executors, used as a stack.
   std::vector<boost::shared_ptr<AsyncThreadedExecutor>> temporaryExecutors TVX_GUARDED_BY(mutex);
 };
@@ -131,43 +128,43 @@ struct TaskRunner {
 
 boost::shared_ptr<AsyncExecutor> CreateCPUBoundExecutor() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   return CreateShared(shared.cpuBoundExecutor, "CPU", -1, ThreadPriority_Normal);
 }
 
 boost::shared_ptr<AsyncExecutor> CreateIOBoundExecutor() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   return CreateShared(shared.ioBoundExecutor, "IO", 4, ThreadPriority_Lowest);
 }
 
 boost::shared_ptr<AsyncExecutor> GetCPUBoundExecutor() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   return shared.cpuBoundExecutor.lock();
 }
 
 boost::shared_ptr<AsyncExecutor> GetIOBoundExecutor() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   return shared.ioBoundExecutor.lock();
 }
 
 void SetCPUBoundExecutor(boost::shared_ptr<AsyncExecutor> const& executor) {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   SetShared(shared.cpuBoundExecutor, executor);
 }
 
 void SetIOBoundExecutor(boost::shared_ptr<AsyncExecutor> const& executor) {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   SetShared(shared.ioBoundExecutor, executor);
 }
 
 boost::shared_ptr<AsyncThreadedExecutor> BorrowTemporarySingleThreadedExecutor() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   if (shared.temporaryExecutors.empty())
     return CreateAsyncThreadedExecutor("Temporary Thread", 1, ThreadPriority_Normal, {}, {});
   boost::shared_ptr<AsyncThreadedExecutor> executor = shared.temporaryExecutors.back();
@@ -180,7 +177,7 @@ void ReturnTemporarySingleThreadedExecutor(
     boost::shared_ptr<AsyncThreadedExecutor> const& executor) {
   if (!executor) return;
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   if (shared.temporaryExecutors.size() < 2) {
     executor->Pause();
     shared.temporaryExecutors.push_back(executor);
@@ -191,7 +188,7 @@ void ReturnTemporarySingleThreadedExecutor(
 
 void CleanupAllSharedThreads() {
   SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
+  CheckedLock lock(shared.mutex);
   for (auto const& executor : shared.temporaryExecutors) {
     executor->Resume();
     executor->Terminate();
@@ -233,22 +230,4 @@ void ExecuteCPUBoundTaskOnAllProcessorsWithProcessorIndex(
     task->ExecuteAndWait();
 }
 
-namespace internal {
-
-MainThreadAdaptor GetMainThreadSlot() {
-  SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
-  return shared.mainThreadExecutor.lock();
-}
-
-MainThreadAdaptor UpdateMainThreadSlot(
-    boost::function<MainThreadAdaptor(MainThreadAdaptor const& current)> const& update) {
-  SharedThreads& shared = Register();
-  RecursiveMutexLock lock(shared.mutex);
-  MainThreadAdaptor result = update(shared.mainThreadExecutor.lock());
-  shared.mainThreadExecutor = result;
-  return result;
-}
-
-}  // namespace internal
 }  // namespace tvxcore::threads

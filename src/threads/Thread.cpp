@@ -1,10 +1,14 @@
 #include "tvxcore/threads/Thread.h"
 
+#include <atomic>
 #include <boost/bind/bind.hpp>
+
+#include "base/NoDestructor.h"
 
 #include "platform/Thread.h"
 #include "threads/internal/MainThread.h"
 #include "threads/internal/ThreadPriorityMap.h"
+#include "tvxcore/threads/CheckedLocks.h"
 
 namespace tvxcore::threads {
 namespace internal {
@@ -44,7 +48,45 @@ int NiceValueOf(int relativePriority) noexcept {
   }
 }
 
-bool CallerIsRegisteredMainThread() { return false; }
+namespace {
+
+// The registration. The thread id is read without the lock first: a thread
+// that is not the registered one (the common question) learns it from one
+// atomic load. Ids of live threads are unique, so an equal id is the thread
+// itself, and only then is the owner checked.
+struct MainThreadSlot {
+  BoostMutex mutex;
+  boost::weak_ptr<void> owner TVX_GUARDED_BY(mutex);
+  std::atomic<std::uint32_t> threadId{0};
+};
+
+MainThreadSlot& Slot() {
+  static base::NoDestructor<MainThreadSlot> slot;  // asked about during exit
+  return *slot;
+}
+
+}  // namespace
+
+void SetRegisteredMainThread(boost::weak_ptr<void> const& owner, std::uint32_t threadId) {
+  MainThreadSlot& slot = Slot();
+  CheckedLock lock(slot.mutex);
+  slot.owner = owner;
+  slot.threadId.store(owner.expired() ? 0 : threadId, std::memory_order_release);
+}
+
+boost::shared_ptr<void> GetRegisteredMainThreadOwner() {
+  MainThreadSlot& slot = Slot();
+  CheckedLock lock(slot.mutex);
+  return slot.owner.lock();
+}
+
+bool CallerIsRegisteredMainThread() {
+  MainThreadSlot& slot = Slot();
+  const std::uint32_t id = slot.threadId.load(std::memory_order_acquire);
+  if (id == 0 || id != platform::CurrentThreadId()) return false;
+  CheckedLock lock(slot.mutex);
+  return !slot.owner.expired();
+}
 
 }  // namespace internal
 

@@ -13,6 +13,7 @@
 
 #include "execution/ExecutorTestSupport.h"
 #include "tvxcore/threads/AsyncExecutor.h"
+#include "tvxcore/threads/EventLoop.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/SubExecutor.h"
 
@@ -23,14 +24,18 @@ using tvxtest::Counter;
 using tvxtest::FinishesInTime;
 
 // A kind: how to make one, whether it runs items one at a time in the order
-// they were queued, and whether it reports items that throw.
+// they were queued, whether it owns a pool's controls (pause, waiting for the
+// work due from inside) and reports what items throw, and
+// how to wait for the work due (after Terminate: for the threads' end).
 template <int Threads>
 struct WorkQueueKind {
   static constexpr bool kSerial = Threads == 1;
+  static constexpr bool kThreaded = true;
   static constexpr bool kReportsFailures = true;
   static boost::shared_ptr<AsyncThreadedExecutor> Create() {
     return CreateAsyncThreadedExecutor("Contract", Threads, ThreadPriority_Normal, {}, {});
   }
+  static void WaitForQueuedWork(AsyncThreadedExecutor& executor) { executor.WaitForQueuedWork(); }
 };
 
 // A sub executor of the given width over a pool of 4 that only it uses; the
@@ -38,15 +43,36 @@ struct WorkQueueKind {
 template <int Width>
 struct SubExecutorKind {
   static constexpr bool kSerial = Width == 1;
+  static constexpr bool kThreaded = true;
   static constexpr bool kReportsFailures = false;
   static boost::shared_ptr<AsyncThreadedExecutor> Create() {
     return CreateSubExecutor(
         CreateAsyncThreadedExecutor("ContractParent", 4, ThreadPriority_Normal, {}, {}), Width);
   }
+  static void WaitForQueuedWork(AsyncThreadedExecutor& executor) { executor.WaitForQueuedWork(); }
 };
 
-using ExecutorKinds =
-    ::testing::Types<WorkQueueKind<1>, WorkQueueKind<4>, SubExecutorKind<1>, SubExecutorKind<2>>;
+// One thread running an event loop; what its items throw is dropped silently.
+struct EventLoopKind {
+  static constexpr bool kSerial = true;
+  static constexpr bool kThreaded = false;
+  static constexpr bool kReportsFailures = false;
+  static boost::shared_ptr<AsyncEventLoopExecutor> Create() {
+    return CreateAsyncEventLoopExecutor("Contract", ThreadPriority_Normal, {}, {});
+  }
+  static void WaitForQueuedWork(AsyncEventLoopExecutor& executor) {
+    if (executor.IsCurrentThreadExecutorThread()) return;
+    auto marker = std::make_shared<Counter>();
+    if (executor.CallAsynchronously([marker] { marker->Add(); }, 0)) {
+      marker->WaitFor(1);  // behind everything due before it
+    } else {
+      executor.WaitForThreadEnd();
+    }
+  }
+};
+
+using ExecutorKinds = ::testing::Types<WorkQueueKind<1>, WorkQueueKind<4>, SubExecutorKind<1>,
+                                       SubExecutorKind<2>, EventLoopKind>;
 
 template <typename Kind>
 class AsyncExecutorContract : public ::testing::Test {
@@ -58,10 +84,10 @@ class AsyncExecutorContract : public ::testing::Test {
   void TearDown() override {
     if (executor_) {
       executor_->Terminate();
-      executor_->WaitForQueuedWork();
+      Kind::WaitForQueuedWork(*executor_);
     }
   }
-  boost::shared_ptr<AsyncThreadedExecutor> executor_;
+  decltype(Kind::Create()) executor_;
 };
 
 TYPED_TEST_SUITE(AsyncExecutorContract, ExecutorKinds);
@@ -81,7 +107,7 @@ TYPED_TEST(AsyncExecutorContract, RunsEveryItemOnItsOwnThreadsInOrderWherePromis
           order.push_back(i);
         },
         0));
-  executor->WaitForQueuedWork();
+  TypeParam::WaitForQueuedWork(*executor);
   ASSERT_EQ(order.size(), static_cast<std::size_t>(kItems)) << "all that was due has run";
   EXPECT_EQ(foreignThreads.load(), 0);
   if (TypeParam::kSerial) {
@@ -122,23 +148,28 @@ TYPED_TEST(AsyncExecutorContract, DelaysAreLowerBoundsAndKeepDeadlineOrder) {
 }
 
 TYPED_TEST(AsyncExecutorContract, PauseHoldsWorkUntilResume) {
-  auto& executor = this->executor_;
-  executor->Pause();
-  Counter ran;
-  constexpr int kItems = 20;
-  for (int i = 0; i < kItems; ++i) ASSERT_TRUE(executor->CallAsynchronously([&] { ran.Add(); }, 0));
-  ASSERT_TRUE(executor->CallAsynchronously([&] { ran.Add(); }, 10)) << "timers are served paused";
-  std::this_thread::sleep_for(std::chrono::milliseconds(40));
-  EXPECT_EQ(ran.Value(), 0) << "nothing runs while paused";
-  EXPECT_TRUE(FinishesInTime([&] {
-    std::thread resumer([&] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-      executor->Resume();
-    });
-    executor->WaitUntilResumed();
-    resumer.join();
-  }));
-  EXPECT_TRUE(ran.WaitFor(kItems + 1));
+  if constexpr (!TypeParam::kThreaded) {
+    GTEST_SKIP() << "a pool's control";
+  } else {
+    auto& executor = this->executor_;
+    executor->Pause();
+    Counter ran;
+    constexpr int kItems = 20;
+    for (int i = 0; i < kItems; ++i)
+      ASSERT_TRUE(executor->CallAsynchronously([&] { ran.Add(); }, 0));
+    ASSERT_TRUE(executor->CallAsynchronously([&] { ran.Add(); }, 10)) << "timers are served paused";
+    std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    EXPECT_EQ(ran.Value(), 0) << "nothing runs while paused";
+    EXPECT_TRUE(FinishesInTime([&] {
+      std::thread resumer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        executor->Resume();
+      });
+      executor->WaitUntilResumed();
+      resumer.join();
+    }));
+    EXPECT_TRUE(ran.WaitFor(kItems + 1));
+  }
 }
 
 TYPED_TEST(AsyncExecutorContract, TerminateWhileBusyRunsDueWorkAndDropsTimers) {
@@ -159,8 +190,9 @@ TYPED_TEST(AsyncExecutorContract, TerminateWhileBusyRunsDueWorkAndDropsTimers) {
   EXPECT_TRUE(executor->IsTerminated());
   EXPECT_FALSE(executor->CallAsynchronously([&] { ran.Add(); }, 0)) << "refused once terminated";
   release.Open();
-  EXPECT_TRUE(FinishesInTime([&] { executor->WaitForQueuedWork(); })) << "the workers end";
-  EXPECT_TRUE(FinishesInTime([&] { executor->WaitForQueuedWork(); })) << "joined already";
+  EXPECT_TRUE(FinishesInTime([&] { TypeParam::WaitForQueuedWork(*executor); }))
+      << "the workers end";
+  EXPECT_TRUE(FinishesInTime([&] { TypeParam::WaitForQueuedWork(*executor); })) << "joined already";
   EXPECT_EQ(ran.Value(), 50) << "work due before Terminate runs";
   EXPECT_EQ(timed.Value(), 0) << "a timer pending at Terminate never runs";
 }
@@ -185,7 +217,7 @@ TYPED_TEST(AsyncExecutorContract, ItemsThatThrowAreReportedAndTheWorkersGoOn) {
     ::testing::internal::CaptureStderr();
     ASSERT_TRUE(executor->CallAsynchronously(row.item, 0));
     for (int i = 0; i < 8; ++i) ASSERT_TRUE(executor->CallAsynchronously([&] { after.Add(); }, 0));
-    executor->WaitForQueuedWork();
+    TypeParam::WaitForQueuedWork(*executor);
     const std::string output =
         ::testing::internal::GetCapturedStdout() + ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(after.Value(), 8) << row.report;
@@ -199,23 +231,27 @@ TYPED_TEST(AsyncExecutorContract, ItemsThatThrowAreReportedAndTheWorkersGoOn) {
 }
 
 TYPED_TEST(AsyncExecutorContract, WaitForQueuedWorkFromInsideReturnsAtOnce) {
-  auto& executor = this->executor_;
-  Counter returned;
-  ASSERT_TRUE(executor->CallAsynchronously(
-      [&] {
-        executor->WaitForQueuedWork();
-        returned.Add();
-      },
-      0));
-  EXPECT_TRUE(returned.WaitFor(1));
+  if constexpr (!TypeParam::kThreaded) {
+    GTEST_SKIP() << "a pool's control";
+  } else {
+    auto& executor = this->executor_;
+    Counter returned;
+    ASSERT_TRUE(executor->CallAsynchronously(
+        [&] {
+          TypeParam::WaitForQueuedWork(*executor);
+          returned.Add();
+        },
+        0));
+    EXPECT_TRUE(returned.WaitFor(1));
+  }
 }
 
 TYPED_TEST(AsyncExecutorContract, MayBeReleasedFromItsOwnItem) {
   Counter done;
   {
-    auto keepAlive = std::make_shared<boost::shared_ptr<AsyncThreadedExecutor>>(this->executor_);
+    auto keepAlive = std::make_shared<decltype(TypeParam::Create())>(this->executor_);
     this->executor_.reset();
-    AsyncThreadedExecutor* raw = keepAlive->get();
+    auto* raw = keepAlive->get();
     ASSERT_TRUE(raw->CallAsynchronously(
         [keepAlive, &done] {
           keepAlive->reset();  // the last reference: the executor goes here

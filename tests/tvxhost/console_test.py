@@ -178,6 +178,9 @@ def main():
                   "error manager installed", "locale and localizer installed",
                   "client name tvxhost", "trace handler installed", "main thread",
                   "XML parser factory installed"], verbose)
+        check("--verbose: the main thread is registered and runs the command from its loop",
+              re.search(r"start-up 5/6: main thread \d+ registered \(commands run from its event loop\)",
+                        verbose) is not None, verbose)
     finally:
         shutil.rmtree(work, ignore_errors=True)
     for failure in failures:

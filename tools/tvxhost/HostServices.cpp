@@ -17,6 +17,7 @@
 #include "tvxcore/debug/Trace.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/FileExceptionText.h"
+#include "tvxcore/threads/EventLoop.h"
 #include "tvxcore/threads/Thread.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 #include "tvxcore/xml/ExpatParser.h"
@@ -227,6 +228,13 @@ void DictionaryLocalizer::LoadDictionary(const tvxcore::UTF16String& inPath) {
   }
 }
 
+// The main thread's adaptor, kept from start-up to shutdown: the thread is
+// registered while it is held.
+boost::shared_ptr<tvxcore::threads::AsyncEventLoopAdaptor>& MainThread() {
+  static boost::shared_ptr<tvxcore::threads::AsyncEventLoopAdaptor> adaptor;
+  return adaptor;
+}
+
 DictionaryLocalizer& GetHostLocalizer() {
   static DictionaryLocalizer localizer;
   return localizer;
@@ -255,9 +263,10 @@ void StartHostServices() {
   tvxcore::debug::InstallMasterTraceHandler(InstalledTraceHandler().get());
   PrintVerbose(
       "start-up 4/6: trace handler installed (the debugger's output, then the console log)");
+  MainThread() = tvxcore::threads::RegisterCurrentThreadAsMainThread();
   PrintVerbose("start-up 5/6: main thread " +
                std::to_string(tvxcore::threads::GetCurrentThreadID()) +
-               " kept (commands run on it; tvxhost runs no event loop)");
+               " registered (commands run from its event loop)");
   // Property lists and every other XML text are read through expat.
   std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
       std::make_unique<tvxcore::xml::ExpatParserFactory>();
@@ -268,6 +277,7 @@ void StartHostServices() {
 void StopHostServices() {
   tvxcore::xml::ResetParserFactory();
   PrintVerbose("shutdown 1/6: XML parser factory removed");
+  MainThread().reset();
   PrintVerbose("shutdown 2/6: main thread released");
   tvxcore::debug::RemoveMasterTraceHandler();
   InstalledTraceHandler().reset();
@@ -279,6 +289,28 @@ void StopHostServices() {
   PrintVerbose("shutdown 5/6: localizer removed");
   PrintVerbose("shutdown 6/6: error manager removed");
   tvxcore::config::ErrorManager::Set(nullptr);
+}
+
+int RunOnMainThreadLoop(const std::function<int()>& command) {
+  const auto& main = MainThread();
+  int status = kExitFailure;
+  std::exception_ptr failure;
+  const auto call = [&] {
+    try {
+      status = command();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    tvxcore::threads::QuitPlatformEventLoop();
+  };
+  if (!main || !main->CallAsynchronously(call, 0)) return command();
+  tvxcore::threads::RunPlatformEventLoop();
+  if (failure) std::rethrow_exception(failure);
+  return status;
+}
+
+void ServeMainThreadCalls() {
+  if (MainThread()) MainThread()->RunQueuedFunctions();
 }
 
 }  // namespace tvxhost

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -85,6 +86,15 @@ void StartHostServices();
 // Undoes StartHostServices in the reverse order; the trace settings are
 // saved and the console log closed with its footer on the way.
 void StopHostServices();
+
+// Runs `command` as a call on the main thread's event loop, and the loop
+// until the command has returned, so that calls queued to the main thread
+// meanwhile are served; without a registered main thread, directly. What the
+// command throws reaches the caller.
+int RunOnMainThreadLoop(const std::function<int()>& command);
+// Runs the calls queued to the main thread so far (the interactive console,
+// between lines).
+void ServeMainThreadCalls();
 
 DictionaryLocalizer& GetHostLocalizer();
 

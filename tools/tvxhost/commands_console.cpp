@@ -147,7 +147,9 @@ bool InputIsTerminal() {
   return !failed && input != "/dev/null" && std::filesystem::is_character_file(input, failed);
 }
 
-// Runs one line typed or read, reporting an unknown command and going on.
+// Runs one line typed or read, reporting an unknown command and going on,
+// then the calls queued to the main thread meanwhile: the console waits for
+// input outside the event loop.
 void RunInteractiveLine(const std::string& line) {
   const auto first = line.find_first_not_of(" \t");
   if (first == std::string::npos) return;
@@ -158,6 +160,7 @@ void RunInteractiveLine(const std::string& line) {
   } catch (const std::exception& error) {
     PrintError(DescribeFailure(error));
   }
+  ServeMainThreadCalls();
 }
 
 // Without a terminal: plain lines from standard input, no prompt, no

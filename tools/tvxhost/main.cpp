@@ -211,20 +211,22 @@ int Main(const Args& argv) {
       throw UsageError("-c takes one console command line; quote it: -c " +
                        Quoted(*consoleLine + " " + argv[at]));
     session.emplace();
-    if (consoleLine != nullptr) return RunConsoleLine(*consoleLine);
-    if (at == argv.size()) return Report();
-    const std::string& command = argv[at];
-    const Args rest(argv.begin() + static_cast<long>(at) + 1, argv.end());
-    if (command == "help") {
-      if (rest.empty() || (rest.size() == 1 && IsHelp(rest[0]))) {
-        PrintHelp(std::cout);
+    return RunOnMainThreadLoop([&]() -> int {
+      if (consoleLine != nullptr) return RunConsoleLine(*consoleLine);
+      if (at == argv.size()) return Report();
+      const std::string& command = argv[at];
+      const Args rest(argv.begin() + static_cast<long>(at) + 1, argv.end());
+      if (command == "help") {
+        if (rest.empty() || (rest.size() == 1 && IsHelp(rest[0]))) {
+          PrintHelp(std::cout);
+          return kExitSuccess;
+        }
+        if (rest.size() > 1) throw UsageError("help takes one command, not " + Quoted(rest[1]));
+        PrintGroupHelp(std::cout, FindGroup(rest[0]));
         return kExitSuccess;
       }
-      if (rest.size() > 1) throw UsageError("help takes one command, not " + Quoted(rest[1]));
-      PrintGroupHelp(std::cout, FindGroup(rest[0]));
-      return kExitSuccess;
-    }
-    return RunGroup(FindGroup(command), rest, where);
+      return RunGroup(FindGroup(command), rest, where);
+    });
   } catch (const UsageError& error) {
     std::cerr << "tvxhost: " << (where.empty() ? "" : where + ": ") << error.what() << '\n';
     if (!where.empty()) {

@@ -1,27 +1,14 @@
-// The main-thread slot of the shared executor register, for the event-loop
-// code that registers the application's main thread.
+// The lock of the register of shared executors. The main thread is
+// registered under it too (with the event-loop executors), so that the
+// register's operations and that registration never interleave.
 #pragma once
 
-#include <boost/function.hpp>
-#include <boost/shared_ptr.hpp>
+#include "tvxcore/threads/CheckedLocks.h"
 
-namespace tvxcore::threads {
+namespace tvxcore::threads::internal {
 
-class AsyncEventLoopAdaptor;
+// Reentrant: the register's operations call each other under it, and it is
+// held across the creation of executors (thread starts included).
+BoostRecursiveMutex& SharedRegisterMutex();
 
-namespace internal {
-
-using MainThreadAdaptor = boost::shared_ptr<AsyncEventLoopAdaptor>;
-
-// The registered main-thread adaptor if it is still alive, else null.
-MainThreadAdaptor GetMainThreadSlot();
-
-// Under the register's lock: passes the live adaptor (or null) to `update`
-// and keeps a weak reference to what it returns, which is also returned.
-// `update` may throw; the slot then stays as it was. It may call back into
-// the register (the lock is reentrant).
-MainThreadAdaptor UpdateMainThreadSlot(
-    boost::function<MainThreadAdaptor(MainThreadAdaptor const& current)> const& update);
-
-}  // namespace internal
-}  // namespace tvxcore::threads
+}  // namespace tvxcore::threads::internal

@@ -1,0 +1,271 @@
+// Event-loop adaptors, the executor with its own loop thread, and the
+// registered main thread, through the public interface.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "config/ErrorTestSupport.h"
+#include "execution/ExecutorTestSupport.h"
+#include "tvxcore/threads/EventLoop.h"
+
+namespace {
+
+using namespace tvxcore::threads;
+using namespace std::chrono_literals;
+
+// Ends the calling thread's loop from another thread if the test has not
+// ended it within 10 s, so a fault fails the test instead of hanging it.
+class LoopGuard {
+ public:
+  explicit LoopGuard(boost::shared_ptr<AsyncEventLoopAdaptor> adaptor)
+      : watcher_([this, adaptor] {
+          std::unique_lock<std::mutex> lock(mutex_);
+          if (!done_.wait_for(lock, 10s, [this] { return finished_; })) {
+            expired_ = true;
+            adaptor->Terminate();
+          }
+        }) {}
+  ~LoopGuard() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      finished_ = true;
+    }
+    done_.notify_all();
+    watcher_.join();
+    EXPECT_FALSE(expired_) << "the loop had to be ended from outside";
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable done_;
+  bool finished_ = false;
+  bool expired_ = false;
+  std::thread watcher_;
+};
+
+TEST(EventLoopAdaptor, OneThreadEmptyCallsAndTermination) {
+  auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+  EXPECT_EQ(adaptor->GetThreadCount(), 1);
+  EXPECT_TRUE(adaptor->IsCurrentThreadExecutorThread());
+  bool elsewhere = true;
+  std::thread([&] { elsewhere = adaptor->IsCurrentThreadExecutorThread(); }).join();
+  EXPECT_FALSE(elsewhere);
+  EXPECT_FALSE(adaptor->CallAsynchronously({}, 0));
+  EXPECT_FALSE(adaptor->CallAsynchronously({}, 5));
+
+  // Failures of calls: dropped by the loop, the caller's in RunQueuedFunctions.
+  std::string log;
+  ASSERT_TRUE(adaptor->CallAsynchronously([] { throw std::runtime_error("dropped"); }, 0));
+  ASSERT_TRUE(adaptor->CallAsynchronously([&] { log += 'a'; }, 0));
+  ASSERT_TRUE(adaptor->CallAsynchronously([&] { adaptor->Terminate(); }, 0));
+  {
+    LoopGuard guard(adaptor);
+    RunPlatformEventLoop();
+  }
+  EXPECT_EQ(log, "a");
+  EXPECT_TRUE(adaptor->IsTerminated());
+  EXPECT_FALSE(adaptor->CallAsynchronously([&] { log += 'x'; }, 0));
+  adaptor->Terminate();  // twice is harmless
+
+  auto second = AdaptCurrentEventLoopAsExecutor(false);
+  ASSERT_TRUE(second->CallAsynchronously([] { throw std::logic_error("reaches the caller"); }, 0));
+  ASSERT_TRUE(second->CallAsynchronously([&] { log += 'b'; }, 0));
+  EXPECT_THROW(second->RunQueuedFunctions(), std::logic_error);
+  second->Terminate();
+  second->RunQueuedFunctions();  // still runs what was queued before the end
+  EXPECT_EQ(log, "ab");
+  RunPlatformEventLoop();  // to the quit of the second termination
+}
+
+TEST(EventLoopAdaptor, CallsKeepTheirOrderAcrossChunksAndProducers) {
+  for (const int count : {33, 1000}) {
+    auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+    std::vector<int> ran;
+    for (int i = 0; i < count; ++i)
+      ASSERT_TRUE(adaptor->CallAsynchronously([&ran, i] { ran.push_back(i); }, 0));
+    std::vector<std::vector<int>> byProducer(4);
+    std::vector<std::thread> producers;
+    for (int p = 0; p < 4; ++p)
+      producers.emplace_back([&, p] {
+        for (int i = 0; i < count; ++i)
+          adaptor->CallAsynchronously([&byProducer, p, i] { byProducer[p].push_back(i); }, 0);
+      });
+    for (auto& producer : producers) producer.join();
+    ASSERT_TRUE(adaptor->CallAsynchronously([&] { adaptor->Terminate(); }, 0));
+    {
+      LoopGuard guard(adaptor);
+      RunPlatformEventLoop();
+    }
+    ASSERT_EQ(ran.size(), static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) EXPECT_EQ(ran[i], i) << count;
+    for (const auto& seen : byProducer) {
+      ASSERT_EQ(seen.size(), static_cast<std::size_t>(count));
+      for (int i = 0; i < count; ++i) EXPECT_EQ(seen[i], i) << count;
+    }
+  }
+}
+
+TEST(EventLoopAdaptor, NestedLoopsServeTheQueueOnlyWhenReentrant) {
+  struct Case {
+    bool reentrant;
+    const char* expected;  // '(' and ')' frame the first call; B the others
+  } const cases[] = {{false, "()BB"}, {true, "(BB)"}};
+  for (const auto& c : cases) {
+    auto adaptor = AdaptCurrentEventLoopAsExecutor(c.reentrant);
+    std::string log;
+    ASSERT_TRUE(adaptor->CallAsynchronously(
+        [&] {
+          log += '(';
+          adaptor->RunQueuedFunctions();  // a reentrant one runs B here
+          ASSERT_TRUE(adaptor->CallAsynchronously([&] { log += 'B'; }, 0));
+          QuitPlatformEventLoop();
+          RunPlatformEventLoop();  // a nested loop
+          log += ')';
+        },
+        0));
+    ASSERT_TRUE(adaptor->CallAsynchronously([&] { log += 'B'; }, 0));
+    QuitPlatformEventLoop();
+    {
+      LoopGuard guard(adaptor);
+      RunPlatformEventLoop();
+    }
+    adaptor->RunQueuedFunctions();
+    EXPECT_EQ(log, c.expected) << "reentrant " << c.reentrant;
+    adaptor->Terminate();
+    RunPlatformEventLoop();
+  }
+}
+
+TEST(EventLoopAdaptor, DelayedCallsArriveThroughTheLoopInsideARunningCall) {
+  auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+  std::thread::id ranOn;
+  bool heldBack = true;
+  ASSERT_TRUE(adaptor->CallAsynchronously(
+      [&] {
+        // Not held back by the call in progress, unlike an undelayed one.
+        ASSERT_TRUE(adaptor->CallAsynchronously(
+            [&] {
+              heldBack = false;
+              ranOn = std::this_thread::get_id();
+              QuitPlatformEventLoop();
+            },
+            5));
+        RunPlatformEventLoop();
+        QuitPlatformEventLoop();
+      },
+      0));
+  {
+    LoopGuard guard(adaptor);
+    RunPlatformEventLoop();
+  }
+  EXPECT_FALSE(heldBack);
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST(EventLoop, WatchedDescriptorsAreServedByTheLoop) {
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  std::string got;
+  auto watch = WatchReadableOnCurrentThread(fds[0], [&] {
+    char c = 0;
+    if (::read(fds[0], &c, 1) == 1) got += c;
+    if (c == '.') QuitPlatformEventLoop();
+  });
+  ASSERT_TRUE(watch);
+  EXPECT_FALSE(WatchReadableOnCurrentThread(fds[0], [] {})) << "watched already";
+  EXPECT_FALSE(WatchReadableOnCurrentThread(-1, [] {}));
+  auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+  std::thread writer([&] { ASSERT_EQ(::write(fds[1], "fd.", 3), 3); });
+  {
+    LoopGuard guard(adaptor);
+    RunPlatformEventLoop();
+  }
+  writer.join();
+  EXPECT_EQ(got, "fd.");
+  watch.reset();
+  EXPECT_TRUE(WatchReadableOnCurrentThread(fds[0], [] {})) << "free again once released";
+  ::close(fds[0]);
+  ::close(fds[1]);
+}
+
+// Order, termination and release from an item: the executor contract suite.
+TEST(EventLoopExecutor, ThreadCallbacksFrameTheLoopAndItsEnd) {
+  std::atomic<int> started{0}, exited{0};
+  auto executor = CreateAsyncEventLoopExecutor(
+      "Loop", ThreadPriority_Normal, [&] { ++started; }, [&] { ++exited; });
+  ASSERT_TRUE(executor);
+  EXPECT_EQ(started.load(), 1) << "the loop is ready when the executor is";
+  EXPECT_EQ(executor->GetThreadCount(), 1);
+  EXPECT_FALSE(executor->IsCurrentThreadExecutorThread());
+  std::atomic<bool> onItsThread{false};
+  ASSERT_TRUE(executor->CallAsynchronously(
+      [&] { onItsThread = executor->IsCurrentThreadExecutorThread(); }, 0));
+  executor->Terminate();
+  EXPECT_TRUE(executor->IsTerminated());
+  EXPECT_TRUE(tvxtest::FinishesInTime([&] { executor->WaitForThreadEnd(); }));
+  EXPECT_EQ(exited.load(), 1);
+  EXPECT_TRUE(onItsThread);
+}
+
+// Which thread is the main one, and what a call to it does, before, during
+// and after a registration.
+TEST(MainThread, RegistrationLivesWithTheReturnedAdaptor) {
+  tvxtest::RecordingErrorManager errors;
+  errors.throwWhenNotDeferred = true;
+  tvxcore::config::ErrorManager::Set(&errors);
+  bool ran = false;
+  const auto callAndCheck = [&](bool registered) {
+    EXPECT_EQ(CurrentThreadIsMainThread(), registered);
+    EXPECT_EQ(GetRegisteredMainThread() != nullptr, registered);
+    bool otherIsMain = true;
+    std::thread([&] {
+      otherIsMain = CurrentThreadIsMainThread();
+      AsyncCallFromMainThread([&] { ran = true; });
+    }).join();
+    EXPECT_FALSE(otherIsMain);
+  };
+  callAndCheck(false);
+
+  auto main = RegisterCurrentThreadAsMainThread();
+  ASSERT_TRUE(main);
+  EXPECT_EQ(RegisterCurrentThreadAsMainThread(), main) << "the same adaptor again";
+  callAndCheck(true);
+  bool refused = false;
+  std::thread([&] {
+    try {
+      RegisterCurrentThreadAsMainThread();
+    } catch (const tvxtest::RecordedFailure& failure) {
+      refused =
+          failure.key.rfind("$$$/tvxcore/utility/Error/Contract/InputContractViolation=", 0) == 0;
+    }
+  }).join();
+  EXPECT_TRUE(refused) << "a second thread violates the contract";
+  ASSERT_TRUE(main->CallAsynchronously([&] { main->Terminate(); }, 0));
+  {
+    LoopGuard guard(main);
+    RunPlatformEventLoop();
+  }
+  EXPECT_TRUE(ran) << "the call from another thread reached the main thread";
+
+  ran = false;
+  main.reset();
+  callAndCheck(false);
+  std::thread([&] {
+    auto other = RegisterCurrentThreadAsMainThread();
+    EXPECT_TRUE(CurrentThreadIsMainThread()) << "another thread may register now";
+  }).join();
+  EXPECT_FALSE(ran);
+  EXPECT_EQ(errors.Reports().size(), 1u);
+  tvxcore::config::ErrorManager::Set(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+// The per-thread event loop: lanes and order, waking from other threads,
+// channels and the loop's end, descriptors, time-outs and nesting.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/EventLoop.h"
+
+namespace {
+
+using tvxcore::platform::EventLoop;
+using Lane = EventLoop::Lane;
+using RunResult = EventLoop::RunResult;
+
+// Runs `action` on delivery and counts its own destruction.
+class Probe final : public EventLoop::Message {
+ public:
+  Probe(std::function<void()> action, int* destroyed = nullptr)
+      : action_(std::move(action)), destroyed_(destroyed) {}
+  ~Probe() override {
+    if (destroyed_ != nullptr) ++*destroyed_;
+  }
+  void Deliver() override { action_(); }
+
+ private:
+  std::function<void()> action_;
+  int* destroyed_;
+};
+
+std::unique_ptr<EventLoop::Message> Note(std::string& log, char c) {
+  return std::make_unique<Probe>([&log, c] { log += c; });
+}
+
+TEST(PlatformEventLoop, NotifyLaneGoesFirstAndQuitKeepsItsPlace) {
+  auto loop = EventLoop::ForCurrentThread();
+  EXPECT_EQ(loop, EventLoop::ForCurrentThread()) << "one loop a thread";
+  const auto channel = loop->OpenChannel();
+  std::string log;
+  struct Step {
+    char c;
+    Lane lane;
+  } const steps[] = {
+      {'a', Lane::kPosted}, {'N', Lane::kNotify}, {'b', Lane::kPosted}, {'O', Lane::kNotify}};
+  for (const auto& s : steps) ASSERT_TRUE(loop->Post(channel, Note(log, s.c), s.lane));
+  ASSERT_TRUE(loop->PostQuit());
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'c'), Lane::kPosted));
+  EXPECT_EQ(loop->Run(-1), RunResult::kQuit);
+  EXPECT_EQ(log, "NOab") << "the quit ends the run before 'c'";
+  EXPECT_EQ(loop->Run(0), RunResult::kTimedOut);
+  EXPECT_EQ(log, "NOabc") << "what stood behind the quit runs in the next run";
+  loop->CloseChannel(channel);
+}
+
+TEST(PlatformEventLoop, OtherThreadsWakeTheLoopAndMessagesRunOnIt) {
+  auto loop = EventLoop::ForCurrentThread();
+  const auto channel = loop->OpenChannel();
+  std::vector<std::thread::id> ranOn;
+  std::thread poster([&] {
+    for (int i = 0; i < 100; ++i) {
+      const Lane lane = i % 2 == 0 ? Lane::kPosted : Lane::kNotify;
+      ASSERT_TRUE(loop->Post(
+          channel, std::make_unique<Probe>([&] { ranOn.push_back(std::this_thread::get_id()); }),
+          lane));
+    }
+    loop->PostQuit();
+  });
+  EXPECT_EQ(loop->Run(10000), RunResult::kQuit);
+  poster.join();
+  loop->Run(0);  // a notify message may have come after the quit
+  ASSERT_EQ(ranOn.size(), 100u);
+  for (const auto& id : ranOn) EXPECT_EQ(id, std::this_thread::get_id());
+  loop->CloseChannel(channel);
+}
+
+TEST(PlatformEventLoop, ClosedChannelsAndEndedThreadsDestroyWhatTheyHold) {
+  int destroyed = 0;
+  std::shared_ptr<EventLoop> orphan;
+  std::uint64_t orphanChannel = 0;
+  std::thread([&] {
+    orphan = EventLoop::ForCurrentThread();
+    orphanChannel = orphan->OpenChannel();
+    ASSERT_TRUE(
+        orphan->Post(orphanChannel, std::make_unique<Probe>([] {}, &destroyed), Lane::kPosted));
+  }).join();
+  EXPECT_EQ(destroyed, 1) << "the thread's end destroyed its queued message";
+  EXPECT_FALSE(
+      orphan->Post(orphanChannel, std::make_unique<Probe>([] {}, &destroyed), Lane::kNotify));
+  EXPECT_FALSE(orphan->PostQuit());
+  EXPECT_EQ(destroyed, 2) << "a refused message is destroyed";
+
+  auto loop = EventLoop::ForCurrentThread();
+  const auto kept = loop->OpenChannel(), closed = loop->OpenChannel();
+  EXPECT_NE(kept, closed);
+  std::string log;
+  ASSERT_TRUE(
+      loop->Post(closed, std::make_unique<Probe>([&] { log += 'x'; }, &destroyed), Lane::kNotify));
+  ASSERT_TRUE(loop->Post(kept, Note(log, 'k'), Lane::kPosted));
+  loop->CloseChannel(closed);
+  EXPECT_EQ(destroyed, 3);
+  EXPECT_FALSE(loop->Post(closed, Note(log, 'y'), Lane::kPosted));
+  EXPECT_FALSE(loop->Post(0, Note(log, 'z'), Lane::kPosted)) << "0 names no channel";
+  loop->Run(0);
+  EXPECT_EQ(log, "k");
+  loop->CloseChannel(kept);
+}
+
+TEST(PlatformEventLoop, WatchesDescriptorsUntilUnwatched) {
+  auto loop = EventLoop::ForCurrentThread();
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  std::string got;
+  const auto watch = loop->WatchReadable(fds[0], [&] {
+    char c = 0;
+    ASSERT_EQ(::read(fds[0], &c, 1), 1);
+    got += c;
+    if (c == 'q') loop->PostQuit();
+  });
+  ASSERT_NE(watch, 0u);
+  EXPECT_EQ(loop->WatchReadable(fds[0], [] {}), 0u) << "watched already";
+  EXPECT_EQ(loop->WatchReadable(-1, [] {}), 0u);
+  std::thread writer([&] { ASSERT_EQ(::write(fds[1], "abq", 3), 3); });
+  EXPECT_EQ(loop->Run(10000), RunResult::kQuit);
+  writer.join();
+  EXPECT_EQ(got, "abq");
+
+  loop->Unwatch(watch);
+  loop->Unwatch(watch);  // unknown by now: ignored
+  ASSERT_EQ(::write(fds[1], "z", 1), 1);
+  EXPECT_EQ(loop->Run(20), RunResult::kTimedOut);
+  EXPECT_EQ(got, "abq") << "no call after Unwatch";
+  ::close(fds[0]);
+  ::close(fds[1]);
+}
+
+TEST(PlatformEventLoop, NestedRunsAndThrowingMessagesLeaveTheLoopUsable) {
+  auto loop = EventLoop::ForCurrentThread();
+  const auto channel = loop->OpenChannel();
+  std::string log;
+  // The inner run ends at the first quit it reaches; the outer one goes on.
+  ASSERT_TRUE(loop->Post(channel, std::make_unique<Probe>([&] {
+                           log += '(';
+                           loop->Post(channel, Note(log, 'i'), Lane::kPosted);
+                           loop->PostQuit();
+                           EXPECT_EQ(loop->Run(10000), RunResult::kQuit);
+                           log += ')';
+                         }),
+                         Lane::kPosted));
+  ASSERT_TRUE(loop->PostQuit());
+  EXPECT_EQ(loop->Run(10000), RunResult::kQuit);
+  EXPECT_EQ(log, "()i");
+
+  ASSERT_TRUE(loop->Post(
+      channel, std::make_unique<Probe>([] { throw std::runtime_error("from a message"); }),
+      Lane::kPosted));
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'n'), Lane::kPosted));
+  EXPECT_THROW(loop->Run(10000), std::runtime_error);
+  EXPECT_EQ(log, "()i");
+  EXPECT_EQ(loop->Run(0), RunResult::kTimedOut);
+  EXPECT_EQ(log, "()in");
+  loop->CloseChannel(channel);
+}
+
+}  // namespace
