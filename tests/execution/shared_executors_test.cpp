@@ -4,49 +4,20 @@
 
 #include <atomic>
 #include <boost/make_shared.hpp>
-#include <deque>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "execution/ManualExecutor.h"
 #include "tvxcore/threads/SharedExecutors.h"
 #include "tvxcore/utility/HostInfo.h"
 
 namespace {
 
 using namespace tvxcore::threads;
-
-// A parent that keeps what it is given until the test runs it.
-class HeldExecutor final : public AsyncExecutor {
- public:
-  explicit HeldExecutor(int threads) : threads_(threads) {}
-  bool CallAsynchronously(boost::function<void()> const& function, unsigned int) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    held_.push_back(function);
-    return true;
-  }
-  int GetThreadCount() override { return threads_; }
-  void Terminate() override {}
-  bool IsTerminated() override { return false; }
-  size_t Held() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return held_.size();
-  }
-  void Run(size_t count) {
-    for (size_t i = 0; i < count && !held_.empty(); ++i) {
-      auto f = held_.front();
-      held_.pop_front();
-      f();
-    }
-  }
-
- private:
-  int const threads_;
-  std::mutex mutex_;
-  std::deque<boost::function<void()>> held_;
-};
+using tvxtest::ManualExecutor;
 
 struct Call {
   int iteration, processor;
@@ -88,12 +59,12 @@ TEST(ParallelFor, QueuesOneRunnerFewerThanThreadsOrRunsOnTheCaller) {
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(std::to_string(c.threads) + " threads, " + std::to_string(c.iterations));
-    boost::shared_ptr<HeldExecutor> executor;
-    if (c.threads >= 0) executor = boost::make_shared<HeldExecutor>(c.threads);
+    boost::shared_ptr<ManualExecutor> executor;
+    if (c.threads >= 0) executor = boost::make_shared<ManualExecutor>(c.threads);
     Calls calls;
     auto task =
         AsyncExecuteTaskOnAllThreadsWithProcessorIndex(calls.Record(), c.iterations, executor);
-    size_t const held = executor ? executor->Held() : 0;
+    size_t const held = executor ? executor->Due() : 0;
     EXPECT_EQ(held, c.queued);
     if (c.queued == 0) {
       ASSERT_EQ(task, nullptr);
@@ -122,7 +93,7 @@ TEST(ParallelFor, QueuesOneRunnerFewerThanThreadsOrRunsOnTheCaller) {
 // A runner started while the first is inside an iteration takes the next
 // index and the iterations left.
 TEST(ParallelFor, RunnersNumberThemselvesInTheOrderTheyStart) {
-  auto executor = boost::make_shared<HeldExecutor>(3);
+  auto executor = boost::make_shared<ManualExecutor>(3);
   Calls calls;
   auto record = calls.Record();
   auto task = AsyncExecuteTaskOnAllThreadsWithProcessorIndex(
@@ -132,7 +103,7 @@ TEST(ParallelFor, RunnersNumberThemselvesInTheOrderTheyStart) {
       },
       6, executor);
   ASSERT_NE(task, nullptr);
-  ASSERT_EQ(executor->Held(), 2u);
+  ASSERT_EQ(executor->Due(), 2u);
   executor->Run(1);
   task->ExecuteAndWait();
   calls.ExpectEachOnce(6, 3);
@@ -168,7 +139,7 @@ TEST(ParallelFor, FailuresOnTheCallerReachTheCaller) {
   EXPECT_THROW(AsyncExecuteTaskOnAllThreads(boost::function<void(int)>(), 1, nullptr),
                boost::bad_function_call);
   EXPECT_EQ(AsyncExecuteTaskOnAllThreads(boost::function<void(int)>(), 0, nullptr), nullptr);
-  auto held = boost::make_shared<HeldExecutor>(2);
+  auto held = boost::make_shared<ManualExecutor>(2);
   auto task = AsyncExecuteTaskOnAllThreads(throwing, 2, held);
   ASSERT_NE(task, nullptr);
   EXPECT_THROW(task->ExecuteAndWait(), std::runtime_error);
@@ -212,7 +183,7 @@ TEST(SharedThreads, SharedExecutorsLiveAsLongAsAClientHoldsThem) {
     EXPECT_EQ(first->GetThreadCount(), k.threads);
     EXPECT_EQ(k.create(), first);
     EXPECT_EQ(k.get(), first);
-    auto mine = boost::make_shared<HeldExecutor>(3);
+    auto mine = boost::make_shared<ManualExecutor>(3);
     k.set(mine);  // a live executor is not replaced
     EXPECT_EQ(k.get(), first);
     first.reset();

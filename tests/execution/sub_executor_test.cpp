@@ -1,7 +1,7 @@
-// Sub executors: width, order, fairness towards the parent, pause, terminate,
-// delayed calls, failures and waiting. Most cases drive the sub executor over
-// a parent that runs nothing by itself, so the test decides which queued call
-// runs when; the rest run on a real worker pool.
+// Sub executors beyond the executor contract: width, order and fairness
+// towards the parent, pause, terminate, delayed calls, failures and waiting.
+// Most cases drive the sub executor over a parent that runs nothing by
+// itself, so the test decides which queued call runs when.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,62 +14,15 @@
 #include <thread>
 #include <vector>
 
+#include "execution/ExecutorTestSupport.h"
+#include "execution/ManualExecutor.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/SubExecutor.h"
 
 namespace {
 
 using namespace tvxcore::threads;
-
-// A parent that only records what it is given. Run() runs the oldest
-// undelayed call, Fire() the oldest delayed one.
-class ManualExecutor final : public AsyncExecutor {
- public:
-  explicit ManualExecutor(int threads) : threads_(threads) {}
-  bool CallAsynchronously(boost::function<void()> const& function, unsigned int delay) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (refuse) return false;
-    (delay == 0 ? due_ : delayed_).push_back(function);
-    return true;
-  }
-  int GetThreadCount() override { return threads_; }
-  void Terminate() override { refuse = true; }
-  bool IsTerminated() override { return refuse; }
-
-  size_t Due() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return due_.size();
-  }
-  size_t Delayed() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return delayed_.size();
-  }
-  bool Run() { return Pop(due_); }
-  bool Fire() { return Pop(delayed_); }
-  void RunAll() {
-    while (Run()) {
-    }
-  }
-
-  std::atomic<bool> refuse{false};
-
- private:
-  bool Pop(std::deque<boost::function<void()>>& from) {
-    boost::function<void()> f;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (from.empty()) return false;
-      f = from.front();
-      from.pop_front();
-    }
-    f();
-    return true;
-  }
-  int const threads_;
-  std::mutex mutex_;
-  std::deque<boost::function<void()>> due_;
-  std::deque<boost::function<void()>> delayed_;
-};
+using tvxtest::ManualExecutor;
 
 struct Log {
   std::mutex mutex;
@@ -82,17 +35,6 @@ struct Log {
     return [this, s] { Add(s); };
   }
 };
-
-// Blocks the calling thread until `done` holds, failing after 10 s.
-template <typename Done>
-bool WaitFor(Done done) {
-  auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > limit) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 TEST(SubExecutor, WidthComesFromTheRequestAndTheParent) {
   const struct {
@@ -194,7 +136,9 @@ TEST(SubExecutor, DelayedCallsRunWhenDueOrJoinTheQueue) {
       ASSERT_TRUE(sub->CallAsynchronously([&] { hold.PassThrough(-1); }, 0));
       ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
       busy = std::thread([&] { parent->Run(); });
-      ASSERT_TRUE(WaitFor([&] { return parent->Due() == 0; }));
+      ASSERT_TRUE(tvxtest::FinishesInTime([&] {
+        while (parent->Due() != 0) std::this_thread::yield();
+      }));
     }
     if (c.pause) sub->Pause();
     if (c.terminate) sub->Terminate();
@@ -240,38 +184,6 @@ TEST(SubExecutor, FailingItemsAreSwallowedAndKeepTheSlot) {
     EXPECT_EQ(wrapperCalls, wrapped ? 6 : 0);
     sub->WaitForQueuedWork();  // every sequence number was marked done
   }
-}
-
-TEST(SubExecutor, WrapperDecidesWhetherItemsRun) {
-  auto parent = boost::make_shared<ManualExecutor>(2);
-  Log log;
-  auto sub = CreateSubExecutorWithFunctionWrapper(parent, 2, [&](boost::function<void()> const& f) {
-    log.Add("[");
-    if (log.text.size() < 4) f();
-    log.Add("]");
-  });
-  ASSERT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
-  ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
-  parent->RunAll();
-  EXPECT_EQ(log.text, "[a][]");
-  EXPECT_FALSE(sub->CallAsynchronously(boost::function<void()>(), 0));
-}
-
-TEST(SubExecutor, ItemsSeeThemselvesAsTheExecutorsThreads) {
-  auto parent = boost::make_shared<ManualExecutor>(1);
-  auto sub = CreateSubExecutor(parent, 1);
-  bool inside = false;
-  ASSERT_TRUE(sub->CallAsynchronously(
-      [&] {
-        sub->WaitForQueuedWork();  // returns at once from an item
-        inside = sub->IsCurrentThreadExecutorThread();
-      },
-      0));
-  EXPECT_FALSE(sub->IsCurrentThreadExecutorThread());
-  parent->RunAll();
-  EXPECT_TRUE(inside);
-  EXPECT_FALSE(sub->IsCurrentThreadExecutorThread());
-  sub->WaitUntilResumed();
 }
 
 TEST(SubExecutor, ItemsWaitWhileTheParentRefusesAndRunWhenACallGetsThrough) {
@@ -320,22 +232,6 @@ TEST(SubExecutor, WaitForQueuedWorkWaitsForEveryEarlierItem) {
   }
 }
 
-TEST(SubExecutor, ReleasedFromItsOwnItemStillRunsWhatWasQueued) {
-  auto parent = boost::make_shared<ManualExecutor>(1);
-  auto sub = CreateSubExecutor(parent, 1);
-  Log log;
-  ASSERT_TRUE(sub->CallAsynchronously([&] { sub.reset(); }, 0));
-  ASSERT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
-  ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 50));
-  parent->RunAll();
-  EXPECT_EQ(sub, nullptr);
-  EXPECT_EQ(log.text, "a");
-  ASSERT_TRUE(parent->Fire());  // discarded by the termination
-  EXPECT_EQ(log.text, "a");
-}
-
-// Stacked on a real pool: width 1 never overlaps and keeps the order, width
-// 2 never exceeds 2, and a sub executor over a sub executor obeys the inner.
 TEST(SubExecutor, WidthHoldsOnAWorkerPool) {
   auto pool = CreateAsyncThreadedExecutor("SubPool", 4, ThreadPriority_Normal, {}, {});
   ASSERT_NE(pool, nullptr);
