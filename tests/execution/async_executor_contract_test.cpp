@@ -16,6 +16,7 @@
 #include "tvxcore/threads/AsyncExecutor.h"
 #include "tvxcore/threads/EventLoop.h"
 #include "tvxcore/threads/Gate.h"
+#include "tvxcore/threads/SubExecutor.h"
 
 namespace {
 
@@ -34,6 +35,20 @@ struct WorkQueueKind {
   static constexpr bool kReportsFailures = true;
   static boost::shared_ptr<AsyncThreadedExecutor> Create() {
     return CreateAsyncThreadedExecutor("Contract", Threads, ThreadPriority_Normal, {}, {});
+  }
+  static void WaitForQueuedWork(AsyncThreadedExecutor& executor) { executor.WaitForQueuedWork(); }
+};
+
+// A sub executor of the given width over a pool of 4 that only it uses; the
+// pool ends with the sub executor's last queued call.
+template <int Width>
+struct SubExecutorKind {
+  static constexpr bool kSerial = Width == 1;
+  static constexpr bool kThreaded = true;
+  static constexpr bool kReportsFailures = false;
+  static boost::shared_ptr<AsyncThreadedExecutor> Create() {
+    return CreateSubExecutor(
+        CreateAsyncThreadedExecutor("ContractParent", 4, ThreadPriority_Normal, {}, {}), Width);
   }
   static void WaitForQueuedWork(AsyncThreadedExecutor& executor) { executor.WaitForQueuedWork(); }
 };
@@ -57,7 +72,8 @@ struct EventLoopKind {
   }
 };
 
-using ExecutorKinds = ::testing::Types<WorkQueueKind<1>, WorkQueueKind<4>, EventLoopKind>;
+using ExecutorKinds = ::testing::Types<WorkQueueKind<1>, WorkQueueKind<4>, SubExecutorKind<1>,
+                                       SubExecutorKind<2>, EventLoopKind>;
 
 template <typename Kind>
 class AsyncExecutorContract : public ::testing::Test {
