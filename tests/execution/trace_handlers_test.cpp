@@ -1,0 +1,161 @@
+// The trace handler chain as a host builds it: the debug database's switches
+// decide which handlers stand in front of the one that served before, in
+// which order, and what the default handler writes to the console log.
+#include "tvxcore/debug/TraceHandlers.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "diagnostics/DiagnosticsFixture.h"
+#include "tvxcore/console/ConsoleLogFile.h"
+#include "tvxcore/debug/DebugDatabase.h"
+#include "tvxcore/debug/Trace.h"
+#include "tvxcore/threads/Thread.h"
+#include "tvxcore/utility/UnicodeConversion.h"
+
+namespace {
+
+namespace dbg = tvxcore::debug;
+using tvxcore::UTF8String;
+
+UTF8String Bytes(const std::string& text) { return UTF8String(text.begin(), text.end()); }
+
+class RecordingHandler : public dbg::TraceHandler {
+ public:
+  void WriteTrace(const std::string& inLine) override { lines.push_back(inLine); }
+  std::vector<std::string> lines;
+};
+
+enum class Front { kNone, kRolling, kTimestamp, kAsync };
+
+bool IsFront(Front front, dbg::TraceHandler* handler, dbg::TraceHandler* before) {
+  switch (front) {
+    case Front::kNone:
+      return handler == before;
+    case Front::kRolling:
+      return dynamic_cast<dbg::RollingTraceHandler*>(handler) != nullptr;
+    case Front::kTimestamp:
+      return dynamic_cast<dbg::TimestampTraceHandler*>(handler) != nullptr;
+    case Front::kAsync:
+      return false;  // not built here yet
+  }
+  return false;
+}
+
+const char kWarning[] =
+    "Warning: Rolling the log file without using unique timestamped log file names. This may "
+    "result in overwritten log files!\n";
+
+using TraceHandlers = tvxtest::DiagnosticsTest;
+
+TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
+  const struct {
+    std::vector<std::pair<const char*, const char*>> settings;
+    Front front;          // the master handler while the installer lives
+    bool stamped;         // the line reaches the old handler with a timestamp
+    bool warned;          // the rolling handler's warning came first
+    bool timestampNames;  // the log's name has a timestamp
+  } kCases[] = {
+      {{}, Front::kNone, false, false, false},
+      {{{"MaxLogSize", "1000"}, {"RolloverLogsDaily", "true"}}, Front::kNone, false, false, false},
+      {{{"CreateLogFilesThatDoNotExist", "true"}, {"MaxLogSize", "1000"}},
+       Front::kRolling,
+       false,
+       true,
+       false},
+      {{{"CreateLogFilesThatDoNotExist", "true"}, {"RolloverLogsDaily", "true"}},
+       Front::kRolling,
+       false,
+       true,
+       false},
+      {{{"CreateLogFilesThatDoNotExist", "true"},
+        {"MaxLogSize", "1000"},
+        {"AddTimestampToLogFileNames", "true"}},
+       Front::kRolling,
+       false,
+       false,
+       true},
+      {{{"AddTimestampToLogFileNames", "true"}}, Front::kNone, false, false, true},
+      {{{"AddUTCTimestampToTraces", "true"}}, Front::kTimestamp, true, false, false},
+      {{{"AddUTCTimestampToTraces", "true"},
+        {"CreateLogFilesThatDoNotExist", "true"},
+        {"MaxLogSize", "5"}},
+       Front::kTimestamp,
+       true,
+       true,
+       false},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(&c - kCases);
+    std::filesystem::remove_all(PrefDir());
+    InFreshProcess([&] {
+      SetIdentity();
+      for (const auto& [key, value] : c.settings)
+        dbg::DebugDatabase::Instance().SetEntry(Bytes(key), Bytes(value));
+      RecordingHandler before;
+      dbg::InstallMasterTraceHandler(&before);
+      {
+        dbg::TraceHandlerInstaller installer;
+        EXPECT_TRUE(IsFront(c.front, dbg::GetMasterTraceHandler(), &before));
+        dbg::Trace("a line\n");
+        dbg::Trace("another\n");
+      }
+      if (c.front == Front::kNone)
+        EXPECT_EQ(dbg::GetMasterTraceHandler(), &before);
+      else
+        EXPECT_NE(dynamic_cast<dbg::DefaultTraceHandler*>(dbg::GetMasterTraceHandler()), nullptr);
+      std::vector<std::string> expected;
+      if (c.warned)
+        expected.push_back("<" + std::to_string(tvxcore::threads::GetCurrentThreadID()) +
+                           "> <RollingTraceHandler> <0> " + kWarning);
+      expected.push_back("a line\n");
+      expected.push_back("another\n");
+      ASSERT_EQ(before.lines.size(), expected.size());
+      const std::regex stamp(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6} )");
+      for (std::size_t i = 0; i < expected.size(); ++i) {
+        std::string line = before.lines[i];
+        std::smatch prefix;
+        const bool stamped = std::regex_search(line, prefix, stamp) && prefix.position(0) == 0;
+        EXPECT_EQ(stamped, c.stamped && i >= (c.warned ? 1u : 0u)) << line;
+        if (stamped) line.erase(0, prefix.length(0));
+        EXPECT_EQ(line, expected[i]);
+      }
+      tvxcore::UTF16String path;
+      ASSERT_TRUE(tvxcore::console::ConsoleLogFile::GetInstance()->GetLogFilePath(path, false));
+      const UTF8String name = tvxcore::utility::UTF16to8(path);
+      EXPECT_EQ(std::regex_search(std::string(name.begin(), name.end()),
+                                  std::regex(R"(/Diag \d{8}-\d{6}_\d{6}\.txt$)")),
+                c.timestampNames);
+    });
+  }
+}
+
+TEST_F(TraceHandlers, DefaultHandlerWritesToTheConsoleLogOnceTheChainIsBuilt) {
+  InFreshProcess([&] {
+    SetIdentity();
+    const std::filesystem::path logs = PrefDir() / "logs";
+    std::filesystem::create_directories(logs);
+    std::ofstream(logs / "Diag Log.txt");  // the log exists: it is written
+    dbg::Trace("before the chain\n");
+    {
+      dbg::TraceHandlerInstaller installer;
+      EXPECT_NE(dynamic_cast<dbg::DefaultTraceHandler*>(dbg::GetMasterTraceHandler()), nullptr);
+      dbg::Trace("through the chain\n");
+    }
+    dbg::Trace("after the chain\n");
+    tvxcore::console::ConsoleLogFile::Terminate();
+    std::ifstream in(logs / "Diag Log.txt", std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    EXPECT_TRUE(std::regex_search(text, std::regex("Ticks = \\d+      through the chain\n"
+                                                   "Ticks = \\d+      after the chain\n")))
+        << text;
+  });
+}
+
+}  // namespace
