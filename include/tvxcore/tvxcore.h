@@ -36,6 +36,7 @@
 
 // Threads and execution
 #include "tvxcore/threads/AsyncExecutor.h"
+#include "tvxcore/threads/DelayedExecution.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/threads/RecursiveMutex.h"

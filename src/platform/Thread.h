@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace tvxcore::platform {
 
@@ -17,6 +18,11 @@ bool SetCurrentThreadNice(int nice) noexcept;
 
 // The nice value of the calling thread.
 int GetCurrentThreadNice() noexcept;
+
+// Gives the calling thread `name` as the system shows it (top -H, gdb,
+// /proc/<pid>/task/<tid>/comm): its first 15 bytes, cut back to the last
+// whole UTF-8 character. Returns false when the system refuses.
+bool SetCurrentThreadName(const std::string& name) noexcept;
 
 // Gives up the processor for at least `milliseconds`.
 void SleepMilliseconds(int milliseconds) noexcept;

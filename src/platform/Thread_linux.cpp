@@ -49,6 +49,18 @@ int GetCurrentThreadNice() noexcept {
   return ::getpriority(PRIO_PROCESS, static_cast<id_t>(CurrentThreadId()));
 }
 
+bool SetCurrentThreadName(const std::string& name) noexcept {
+  // The kernel keeps 15 bytes and a terminator; a cut inside a multi-byte
+  // character would leave invalid UTF-8 behind.
+  std::size_t length = name.size() < 15 ? name.size() : 15;
+  if (length < name.size())
+    while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80) --length;
+  char shortName[16];
+  name.copy(shortName, length);
+  shortName[length] = '\0';
+  return ::pthread_setname_np(::pthread_self(), shortName) == 0;
+}
+
 void SleepMilliseconds(int milliseconds) noexcept {
   if (milliseconds < 0) milliseconds = 0;
   timespec remaining{milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000L};

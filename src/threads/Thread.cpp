@@ -50,10 +50,11 @@ bool CallerIsRegisteredMainThread() { return false; }
 
 namespace {
 
-void NamedThreadMain(const std::string& /*name*/, const boost::function<void()>& body,
+void NamedThreadMain(const std::string& name, const boost::function<void()>& body,
                      ThreadPriority priority, const boost::function<void()>& onStart,
                      const boost::function<void()>& onExit) {
   if (body.empty()) return;
+  platform::SetCurrentThreadName(name);
   if (!onStart.empty()) onStart();
   platform::SetCurrentThreadNice(internal::NiceValueOf(internal::RelativePriorityOf(priority)));
   body();

@@ -32,8 +32,10 @@ enum ThreadPriority : int {
 //   3. sets its own priority, ignoring failure;
 //   4. runs `body`;
 //   5. runs `onExit` (at the requested priority) if it is not empty.
-// Nothing is caught: an exception leaving `body` skips `onExit`. `name` only
-// travels with the call; it is not given to the system and not recorded.
+// Nothing is caught: an exception leaving `body` skips `onExit`. Before
+// step 2 the thread gives `name` to the system, which keeps its first 15
+// bytes for debuggers and process viewers (`top -H`, gdb); the library keeps
+// no table of names and never reads a name back.
 TVXCORE_EXPORT boost::thread CreateNamedThread(std::string const& name,
                                                boost::function<void()> body,
                                                ThreadPriority priority,

@@ -1,0 +1,50 @@
+// Bounded waits for the executor tests: a test that waits for work never
+// hangs the suite; it fails after kPatience instead.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace tvxtest {
+
+inline constexpr std::chrono::seconds kPatience{10};
+
+// A count that items raise and tests wait on.
+class Counter {
+ public:
+  void Add(int amount = 1) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    value_ += amount;
+    changed_.notify_all();
+  }
+  int Value() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return value_;
+  }
+  // True once the count reached `target`; false after kPatience.
+  bool WaitFor(int target) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, kPatience, [&] { return value_ >= target; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int value_ = 0;
+};
+
+// Runs `body` on a thread of its own and reports whether it returned within
+// kPatience. A body that hangs is left behind detached, and the test fails.
+inline bool FinishesInTime(std::function<void()> body) {
+  auto done = std::make_shared<Counter>();
+  std::thread([body = std::move(body), done] {
+    body();
+    done->Add();
+  }).detach();
+  return done->WaitFor(1);
+}
+
+}  // namespace tvxtest

@@ -1,0 +1,123 @@
+// The worker pool of CreateAsyncThreadedExecutor: its threads, their names,
+// and the load it carries.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "execution/ExecutorTestSupport.h"
+#include "tvxcore/threads/AsyncExecutor.h"
+#include "tvxcore/utility/HostInfo.h"
+
+namespace {
+
+using namespace tvxcore::threads;
+using tvxtest::Counter;
+using tvxtest::FinishesInTime;
+
+std::vector<std::string> NumberedNames(const std::string& name, int count) {
+  std::vector<std::string> names;
+  for (int i = 1; i <= count; ++i)
+    names.push_back(name + (i < 10 ? " 0" : " ") + std::to_string(i));
+  return names;
+}
+
+TEST(ThreadedWorkQueue, StartsItsThreadsUnderTheirNames) {
+  const int cpus = static_cast<int>(tvxcore::utility::CPUCount());
+  struct Row {
+    const char* name;
+    int threadCount;
+    std::vector<std::string> names;
+  };
+  const Row rows[] = {
+      {"Solo", 1, {"Solo"}},
+      {"CPU", 2, {"CPU 01", "CPU 02"}},
+      {"Idle", 0, {}},
+      {"Core", -1, NumberedNames("Core", cpus)},
+      {"Twice", -2, NumberedNames("Twice", 2 * cpus)},
+      {"Many", 12, NumberedNames("Many", 12)},
+  };
+  for (const Row& row : rows) {
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    Counter exited;
+    auto executor = CreateAsyncThreadedExecutor(
+        row.name, row.threadCount, ThreadPriority_BelowNormal,
+        [&] {
+          char name[16] = {};
+          pthread_getname_np(pthread_self(), name, sizeof name);
+          std::lock_guard<std::mutex> lock(mutex);
+          seen.emplace_back(name);
+        },
+        [&] { exited.Add(); });
+    ASSERT_TRUE(executor);
+    const int expected = static_cast<int>(row.names.size());
+    EXPECT_EQ(executor->GetThreadCount(), expected) << row.name;
+    executor->WaitForQueuedWork();  // every worker has started
+    executor->Terminate();
+    EXPECT_TRUE(FinishesInTime([&] { executor->WaitForQueuedWork(); })) << row.name;
+    EXPECT_EQ(exited.Value(), expected) << "every worker ran its exit function";
+    EXPECT_EQ(executor->GetThreadCount(), expected) << "unchanged after termination";
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen, row.names) << row.name;
+  }
+}
+
+TEST(ThreadedWorkQueue, WithoutThreadsAcceptsWorkAndNeverRunsIt) {
+  auto executor = CreateAsyncThreadedExecutor("None", 0, ThreadPriority_Normal, {}, {});
+  ASSERT_TRUE(executor);
+  std::atomic<int> ran{0};
+  EXPECT_TRUE(executor->CallAsynchronously([&] { ++ran; }, 0));
+  EXPECT_TRUE(executor->CallAsynchronously([&] { ++ran; }, 30));
+  EXPECT_TRUE(FinishesInTime([&] { executor->WaitForQueuedWork(); }));
+  executor.reset();  // what was queued is freed with the queue
+  EXPECT_EQ(ran.load(), 0);
+}
+
+TEST(ThreadedWorkQueue, SingleWorkerServesTheTimersItPostsToItself) {
+  auto executor = CreateAsyncThreadedExecutor("Self", 1, ThreadPriority_Normal, {}, {});
+  Counter steps;
+  std::function<void()> step = [&] {
+    steps.Add();
+    if (steps.Value() < 5) executor->CallAsynchronously(step, 8);
+  };
+  ASSERT_TRUE(executor->CallAsynchronously(step, 0));
+  EXPECT_TRUE(steps.WaitFor(5));
+  executor->Terminate();
+  executor->WaitForQueuedWork();
+}
+
+// Many posting threads against many workers: every item runs exactly once.
+TEST(ThreadedWorkQueue, StressNoItemLostOrRunTwice) {
+  constexpr int kPosters = 4;
+  constexpr int kPerPoster = 250000;
+  auto executor = CreateAsyncThreadedExecutor("Stress", 4, ThreadPriority_Normal, {}, {});
+  auto runs = std::make_unique<std::atomic<std::uint8_t>[]>(kPosters * kPerPoster);
+  std::atomic<int> refused{0};
+  std::vector<std::thread> posters;
+  for (int p = 0; p < kPosters; ++p)
+    posters.emplace_back([&, p] {
+      for (int i = p * kPerPoster; i < (p + 1) * kPerPoster; ++i)
+        if (!executor->CallAsynchronously([&runs, i] { runs[i].fetch_add(1); }, 0)) ++refused;
+    });
+  for (auto& poster : posters) poster.join();
+  executor->WaitForQueuedWork();
+  EXPECT_EQ(refused.load(), 0);
+  int missing = 0, doubled = 0;
+  for (int i = 0; i < kPosters * kPerPoster; ++i) {
+    missing += runs[i].load() == 0;
+    doubled += runs[i].load() > 1;
+  }
+  EXPECT_EQ(missing, 0);
+  EXPECT_EQ(doubled, 0);
+  executor->Terminate();
+  executor->WaitForQueuedWork();
+}
+
+}  // namespace
