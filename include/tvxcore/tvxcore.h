@@ -37,6 +37,8 @@
 // Threads and execution
 #include "tvxcore/threads/AsyncExecutor.h"
 #include "tvxcore/threads/DelayedExecution.h"
+#include "tvxcore/threads/SharedExecutors.h"
+#include "tvxcore/threads/SubExecutor.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/threads/RecursiveMutex.h"

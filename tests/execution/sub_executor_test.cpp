@@ -1,0 +1,377 @@
+// Sub executors: width, order, fairness towards the parent, pause, terminate,
+// delayed calls, failures and waiting. Most cases drive the sub executor over
+// a parent that runs nothing by itself, so the test decides which queued call
+// runs when; the rest run on a real worker pool.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <boost/make_shared.hpp>
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tvxcore/threads/Gate.h"
+#include "tvxcore/threads/SubExecutor.h"
+
+namespace {
+
+using namespace tvxcore::threads;
+
+// A parent that only records what it is given. Run() runs the oldest
+// undelayed call, Fire() the oldest delayed one.
+class ManualExecutor final : public AsyncExecutor {
+ public:
+  explicit ManualExecutor(int threads) : threads_(threads) {}
+  bool CallAsynchronously(boost::function<void()> const& function, unsigned int delay) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (refuse) return false;
+    (delay == 0 ? due_ : delayed_).push_back(function);
+    return true;
+  }
+  int GetThreadCount() override { return threads_; }
+  void Terminate() override { refuse = true; }
+  bool IsTerminated() override { return refuse; }
+
+  size_t Due() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return due_.size();
+  }
+  size_t Delayed() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return delayed_.size();
+  }
+  bool Run() { return Pop(due_); }
+  bool Fire() { return Pop(delayed_); }
+  void RunAll() {
+    while (Run()) {
+    }
+  }
+
+  std::atomic<bool> refuse{false};
+
+ private:
+  bool Pop(std::deque<boost::function<void()>>& from) {
+    boost::function<void()> f;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (from.empty()) return false;
+      f = from.front();
+      from.pop_front();
+    }
+    f();
+    return true;
+  }
+  int const threads_;
+  std::mutex mutex_;
+  std::deque<boost::function<void()>> due_;
+  std::deque<boost::function<void()>> delayed_;
+};
+
+struct Log {
+  std::mutex mutex;
+  std::string text;
+  void Add(std::string const& s) {
+    std::lock_guard<std::mutex> lock(mutex);
+    text += s;
+  }
+  boost::function<void()> Item(std::string const& s) {
+    return [this, s] { Add(s); };
+  }
+};
+
+// Blocks the calling thread until `done` holds, failing after 10 s.
+template <typename Done>
+bool WaitFor(Done done) {
+  auto const limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+TEST(SubExecutor, WidthComesFromTheRequestAndTheParent) {
+  const struct {
+    int parentThreads;  // -1: no parent
+    int requested;
+    int width;  // 0: no executor
+  } cases[] = {
+      {4, 1, 1}, {4, 2, 2}, {4, 4, 4},  {4, -1, 4}, {4, 100, 4},
+      {4, 0, 0}, {0, 1, 0}, {0, -1, 0}, {-1, 1, 0}, {1, -5, 1},
+  };
+  for (auto const& c : cases) {
+    boost::shared_ptr<AsyncExecutor> parent;
+    if (c.parentThreads >= 0) parent = boost::make_shared<ManualExecutor>(c.parentThreads);
+    auto sub = CreateSubExecutor(parent, c.requested);
+    auto wrapped = CreateSubExecutorWithFunctionWrapper(
+        parent, c.requested, [](boost::function<void()> const& f) { f(); });
+    SCOPED_TRACE(std::to_string(c.parentThreads) + " " + std::to_string(c.requested));
+    for (auto const& executor : {sub, wrapped}) {
+      ASSERT_EQ(executor != nullptr, c.width > 0);
+      if (executor) {
+        EXPECT_EQ(executor->GetThreadCount(), c.width);
+      }
+    }
+  }
+}
+
+// Each call queued on the parent runs one item and queues the next call
+// behind what the parent already holds; no more calls than the width wait.
+TEST(SubExecutor, RunsOneItemPerParentCallInQueueOrder) {
+  for (int width : {1, 2, 3}) {
+    auto parent = boost::make_shared<ManualExecutor>(4);
+    auto sub = CreateSubExecutor(parent, width);
+    Log log;
+    for (char c : std::string("abcde")) ASSERT_TRUE(sub->CallAsynchronously(log.Item({c}), 0));
+    EXPECT_EQ(parent->Due(), static_cast<size_t>(width));
+    Log other;
+    ASSERT_TRUE(parent->CallAsynchronously(other.Item("X"), 0));
+    ASSERT_TRUE(parent->Run());
+    EXPECT_EQ(log.text, "a");
+    // The parent's own item stands before the runner queued by item a.
+    for (int i = 1; i < width; ++i) ASSERT_TRUE(parent->Run());
+    ASSERT_TRUE(parent->Run());
+    EXPECT_EQ(other.text, "X") << width;
+    parent->RunAll();
+    EXPECT_EQ(log.text, "abcde") << width;
+    EXPECT_EQ(parent->Due(), 0u);
+  }
+}
+
+TEST(SubExecutor, PauseHoldsItemsAndResumeOrTerminateReleasesThem) {
+  for (bool terminate : {false, true}) {
+    auto parent = boost::make_shared<ManualExecutor>(2);
+    auto sub = CreateSubExecutor(parent, 2);
+    Log log;
+    sub->Pause();
+    ASSERT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
+    EXPECT_EQ(parent->Due(), 0u);
+    sub->Resume();
+    sub->Pause();
+    parent->RunAll();  // the runner finds the executor paused and leaves
+    EXPECT_EQ(log.text, "");
+    ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
+    ASSERT_TRUE(sub->CallAsynchronously(log.Item("c"), 0));
+    EXPECT_EQ(parent->Due(), 0u);
+    terminate ? sub->Terminate() : sub->Resume();
+    EXPECT_EQ(parent->Due(), 2u);
+    EXPECT_EQ(sub->CallAsynchronously(log.Item("d"), 0), !terminate);
+    parent->RunAll();
+    EXPECT_EQ(log.text, terminate ? "abc" : "abcd");
+    EXPECT_EQ(sub->IsTerminated(), terminate);
+  }
+}
+
+TEST(SubExecutor, DelayedCallsRunWhenDueOrJoinTheQueue) {
+  const struct {
+    char const* name;
+    int busy;         // items held running on the one slot when the call is due
+    bool pause;       // paused when due
+    bool terminate;   // terminated before due
+    bool release;     // last reference released before due
+    char const* log;  // after the parent has run everything
+  } cases[] = {
+      {"slot free", 0, false, false, false, "d"}, {"slot busy", 1, false, false, false, "bd"},
+      {"paused", 0, true, false, false, ""},      {"terminated", 0, false, true, false, ""},
+      {"released", 0, false, false, true, ""},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto parent = boost::make_shared<ManualExecutor>(1);
+    auto sub = CreateSubExecutor(parent, 1);
+    Log log;
+    ASSERT_TRUE(sub->CallAsynchronously(log.Item("d"), 25));
+    EXPECT_EQ(parent->Delayed(), 1u);
+    EXPECT_EQ(parent->Due(), 0u);
+    Gate hold(false);
+    std::thread busy;
+    if (c.busy) {
+      ASSERT_TRUE(sub->CallAsynchronously([&] { hold.PassThrough(-1); }, 0));
+      ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
+      busy = std::thread([&] { parent->Run(); });
+      ASSERT_TRUE(WaitFor([&] { return parent->Due() == 0; }));
+    }
+    if (c.pause) sub->Pause();
+    if (c.terminate) sub->Terminate();
+    if (c.release) sub.reset();
+    ASSERT_TRUE(parent->Fire());
+    // With a free slot the call runs inside the parent's timer call itself.
+    EXPECT_EQ(log.text, c.busy || c.pause || c.terminate || c.release ? "" : "d");
+    hold.Open();
+    if (busy.joinable()) busy.join();
+    parent->RunAll();
+    EXPECT_EQ(log.text, c.log);
+    if (c.pause) {
+      sub->Resume();
+      parent->RunAll();
+      EXPECT_EQ(log.text, "d");
+    }
+  }
+}
+
+TEST(SubExecutor, FailingItemsAreSwallowedAndKeepTheSlot) {
+  std::vector<boost::function<void()>> failures = {
+      [] { throw std::runtime_error("item failed"); },
+      [] { throw 42; },
+      boost::function<void()>([] { throw std::bad_alloc(); }),
+  };
+  for (bool wrapped : {false, true}) {
+    auto parent = boost::make_shared<ManualExecutor>(1);
+    int wrapperCalls = 0;
+    auto sub = wrapped
+                   ? CreateSubExecutorWithFunctionWrapper(parent, 1,
+                                                          [&](boost::function<void()> const& f) {
+                                                            ++wrapperCalls;
+                                                            f();
+                                                          })
+                   : CreateSubExecutor(parent, 1);
+    Log log;
+    for (auto const& failure : failures) {
+      ASSERT_TRUE(sub->CallAsynchronously(failure, 0));
+      ASSERT_TRUE(sub->CallAsynchronously(log.Item("."), 0));
+    }
+    EXPECT_NO_THROW(parent->RunAll());
+    EXPECT_EQ(log.text, "...");
+    EXPECT_EQ(wrapperCalls, wrapped ? 6 : 0);
+    sub->WaitForQueuedWork();  // every sequence number was marked done
+  }
+}
+
+TEST(SubExecutor, WrapperDecidesWhetherItemsRun) {
+  auto parent = boost::make_shared<ManualExecutor>(2);
+  Log log;
+  auto sub = CreateSubExecutorWithFunctionWrapper(parent, 2, [&](boost::function<void()> const& f) {
+    log.Add("[");
+    if (log.text.size() < 4) f();
+    log.Add("]");
+  });
+  ASSERT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
+  ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
+  parent->RunAll();
+  EXPECT_EQ(log.text, "[a][]");
+  EXPECT_FALSE(sub->CallAsynchronously(boost::function<void()>(), 0));
+}
+
+TEST(SubExecutor, ItemsSeeThemselvesAsTheExecutorsThreads) {
+  auto parent = boost::make_shared<ManualExecutor>(1);
+  auto sub = CreateSubExecutor(parent, 1);
+  bool inside = false;
+  ASSERT_TRUE(sub->CallAsynchronously(
+      [&] {
+        sub->WaitForQueuedWork();  // returns at once from an item
+        inside = sub->IsCurrentThreadExecutorThread();
+      },
+      0));
+  EXPECT_FALSE(sub->IsCurrentThreadExecutorThread());
+  parent->RunAll();
+  EXPECT_TRUE(inside);
+  EXPECT_FALSE(sub->IsCurrentThreadExecutorThread());
+  sub->WaitUntilResumed();
+}
+
+TEST(SubExecutor, ItemsWaitWhileTheParentRefusesAndRunWhenACallGetsThrough) {
+  auto parent = boost::make_shared<ManualExecutor>(1);
+  auto sub = CreateSubExecutor(parent, 1);
+  Log log;
+  parent->refuse = true;
+  EXPECT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
+  EXPECT_FALSE(sub->CallAsynchronously(log.Item("x"), 10));
+  parent->refuse = false;
+  ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 0));
+  parent->RunAll();
+  EXPECT_EQ(log.text, "ab");
+}
+
+// On a width of 2, the second item finishes first; a waiter must still wait
+// for the first.
+TEST(SubExecutor, WaitForQueuedWorkWaitsForEveryEarlierItem) {
+  auto parent = boost::make_shared<ManualExecutor>(2);
+  auto sub = CreateSubExecutor(parent, 2);
+  Gate releaseFirst(false);
+  std::atomic<bool> firstDone{false}, secondDone{false};
+  ASSERT_TRUE(sub->CallAsynchronously(
+      [&] {
+        releaseFirst.PassThrough(-1);
+        firstDone = true;
+      },
+      0));
+  ASSERT_TRUE(sub->CallAsynchronously([&] { secondDone = true; }, 0));
+  std::thread first([&] { parent->Run(); });
+  ASSERT_TRUE(WaitFor([&] { return parent->Due() == 1; }));
+  parent->Run();
+  ASSERT_TRUE(secondDone);
+  std::thread releaser([&] {
+    // Gives a waiter that wrongly left early the time to be seen.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    releaseFirst.Open();
+  });
+  sub->WaitForQueuedWork();
+  EXPECT_TRUE(firstDone);
+  releaser.join();
+  first.join();
+  // Work queued after a wait began does not hold a new waiter that finds all
+  // earlier work done.
+  sub->WaitForQueuedWork();
+}
+
+TEST(SubExecutor, ReleasedFromItsOwnItemStillRunsWhatWasQueued) {
+  auto parent = boost::make_shared<ManualExecutor>(1);
+  auto sub = CreateSubExecutor(parent, 1);
+  Log log;
+  ASSERT_TRUE(sub->CallAsynchronously([&] { sub.reset(); }, 0));
+  ASSERT_TRUE(sub->CallAsynchronously(log.Item("a"), 0));
+  ASSERT_TRUE(sub->CallAsynchronously(log.Item("b"), 50));
+  parent->RunAll();
+  EXPECT_EQ(sub, nullptr);
+  EXPECT_EQ(log.text, "a");
+  ASSERT_TRUE(parent->Fire());  // discarded by the termination
+  EXPECT_EQ(log.text, "a");
+}
+
+// Stacked on a real pool: width 1 never overlaps and keeps the order, width
+// 2 never exceeds 2, and a sub executor over a sub executor obeys the inner.
+TEST(SubExecutor, WidthHoldsOnAWorkerPool) {
+  auto pool = CreateAsyncThreadedExecutor("SubPool", 4, ThreadPriority_Normal, {}, {});
+  ASSERT_NE(pool, nullptr);
+  const struct {
+    int outer, inner;  // inner 0: directly on the pool
+    int bound;
+  } cases[] = {{1, 0, 1}, {2, 0, 2}, {3, 0, 3}, {3, 1, 1}, {2, 2, 2}};
+  for (auto const& c : cases) {
+    boost::shared_ptr<AsyncExecutor> parent = pool;
+    if (c.inner) parent = CreateSubExecutor(pool, c.inner);
+    auto sub = CreateSubExecutor(parent, c.outer);
+    std::atomic<int> running{0}, most{0};
+    std::vector<int> order;
+    std::mutex orderMutex;
+    constexpr int kItems = 300;
+    for (int i = 0; i < kItems; ++i)
+      ASSERT_TRUE(sub->CallAsynchronously(
+          [&, i] {
+            int now = ++running;
+            int seen = most.load();
+            while (now > seen && !most.compare_exchange_weak(seen, now)) {
+            }
+            {
+              std::lock_guard<std::mutex> lock(orderMutex);
+              order.push_back(i);
+            }
+            --running;
+          },
+          0));
+    sub->WaitForQueuedWork();
+    ASSERT_EQ(order.size(), static_cast<size_t>(kItems));
+    EXPECT_LE(most.load(), c.bound);
+    if (c.bound == 1) {
+      for (int i = 0; i < kItems; ++i) ASSERT_EQ(order[i], i);
+    }
+  }
+  pool->Terminate();
+  pool->WaitForQueuedWork();
+}
+
+}  // namespace
