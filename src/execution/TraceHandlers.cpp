@@ -201,11 +201,18 @@ TraceHandlerInstaller::TraceHandlerInstaller() {
     InstallMasterTraceHandler(mTimestamp.get());
     mInstalled = true;
   }
+  if (internal::ReadTraceSwitch("TraceAsync")) {
+    mAsync = boost::make_shared<AsyncTraceHandler>(GetMasterTraceHandler());
+    InstallMasterTraceHandler(mAsync.get());
+    mInstalled = true;
+  }
 }
 
 TraceHandlerInstaller::~TraceHandlerInstaller() {
   if (mInstalled) RemoveMasterTraceHandler();
-  // Front to back.
+  // Front to back: the asynchronous handler hands on its waiting lines to
+  // the others before they go.
+  mAsync.reset();
   mTimestamp.reset();
   mRolling.reset();
 }

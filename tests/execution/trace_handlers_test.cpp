@@ -9,7 +9,9 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
@@ -43,7 +45,7 @@ bool IsFront(Front front, dbg::TraceHandler* handler, dbg::TraceHandler* before)
     case Front::kTimestamp:
       return dynamic_cast<dbg::TimestampTraceHandler*>(handler) != nullptr;
     case Front::kAsync:
-      return false;  // not built here yet
+      return dynamic_cast<dbg::AsyncTraceHandler*>(handler) != nullptr;
   }
   return false;
 }
@@ -55,49 +57,39 @@ const char kWarning[] =
 using TraceHandlers = tvxtest::DiagnosticsTest;
 
 TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
+  // Settings as "key=value" words; Create.. is CreateLogFilesThatDoNotExist.
   const struct {
-    std::vector<std::pair<const char*, const char*>> settings;
+    const char* settings;
     Front front;          // the master handler while the installer lives
     bool stamped;         // the line reaches the old handler with a timestamp
     bool warned;          // the rolling handler's warning came first
     bool timestampNames;  // the log's name has a timestamp
   } kCases[] = {
-      {{}, Front::kNone, false, false, false},
-      {{{"MaxLogSize", "1000"}, {"RolloverLogsDaily", "true"}}, Front::kNone, false, false, false},
-      {{{"CreateLogFilesThatDoNotExist", "true"}, {"MaxLogSize", "1000"}},
-       Front::kRolling,
-       false,
-       true,
-       false},
-      {{{"CreateLogFilesThatDoNotExist", "true"}, {"RolloverLogsDaily", "true"}},
-       Front::kRolling,
-       false,
-       true,
-       false},
-      {{{"CreateLogFilesThatDoNotExist", "true"},
-        {"MaxLogSize", "1000"},
-        {"AddTimestampToLogFileNames", "true"}},
-       Front::kRolling,
-       false,
-       false,
+      {"", Front::kNone, false, false, false},
+      {"MaxLogSize=1000 RolloverLogsDaily=true", Front::kNone, false, false, false},
+      {"Create=true MaxLogSize=1000", Front::kRolling, false, true, false},
+      {"Create=true RolloverLogsDaily=true", Front::kRolling, false, true, false},
+      {"Create=true MaxLogSize=1000 AddTimestampToLogFileNames=true", Front::kRolling, false, false,
        true},
-      {{{"AddTimestampToLogFileNames", "true"}}, Front::kNone, false, false, true},
-      {{{"AddUTCTimestampToTraces", "true"}}, Front::kTimestamp, true, false, false},
-      {{{"AddUTCTimestampToTraces", "true"},
-        {"CreateLogFilesThatDoNotExist", "true"},
-        {"MaxLogSize", "5"}},
-       Front::kTimestamp,
-       true,
-       true,
+      {"AddTimestampToLogFileNames=true", Front::kNone, false, false, true},
+      {"AddUTCTimestampToTraces=true", Front::kTimestamp, true, false, false},
+      {"AddUTCTimestampToTraces=true Create=true MaxLogSize=5", Front::kTimestamp, true, true,
        false},
+      {"TraceAsync=true", Front::kAsync, false, false, false},
+      {"TraceAsync=1 AddUTCTimestampToTraces=1 Create=1 RolloverLogsDaily=1", Front::kAsync, true,
+       true, false},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(&c - kCases);
+    SCOPED_TRACE(c.settings);
     std::filesystem::remove_all(PrefDir());
     InFreshProcess([&] {
       SetIdentity();
-      for (const auto& [key, value] : c.settings)
-        dbg::DebugDatabase::Instance().SetEntry(Bytes(key), Bytes(value));
+      std::istringstream words(c.settings);
+      for (std::string word; words >> word;) {
+        std::string key = word.substr(0, word.find('='));
+        if (key == "Create") key = "CreateLogFilesThatDoNotExist";
+        dbg::DebugDatabase::Instance().SetEntry(Bytes(key), Bytes(word.substr(word.find('=') + 1)));
+      }
       RecordingHandler before;
       dbg::InstallMasterTraceHandler(&before);
       {
@@ -134,6 +126,33 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
                 c.timestampNames);
     });
   }
+}
+
+TEST_F(TraceHandlers, AsyncHandlerKeepsEveryLineOfEightThreadsInTheirOrder) {
+  InFreshProcess([&] {
+    SetIdentity();
+    dbg::DebugDatabase::Instance().SetEntry(Bytes("TraceAsync"), Bytes("true"));
+    constexpr int kThreads = 8, kLines = 2000;
+    RecordingHandler recorder;  // one drain at a time: needs no lock
+    dbg::InstallMasterTraceHandler(&recorder);
+    {
+      dbg::TraceHandlerInstaller installer;
+      std::vector<std::thread> threads;
+      for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t] {
+          for (int i = 0; i < kLines; ++i)
+            dbg::Trace((std::to_string(t) + " " + std::to_string(i) + "\n").c_str());
+        });
+      for (std::thread& thread : threads) thread.join();
+    }
+    ASSERT_EQ(recorder.lines.size(), std::size_t{kThreads} * kLines);
+    std::vector<int> next(kThreads, 0);
+    for (const std::string& line : recorder.lines) {
+      const int t = std::stoi(line);
+      ASSERT_EQ(line, std::to_string(t) + " " + std::to_string(next[t]) + "\n");
+      ++next[t];
+    }
+  });
 }
 
 TEST_F(TraceHandlers, DefaultHandlerWritesToTheConsoleLogOnceTheChainIsBuilt) {

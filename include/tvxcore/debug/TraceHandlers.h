@@ -9,6 +9,7 @@
 //   "CreateLogFilesThatDoNotExist" with "MaxLogSize" (bytes, cut to
 //     200000000) or "RolloverLogsDaily"   RollingTraceHandler
 //   "AddUTCTimestampToTraces"              TimestampTraceHandler
+//   "TraceAsync"                           AsyncTraceHandler
 //
 // so that, with all three, a line passes async, then timestamp, then
 // rolling, then the default handler: the timestamp marks when the
@@ -32,6 +33,10 @@
 #include "tvxcore/threads/CheckedLocks.h"
 
 namespace tvxcore::debug {
+
+namespace internal {
+class AsyncTraceQueue;
+}  // namespace internal
 
 // Puts the current time in UTC before each line, as ISO extended text with
 // microseconds and one blank: "2026-11-13T09:19:30.123456 <5124> <Cat> <0>
@@ -91,6 +96,34 @@ class TVXCORE_EXPORT RollingTraceHandler : public TraceHandler {
   threads::BoostRecursiveMutex mMutex;
 };
 
+// Takes a line off the tracing thread: the caller pays for one copy of the
+// line, and the handlers after this one run on one background thread at a
+// time (a sub executor of width 1 over the shared I/O executor), in the
+// order the lines came.
+//
+// Lines wait in two rings of 32: callers fill one while the background
+// thread empties the other. A caller that finds its ring full waits until
+// the background thread swaps the rings (back-pressure: no line is lost).
+// A line traced by a handler behind this one, on the background thread, is
+// handed on at once instead of waiting, so the chain never waits for
+// itself. The destructor waits for the background work and hands on what is
+// still waiting before it returns.
+//
+// WriteTrace is safe on any thread.
+class TVXCORE_EXPORT AsyncTraceHandler : public TraceHandler {
+ public:
+  explicit AsyncTraceHandler(TraceHandler* inNext);
+  ~AsyncTraceHandler() override;
+  AsyncTraceHandler(const AsyncTraceHandler&) = delete;
+  AsyncTraceHandler& operator=(const AsyncTraceHandler&) = delete;
+
+  void WriteTrace(const std::string& inLine) override;
+
+ private:
+  TraceHandler* mNext;
+  boost::shared_ptr<internal::AsyncTraceQueue> mQueue;
+};
+
 // Builds the handler chain from the debug database's switches (see the top
 // of this file) and installs it as the master handler; the default handler
 // also starts writing to the console log. With every switch off nothing is
@@ -110,6 +143,7 @@ class TVXCORE_EXPORT TraceHandlerInstaller {
   TraceHandlerInstaller& operator=(const TraceHandlerInstaller& inOther);
 
  private:
+  boost::shared_ptr<AsyncTraceHandler> mAsync;
   boost::shared_ptr<RollingTraceHandler> mRolling;
   boost::shared_ptr<TimestampTraceHandler> mTimestamp;
   bool mInstalled = false;
