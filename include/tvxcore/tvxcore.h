@@ -32,6 +32,7 @@
 #include "tvxcore/debug/SafeTraceStream.h"
 #include "tvxcore/debug/Trace.h"
 #include "tvxcore/debug/TraceHandler.h"
+#include "tvxcore/debug/TraceHandlers.h"
 
 // Threads and execution
 #include "tvxcore/threads/AsyncExecutor.h"

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/NoDestructor.h"
+#include "debug/internal/DefaultTraceSink.h"
 #include "platform/DebugOutput.h"
 #include "tvxcore/threads/Thread.h"
 
@@ -15,6 +16,10 @@ namespace {
 // Null means the default handler. Installed and removed at start-up and
 // shutdown, read by every Trace call on any thread.
 std::atomic<TraceHandler*> masterHandler{nullptr};
+
+// The default handler's second destination (the console log, once the
+// handler chain has been built); null until then.
+std::atomic<internal::DefaultTraceSink> defaultSink{nullptr};
 
 TraceHandler* DefaultHandler() {
   static base::NoDestructor<DefaultTraceHandler> handler;
@@ -38,6 +43,12 @@ TraceHandler::~TraceHandler() = default;
 
 void DefaultTraceHandler::WriteTrace(const std::string& inLine) {
   platform::WriteDebuggerOutput(inLine.data(), inLine.size());
+  if (const internal::DefaultTraceSink sink = defaultSink.load(std::memory_order_acquire))
+    sink(inLine);
+}
+
+void internal::SetDefaultTraceSink(DefaultTraceSink inSink) {
+  defaultSink.store(inSink, std::memory_order_release);
 }
 
 void Trace(char const* inText) {

@@ -81,13 +81,19 @@ class Session:
         return None
 
 
+# The debug settings the trace handler chain reads at start-up, as listed
+# with their defaults.
+SWITCHES = ("AddTimestampToLogFileNames = false\nAddUTCTimestampToTraces = false\n"
+            "CreateLogFilesThatDoNotExist = false\nTraceAsync = false\n")
+
 # Each line of the first session and the whole text it must print; a
 # pattern in the form re:<regular expression>.
 FIRST = [
     ("trace.set Foo 9", "trace category Foo set to volume 9\n"),
     ("trace.get Foo", "trace volume for category Foo is 9\n"),
     ("debug.set a = 1", "a = 1\n"),
-    ("debug.list", "Listing contents of debug database!\na = 1\n"),
+    # The trace handler switches are listed once read at start-up.
+    ("debug.list", "Listing contents of debug database!\n" + SWITCHES + "a = 1\n"),
     ("filesupport.listdirs", r"re:commondirs Functions: \nMain Executable File = \t\S*tvxhost\n"
      r"(.*\n){10}Dir Methods: \n(.*\n){3}Pref Dir = \t\t{cfg}/tvxcore/tvxhost/1\n"
      r"Global Pref Dir = \t\t{cfg}\n(.*\n){2}"),
@@ -132,7 +138,7 @@ def main():
             second.until(b"$^", timeout=0.3)
         out = second.command("")
         check("history kept across runs: Up finds debug.list",
-              out.endswith("Listing contents of debug database!\na = 1\n"), out)
+              out.endswith("Listing contents of debug database!\n" + SWITCHES + "a = 1\n"), out)
         second.send(b"\x15")  # Ctrl-U: an empty line
         second.send(b"trace.get.m\t")
         second.until(rb"trace\.get\.master $", timeout=5)

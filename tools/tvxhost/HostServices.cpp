@@ -15,6 +15,7 @@
 #include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/console/ConsoleLogFile.h"
 #include "tvxcore/debug/Trace.h"
+#include "tvxcore/debug/TraceHandlers.h"
 #include "tvxcore/filesupport/ByteStream.h"
 #include "tvxcore/filesupport/FileExceptionText.h"
 #include "tvxcore/threads/EventLoop.h"
@@ -58,26 +59,10 @@ HostErrorManager& Manager() {
   return manager;
 }
 
-// Where a finished trace line goes in tvxhost: to the handler that served
-// before (the debugger's output) and then to the console log, which writes
-// it only when the log exists ("logs/tvxhost Log.txt" in the preferences
-// folder, or the debug setting CreateLogFilesThatDoNotExist).
-class HostTraceHandler : public tvxcore::debug::TraceHandler {
- public:
-  explicit HostTraceHandler(tvxcore::debug::TraceHandler* next) : next_(next) {}
-  void WriteTrace(const std::string& inLine) override {
-    next_->WriteTrace(inLine);
-    tvxcore::console::ConsoleLogFile::GetInstance()->WriteToLog(
-        tvxcore::UTF8String(inLine.begin(), inLine.end()), true);
-  }
-
- private:
-  tvxcore::debug::TraceHandler* next_;
-};
-
-std::unique_ptr<HostTraceHandler>& InstalledTraceHandler() {
-  static std::unique_ptr<HostTraceHandler> handler;
-  return handler;
+// The trace handler chain, built from the debug settings at start-up.
+std::unique_ptr<tvxcore::debug::TraceHandlerInstaller>& InstalledTraceHandlers() {
+  static std::unique_ptr<tvxcore::debug::TraceHandlerInstaller> installer;
+  return installer;
 }
 
 bool IsEnglish(const std::string& language) {
@@ -258,11 +243,10 @@ void StartHostServices() {
   tvxcore::config::SetClientInternalVersion(u"1");
   tvxcore::config::SetClientName(u"tvxhost");
   PrintVerbose("start-up 3/6: client name tvxhost (company tvxcore, internal version 1)");
-  InstalledTraceHandler() =
-      std::make_unique<HostTraceHandler>(tvxcore::debug::GetMasterTraceHandler());
-  tvxcore::debug::InstallMasterTraceHandler(InstalledTraceHandler().get());
+  InstalledTraceHandlers() = std::make_unique<tvxcore::debug::TraceHandlerInstaller>();
   PrintVerbose(
-      "start-up 4/6: trace handler installed (the debugger's output, then the console log)");
+      "start-up 4/6: trace handler installed (the chain the debug settings ask for, then the "
+      "debugger's output and the console log)");
   MainThread() = tvxcore::threads::RegisterCurrentThreadAsMainThread();
   PrintVerbose("start-up 5/6: main thread " +
                std::to_string(tvxcore::threads::GetCurrentThreadID()) +
@@ -279,8 +263,7 @@ void StopHostServices() {
   PrintVerbose("shutdown 1/6: XML parser factory removed");
   MainThread().reset();
   PrintVerbose("shutdown 2/6: main thread released");
-  tvxcore::debug::RemoveMasterTraceHandler();
-  InstalledTraceHandler().reset();
+  InstalledTraceHandlers().reset();
   PrintVerbose("shutdown 3/6: trace handler removed");
   tvxcore::debug::ShutdownTraceManager();
   tvxcore::console::ConsoleLogFile::Terminate();

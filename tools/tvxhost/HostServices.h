@@ -78,8 +78,9 @@ class DictionaryLocalizer : public tvxcore::config::Localizer {
 // (2) the language from --lang (if given) and the localizer, which loads the
 // library dictionary "tvx_<lang>", (3) the client identity (company
 // "tvxcore", client "tvxhost", internal version "1": the preferences folder
-// is ~/.config/tvxcore/tvxhost/1), (4) the trace handler, which hands each
-// trace line to the debugger and the console log, (5) the main thread, (6)
+// is ~/.config/tvxcore/tvxhost/1), (4) the trace handlers: the chain the
+// debug settings ask for (debug::TraceHandlerInstaller), which ends in the
+// debugger and the console log, (5) the main thread, (6)
 // the expat parser factory. Warns once when --lang names a language without
 // a dictionary. With --verbose each step says so on stderr.
 void StartHostServices();

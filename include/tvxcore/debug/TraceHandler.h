@@ -24,8 +24,11 @@ class TVXCORE_EXPORT TraceHandler {
 };
 
 // Writes each line to the debugger's output when a debugger is attached (on
-// Linux: standard error while a tracer is attached), and nowhere otherwise.
-// Has no state; the library keeps one static instance, never destroyed.
+// Linux: standard error while a tracer is attached), then, once a
+// debug::TraceHandlerInstaller (tvxcore/debug/TraceHandlers.h) has been made,
+// to the console log (tvxcore/console/ConsoleLogFile.h), which keeps it only
+// when the log exists. Has no state; the library keeps one static instance,
+// never destroyed.
 class TVXCORE_EXPORT DefaultTraceHandler : public TraceHandler {
  public:
   void WriteTrace(const std::string& inLine) override;
