@@ -56,6 +56,7 @@
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
 #include "tvxcore/filesupport/RLEByteStreams.h"
+#include "tvxcore/MemoryMappedFile.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 
