@@ -9,6 +9,7 @@
 #include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/Flags.h"
 #include "tvxcore/utility/ImmutableString.h"
+#include "tvxcore/utility/MemoryRecycler.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
