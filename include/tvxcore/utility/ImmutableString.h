@@ -94,7 +94,9 @@ class TVXCORE_EXPORT ImmutableString {
   InternalRepresentation* GetInternalRepresentation() const noexcept { return record_; }
 
   friend bool operator==(const ImmutableString& a, const ImmutableString& b) noexcept {
-    return a.record_ == b.record_ || a.Compare(b) == 0;
+    // Equal texts share a record; the bytes are compared only for a string
+    // made from a record outside the table.
+    return a.record_ == b.record_ || (a.length_ == b.length_ && a.Compare(b) == 0);
   }
   friend bool operator!=(const ImmutableString& a, const ImmutableString& b) noexcept {
     return !(a == b);
