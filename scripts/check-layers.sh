@@ -9,7 +9,8 @@
 #   4 serialization  src/serialization, tvxcore/serialization (JSON values)
 #   5 config       src/config, tvxcore/config, tvxcore/ZString.h
 #   6 debug        src/debug, tvxcore/utility/MachineExceptions.h
-#   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h
+#   7 filesupport  src/filesupport, tvxcore/filesupport, tvxcore/utility/FileUtils.h,
+#                  tvxcore/MemoryMappedFile.h
 #   8 diagnostics  src/diagnostics, tvxcore/debug/Trace.h, tvxcore/debug/DebugDatabase.h,
 #                  src/console, tvxcore/console (console commands and log)
 #   9 execution    src/execution, the executor and event-loop headers of
@@ -41,7 +42,7 @@ layer_of() {
   p="${p#src/}"
   case "$p" in
     tvxcore/tvxcore.h) echo 12 ;;
-    tvxcore/utility/FileUtils.h) echo 7 ;;
+    tvxcore/utility/FileUtils.h | tvxcore/MemoryMappedFile.h) echo 7 ;;
     tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 11 ;;
     tvxcore/threads/AsyncExecutor.h | tvxcore/threads/DelayedExecution.h | \
       tvxcore/threads/SubExecutor.h | tvxcore/threads/SharedExecutors.h | \

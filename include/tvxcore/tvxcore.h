@@ -8,6 +8,8 @@
 // Memory and strings
 #include "tvxcore/utility/CaseMapping.h"
 #include "tvxcore/utility/Flags.h"
+#include "tvxcore/utility/ImmutableString.h"
+#include "tvxcore/utility/MemoryRecycler.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/StringTypes.h"
@@ -60,6 +62,7 @@
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
 #include "tvxcore/filesupport/RLEByteStreams.h"
+#include "tvxcore/MemoryMappedFile.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 

@@ -6,6 +6,7 @@
 
 #include "platform/Thread.h"
 #include "tvxcore/config/Localizer.h"
+#include "utility/internal/MemoryPurge.h"
 
 namespace tvxcore::config {
 
@@ -158,7 +159,18 @@ ErrorManager* ErrorManager::Get(bool inAllowNull) {
   return S_managerP;
 }
 
-void ErrorManager::Set(ErrorManager* inManager) noexcept { S_managerP = inManager; }
+namespace {
+// The recycler's last resort when memory runs out, handed down to it.
+bool PurgeThroughManager(unsigned long long inBytesWanted) {
+  ErrorManager* manager = ErrorManager::Get(true);
+  return manager != nullptr && manager->PurgeMemory(inBytesWanted);
+}
+}  // namespace
+
+void ErrorManager::Set(ErrorManager* inManager) noexcept {
+  S_managerP = inManager;
+  utility::internal::SetMemoryPurger(&PurgeThroughManager);
+}
 
 void ErrorManager::ThrowErrorDispatch(ErrorLevel inLevel, const char* inKey, std::uint32_t inModule,
                                       std::int32_t inErrorNumber, bool inRecordable,

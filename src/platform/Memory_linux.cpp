@@ -1,5 +1,7 @@
 #include "platform/Memory.h"
 
+#include "platform/TestSeams.h"
+
 #include <pthread.h>
 #include <sys/mman.h>
 
@@ -52,6 +54,7 @@ void* AllocatePages(std::size_t size) noexcept {
 }
 
 void* AllocatePagesToFill(std::size_t size) noexcept {
+  if (seams::TakeFailure(seams::Fault::kPages) != 0) return nullptr;
   if (size == 0 || size >= kHugePageSize) return AllocatePages(size);
   return MapAnonymous(size, MAP_POPULATE);
 }

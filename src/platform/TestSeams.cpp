@@ -6,7 +6,10 @@
 namespace tvxcore::platform::seams {
 namespace {
 
-std::atomic<int> failures[2];
+constexpr int kFaultKinds = 3;
+std::atomic<int> failures[kFaultKinds];
+// Further calls to fail with the same errno after the first.
+std::atomic<int> repeats[kFaultKinds];
 // Set only while a test wants it; read without the lock first, so the
 // library pays one relaxed load per subdirectory.
 std::atomic<bool> hookSet{false};
@@ -20,13 +23,23 @@ std::function<void(const std::string&)>& Hook() {
 
 }  // namespace
 
-void FailNext(Fault fault, int err) {
-  failures[static_cast<int>(fault)].store(err, std::memory_order_relaxed);
+void FailNext(Fault fault, int err) { FailNextCalls(fault, err, err == 0 ? 0 : 1); }
+
+void FailNextCalls(Fault fault, int err, int times) {
+  const int kind = static_cast<int>(fault);
+  repeats[kind].store(times > 1 ? times - 1 : 0, std::memory_order_relaxed);
+  failures[kind].store(times > 0 ? err : 0, std::memory_order_relaxed);
 }
 
 int TakeFailure(Fault fault) {
-  std::atomic<int>& slot = failures[static_cast<int>(fault)];
+  const int kind = static_cast<int>(fault);
+  std::atomic<int>& slot = failures[kind];
   if (slot.load(std::memory_order_relaxed) == 0) return 0;
+  int left = repeats[kind].load(std::memory_order_relaxed);
+  while (left > 0) {
+    if (repeats[kind].compare_exchange_weak(left, left - 1, std::memory_order_relaxed))
+      return slot.load(std::memory_order_relaxed);
+  }
   return slot.exchange(0, std::memory_order_relaxed);
 }
 

@@ -12,11 +12,14 @@ namespace tvxcore::platform::seams {
 enum class Fault {
   kSync,   // fsync of a file being committed (safe save, replacing copy)
   kWrite,  // one chunk of a file copy
+  kPages,  // pages for a block the caller is about to fill (large allocations)
 };
 
 // The next call of kind `fault` fails with `err` (an errno) without being
 // made; 0 withdraws a failure not yet taken.
 void FailNext(Fault fault, int err);
+// The next `times` calls of kind `fault` fail with `err`; 0 times withdraws.
+void FailNextCalls(Fault fault, int err, int times);
 // Called by the platform code before such a call: the errno to fail with
 // (once), or 0 to go on.
 int TakeFailure(Fault fault);
