@@ -106,7 +106,7 @@ def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
           groups == ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
-                     "text"],
+                     "text", "threads"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -149,6 +149,8 @@ USAGE = [
     (["alloc", "size", "18446744073709551616"], "<bytes> must be a whole number from 0 to"),
     (["alloc", "stress", "0"], "<threads> must be a whole number from 1 to 256"),
     (["alloc", "stress", "4", "1", "9"], "unexpected argument '9'"),
+    (["threads", "bench", "999"], "<posts> must be a whole number from 1000 to 100000000"),
+    (["threads", "bench", "1000", "2"], "unexpected argument '2'"),
     (["plist", "set", "s.plist", "x", "u32", "-1"], "from 0 to 4294967295, not '-1'"),
     (["plist", "set", "s.plist", "x", "i32", "2147483648"], "from -2147483648 to 2147483647"),
     (["plist", "set", "s.plist", "x", "u16[]", "1,70000"], "item 2 of <value>"),
@@ -496,8 +498,8 @@ def test_odd_arguments(work, commands):
     for group in (c for c in commands if c != "help"):
         page = run(["help", group], work)[1]
         for sub in subcommands(page):
-            if (group, sub) == ("alloc", "stress"):
-                continue  # its defaults do real work; its arguments are in USAGE
+            if (group, sub) in (("alloc", "stress"), ("threads", "bench")):
+                continue  # their defaults do real work; their arguments are in USAGE
             vectors = [[]] + [[o] for o in ODD] + [[o, o, o, o] for o in ODD]
             vectors.append([sentinel, "", "i32", "1"])
             for extra in vectors:
@@ -530,7 +532,7 @@ def main():
             global FILES
             FILES = [row for row in FILES if not row[1]]
         commands = ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
-                    "text", "help"]
+                    "text", "threads", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),

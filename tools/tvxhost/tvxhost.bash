@@ -13,7 +13,7 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alias alloc console crc errors fs json plist rle text help"
+    local commands="alias alloc console crc errors fs json plist rle text threads help"
     # The console's own commands, for -c.
     local console_commands="trace.set trace.get trace.getcategories trace.set.master
         trace.get.master trace.createdefaultconsolelogfile debug.get debug.set debug.list
@@ -77,6 +77,7 @@ _tvxhost() {
         json) subs="validate pretty get" ;;
         plist) subs="show get set tojson validate" ;;
         text) subs="calc number utf8 normalize upper lower fold title" ;;
+        threads) subs="bench" ;;
         help)
             [[ -z $sub ]] && COMPREPLY=($(compgen -W "${commands% help}" -- "$cur"))
             return
