@@ -50,11 +50,6 @@ std::string RunLine(const UTF16String& line, bool* ran = nullptr) {
   return U8(buffer.str());
 }
 
-std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 class Console : public tvxtest::DiagnosticsTest {
  protected:
   std::filesystem::path Logs() const { return PrefDir() / "logs"; }
@@ -66,47 +61,56 @@ class Console : public tvxtest::DiagnosticsTest {
   }
 };
 
-// The header: "Log file created: <%c>\r\n", as many dashes, "\r\n".
-const std::regex kHeader(R"(Log file created: ([^\r\n]+)\r\n-+\r\n)");
-const std::regex kFooter(R"(Log file closed: [^\r\n]+\r\n-+\r\n$)");
-
-TEST_F(Console, LogExistsOnlyWhenItsFileOrTheSettingIsThere) {
-  enum class Setup { kNothing, kEmptyFile, kSetting, kSettingOff };
+// Whether a log is written, from an empty file or a setting, and what becomes
+// of the file a previous run left: it is kept once as the last log, or, with
+// timestamped names, continued. `log` is matched over the whole file.
+TEST_F(Console, LogExistsOnlyWhenItsFileOrTheSettingIsThereAndKeepsThePreviousRun) {
+  const std::string kRun =
+      "Log file created: [^\r\n]+\r\n-+\r\nTicks = \\d+      a line\n"
+      "Log file closed: [^\r\n]+\r\n-+\r\n";
   const struct {
-    Setup setup;
-    bool written;
+    const char* previous;  // the log file before the run, or null
+    const char* last;      // the "-last" file before the run, or null
+    const char* setting;   // a debug setting made "true" or "false" first, or null
+    const char* value;
+    const char* log;  // null: no log is written
+    const char* lastAfter;
   } kCases[] = {
-      {Setup::kNothing, false},
-      {Setup::kEmptyFile, true},
-      {Setup::kSetting, true},
-      {Setup::kSettingOff, false},
+      {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+      {"", nullptr, nullptr, nullptr, "", ""},
+      {nullptr, nullptr, "CreateLogFilesThatDoNotExist", "true", "", nullptr},
+      {nullptr, nullptr, "CreateLogFilesThatDoNotExist", "false", nullptr, nullptr},
+      {"previous run\n", nullptr, nullptr, nullptr, "", "previous run\n"},
+      {"previous run\n", "older run\n", nullptr, nullptr, "", "previous run\n"},
+      {"previous run\n", nullptr, "AddTimestampToLogFileNames", "true", "previous run\n", nullptr},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(static_cast<int>(c.setup));
+    SCOPED_TRACE(std::string(c.previous ? c.previous : "-") + (c.setting ? c.setting : ""));
     std::filesystem::remove_all(PrefDir());
+    std::filesystem::create_directories(Logs());
+    if (c.previous) WritePref("logs/Diag Log.txt", c.previous);
+    if (c.last) WritePref("logs/Diag Log-last.txt", c.last);
     InFreshProcess([&] {
       SetIdentity();
-      if (c.setup == Setup::kEmptyFile) PlaceEmptyLog();
-      if (c.setup == Setup::kSetting || c.setup == Setup::kSettingOff)
-        tvxcore::debug::DebugDatabase::Instance().SetEntry(
-            Bytes("CreateLogFilesThatDoNotExist"),
-            Bytes(c.setup == Setup::kSetting ? "true" : "false"));
+      if (c.setting)
+        tvxcore::debug::DebugDatabase::Instance().SetEntry(Bytes(c.setting), Bytes(c.value));
       ConsoleLogFile::GetInstance()->WriteToLog(Bytes("a line\n"), true);
-      EXPECT_EQ(ConsoleLogFile::GetInstance()->Exists(), c.written);
+      EXPECT_EQ(ConsoleLogFile::GetInstance()->Exists(), c.log != nullptr);
       UTF16String current;
-      EXPECT_EQ(ConsoleLogFile::GetInstance()->GetCurrentLogFilePath(current), c.written);
-      if (c.written) {
+      EXPECT_EQ(ConsoleLogFile::GetInstance()->GetCurrentLogFilePath(current), c.log != nullptr);
+      if (c.log) {
         EXPECT_EQ(U8(current), Log().string());
       }
       ConsoleLogFile::Terminate();
-      EXPECT_EQ(std::filesystem::exists(Log()), c.written);
-      if (!c.written) return;
-      const std::string text = ReadFile(Log());
-      std::smatch header;
-      ASSERT_TRUE(std::regex_search(text, header, kHeader)) << text;
-      EXPECT_EQ(header.position(0), 0);
-      EXPECT_TRUE(std::regex_search(text, std::regex(R"(\r\nTicks = \d+      a line\n)"))) << text;
-      EXPECT_TRUE(std::regex_search(text, kFooter)) << text;
+      EXPECT_EQ(std::filesystem::exists(Log()), c.log != nullptr);
+      if (c.log) {
+        const std::string text = ReadPref("logs/Diag Log.txt");
+        EXPECT_TRUE(std::regex_match(text, std::regex(c.log + kRun))) << text;
+      }
+      EXPECT_EQ(std::filesystem::exists(LastLog()), c.lastAfter != nullptr);
+      if (c.lastAfter) {
+        EXPECT_EQ(ReadPref("logs/Diag Log-last.txt"), c.lastAfter);
+      }
     });
   }
 }
@@ -139,7 +143,7 @@ TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
       ConsoleLogFile::Terminate();
       // The early text of the first object went with it, so the header
       // comes first.
-      const std::string text = ReadFile(Log());
+      const std::string text = ReadPref("logs/Diag Log.txt");
       EXPECT_TRUE(
           std::regex_search(text, std::regex(std::string("^Log file created: [^\r\n]+\r\n-+\r\n") +
                                              c.prefix + "early three\n" + c.prefix + "late\n")))
@@ -154,44 +158,12 @@ TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
     PlaceEmptyLog();
     ConsoleLogFile::GetInstance()->WriteToLog(Bytes("after\n"), false);
     ConsoleLogFile::Terminate();
-    const std::string text = ReadFile(Log());
+    const std::string text = ReadPref("logs/Diag Log.txt");
     EXPECT_TRUE(std::regex_search(
         text, std::regex("^Log file created: [^\r\n]+\r\n-+\r\nTicks = \\d+      before the "
                          "name\nafter\nLog file closed: ")))
         << text;
   });
-}
-
-TEST_F(Console, PreviousRunIsKeptOnceAsLast) {
-  const struct {
-    const char* last;  // content of an older "-last" file, or null
-    bool timestamped;  // AddTimestampToLogFileNames
-  } kCases[] = {{nullptr, false}, {"older run\n", false}, {nullptr, true}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.timestamped);
-    std::filesystem::remove_all(PrefDir());
-    std::filesystem::create_directories(Logs());
-    std::ofstream(Log(), std::ios::binary) << "previous run\n";
-    if (c.last != nullptr) std::ofstream(LastLog(), std::ios::binary) << c.last;
-    InFreshProcess([&] {
-      SetIdentity();
-      if (c.timestamped)
-        tvxcore::debug::DebugDatabase::Instance().SetEntry(Bytes("AddTimestampToLogFileNames"),
-                                                           Bytes("true"));
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("this run\n"), false);
-      ConsoleLogFile::Terminate();
-      const std::string log = ReadFile(Log());
-      if (c.timestamped) {
-        // No rotation: the file goes on after what it held.
-        EXPECT_EQ(log.rfind("previous run\nLog file created: ", 0), 0u) << log;
-        EXPECT_FALSE(std::filesystem::exists(LastLog()));
-      } else {
-        EXPECT_EQ(ReadFile(LastLog()), "previous run\n");
-        EXPECT_EQ(log.rfind("Log file created: ", 0), 0u) << log;
-      }
-      EXPECT_NE(log.find("this run\n"), std::string::npos) << log;
-    });
-  }
 }
 
 TEST_F(Console, LogNamesAndSwitchingFiles) {
@@ -220,7 +192,8 @@ TEST_F(Console, LogNamesAndSwitchingFiles) {
     EXPECT_FALSE(log->OpenLogFile(Bytes("/nonexistent/dir/x.txt")));
     log->WriteToLog(Bytes("three\n"), false);
     ConsoleLogFile::Terminate();
-    const std::string first = ReadFile(Log()), second = ReadFile(Logs() / "Diag Log.0.txt");
+    const std::string first = ReadPref("logs/Diag Log.txt"),
+                      second = ReadPref("logs/Diag Log.0.txt");
     EXPECT_TRUE(std::regex_search(first, std::regex("one\nLog file closed: [^\r]+\r\n-+\r\n$")))
         << first;
     EXPECT_TRUE(std::regex_search(second, std::regex("^Log file created: [^\r]+\r\n-+\r\n"

@@ -107,65 +107,57 @@ const unsigned char* Bytes(const std::string& text) {
 }  // namespace
 
 TEST(BufferedReading, WindowAlignsToBlocksAndKeepsOneBlockOfHistory) {
-  // Each row: Get at the given positions in order on a fresh stream of
-  // 100000 bytes, buffer 4096, block 1024; the calls of the last Get.
+  // Each row: reads on a fresh stream of 100000 bytes, buffer 4096 and block
+  // 1024 unless given; the calls of the last read. A read is a Get, or a
+  // block of `count` bytes.
+  struct Read {
+    unsigned long long pos;
+    int count = -1;
+  };
   struct Row {
     const char* what;
-    std::vector<unsigned long long> gets;
+    std::vector<Read> reads;
     std::string calls;
+    std::uint32_t bufferSize = 4096, blockSize = 1024;
   };
   const Row rows[] = {
-      {"5000: down to 4096, keeps the block before", {5000}, "@3072 R4096"},
-      {"1024: not beyond the first block, no history", {1024}, "@1024 R4096"},
-      {"2048 keeps the first block", {2048}, "@1024 R4096"},
-      {"a step back into the history costs nothing", {5000, 3072}, ""},
-      {"a step forward inside the window costs nothing", {5000, 7167}, ""},
-      {"forward, overlapping: only behind the kept bytes", {0, 4100}, "@4096 R3072"},
-      {"backward, overlapping: only the gap", {5000, 2100}, "@1024 R2048"},
-      {"backward, no overlap: the whole window", {20000, 100}, "@0 R4096"},
-      {"forward, no overlap: the whole window", {0, 9000}, "@7168 R4096"},
-      {"near the end the window holds what is left", {99999}, "@98304 R1696"},
+      {"5000: down to 4096, keeps the block before", {{5000}}, "@3072 R4096"},
+      {"1024: not beyond the first block, no history", {{1024}}, "@1024 R4096"},
+      {"2048 keeps the first block", {{2048}}, "@1024 R4096"},
+      {"a step back into the history costs nothing", {{5000}, {3072}}, ""},
+      {"a step forward inside the window costs nothing", {{5000}, {7167}}, ""},
+      {"forward, overlapping: only behind the kept bytes", {{0}, {4100}}, "@4096 R3072"},
+      {"backward, overlapping: only the gap", {{5000}, {2100}}, "@1024 R2048"},
+      {"backward, no overlap: the whole window", {{20000}, {100}}, "@0 R4096"},
+      {"forward, no overlap: the whole window", {{0}, {9000}}, "@7168 R4096"},
+      {"near the end the window holds what is left", {{99999}}, "@98304 R1696"},
+      {"a block of buffer less block goes through the window", {{10, 3072}}, "@0 R4096"},
+      {"one byte more bypasses it", {{10, 3072}, {500, 3073}}, "@500 R3073"},
+      {"the window survives a bypass", {{10, 3072}, {500, 3073}, {4095}}, ""},
+      {"a read of nothing asks nothing", {{4095}, {4096, 0}}, ""},
+      {"a window of one block: every block read bypasses it",
+       {{3000}, {3001, 1}},
+       "@3001 R1",
+       1024,
+       1024},
   };
   for (const Row& row : rows) {
     RecordingSource source(100000);
-    IBufferedByteStream in(source, 4096, 1024);
-    for (const auto pos : row.gets) {
+    IBufferedByteStream in(source, row.bufferSize, row.blockSize);
+    for (const Read& read : row.reads) {
       source.log.calls.clear();
-      in.CurPos(pos);
-      ASSERT_EQ(in.Get(), Pattern(pos)) << row.what;
-      EXPECT_EQ(in.CurPos(), pos + 1) << row.what;
+      in.CurPos(read.pos);
+      if (read.count < 0) {
+        ASSERT_EQ(in.Get(), Pattern(read.pos)) << row.what;
+      } else {
+        std::vector<unsigned char> got(read.count);
+        in.ReadBlock(got.data(), read.count);
+        EXPECT_EQ(got, PatternAt(read.pos, read.count)) << row.what;
+      }
+      EXPECT_EQ(in.CurPos(), read.pos + (read.count < 0 ? 1 : read.count)) << row.what;
     }
     EXPECT_EQ(source.log.calls, row.calls) << row.what;
   }
-}
-
-TEST(BufferedReading, BlocksUpToBufferLessBlockGoThroughTheWindowLongerOnesBypassIt) {
-  RecordingSource source(100000);
-  IBufferedByteStream in(source, 4096, 1024);
-  std::vector<unsigned char> got(3072);
-
-  // Exactly bufferSize - blockSize: filled into the window.
-  in.CurPos(10);
-  in.ReadBlock(got.data(), 3072);
-  EXPECT_EQ(source.log.calls, "@0 R4096");
-  EXPECT_EQ(got, PatternAt(10, 3072));
-  EXPECT_EQ(in.CurPos(), 3082u);
-
-  // One byte more: straight from the inner stream at the wrapper's position.
-  source.log.calls.clear();
-  got.resize(3073);
-  in.CurPos(500);
-  in.ReadBlock(got.data(), 3073);
-  EXPECT_EQ(source.log.calls, "@500 R3073");
-  EXPECT_EQ(got, PatternAt(500, 3073));
-  EXPECT_EQ(in.CurPos(), 3573u);
-
-  // The window survived the bypass and still answers without a call.
-  source.log.calls.clear();
-  in.CurPos(4095);
-  ASSERT_EQ(in.Get(), Pattern(4095));
-  in.ReadBlock(got.data(), 0);
-  EXPECT_TRUE(source.log.calls.empty());
 }
 
 TEST(BufferedReading, EndOfStreamAndBadSizes) {
@@ -184,16 +176,6 @@ TEST(BufferedReading, EndOfStreamAndBadSizes) {
   EXPECT_THROW(IBufferedByteStream(source, 4096, 0), std::invalid_argument);
   EXPECT_THROW(IBufferedByteStream(source, 1000, 1024), std::invalid_argument);
   EXPECT_THROW(IBufferedByteStream(source, 0, 0), std::invalid_argument);
-
-  // A window the size of one block works: every block read bypasses it.
-  IBufferedByteStream tight(source, 1024, 1024);
-  tight.CurPos(3000);
-  EXPECT_EQ(tight.Get(), Pattern(3000));
-  unsigned char byte = 0;
-  source.log.calls.clear();
-  tight.ReadBlock(&byte, 1);
-  EXPECT_EQ(source.log.calls, "@3001 R1");
-  EXPECT_EQ(byte, Pattern(3001));
 }
 
 TEST(BufferedReading, FailedFillPassesTheErrorAndServesNoMisplacedByte) {

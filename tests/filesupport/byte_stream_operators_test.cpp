@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
 #include "tvxcore/filesupport/MemoryByteStreams.h"
@@ -53,31 +54,8 @@ T Decode(std::string bytes) {
   return value;
 }
 
-// A reader with nothing but Get() and the position: Length() stays the default.
-class UnknownLengthSource : public fs::IByteStream {
- public:
-  explicit UnknownLengthSource(std::string bytes) : bytes_(std::move(bytes)) {}
-  unsigned char Get() override {
-    if (pos_ >= bytes_.size()) throw fs::eof_error();
-    if (failAt == pos_) throw fs::io_error();
-    return static_cast<unsigned char>(bytes_[pos_++]);
-  }
-  void CurPos(unsigned long long pos) override { pos_ = pos; }
-  unsigned long long CurPos() const override { return pos_; }
-
-  unsigned long long failAt = ~0ull;
-
- private:
-  std::string bytes_;
-  unsigned long long pos_ = 0;
-};
-
-class FixedSink : public fs::OBufferByteStream {
- public:
-  using OBufferByteStream::OBufferByteStream;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
+using FixedSink = tvxtest::Completed<fs::OBufferByteStream>;
+using tvxtest::UnknownLengthSource;
 
 }  // namespace
 

@@ -31,25 +31,6 @@ namespace fs = tvxcore::filesupport;
 
 namespace {
 
-// A reader with nothing but Get() and the position: Length() stays the default.
-class UnknownLengthSource : public fs::IByteStream {
- public:
-  explicit UnknownLengthSource(std::string bytes) : bytes_(std::move(bytes)) {}
-  unsigned char Get() override {
-    ++gets;
-    if (pos_ >= bytes_.size()) throw fs::eof_error();
-    return static_cast<unsigned char>(bytes_[pos_++]);
-  }
-  void CurPos(unsigned long long pos) override { pos_ = pos; }
-  unsigned long long CurPos() const override { return pos_; }
-
-  int gets = 0;
-
- private:
-  std::string bytes_;
-  unsigned long long pos_ = 0;
-};
-
 // A writer with nothing but Put().
 class RecordingSink : public fs::OByteStream {
  public:
@@ -62,6 +43,7 @@ class RecordingSink : public fs::OByteStream {
 };
 
 using tvxtest::Completed;
+using tvxtest::UnknownLengthSource;
 
 const unsigned char* Bytes(const std::string& text) {
   return reinterpret_cast<const unsigned char*>(text.data());

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/RLEByteStreams.h"
 
@@ -16,12 +17,7 @@ namespace fs = tvxcore::filesupport;
 namespace {
 
 // The coding stream leaves OSFlush and Truncate to a derived class.
-class StringRLEWriter : public fs::ORLEByteStream {
- public:
-  using ORLEByteStream::ORLEByteStream;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
+using StringRLEWriter = tvxtest::Completed<fs::ORLEByteStream>;
 
 std::string Bytes(std::initializer_list<int> values) {
   std::string bytes;

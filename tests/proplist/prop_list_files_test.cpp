@@ -9,6 +9,7 @@
 #include <fstream>
 #include <list>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -73,14 +74,61 @@ class PropListFiles : public tvxtest::TempDirTest {
   tvxtest::RecordingErrorManager errors_;
 };
 
-TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
+// Each list is saved over what was there and loads back as it was: values
+// that straddle the reader's buffers, what XML 1.0 cannot carry (escaped by
+// the writer, restored by the reader), and a folder with a Latin-1 name, as
+// old archives leave them, reached by the path the library lists for it.
+TEST_F(PropListFiles, SavedListsLoadBackIdentically) {
+  PropList large;
+  for (int i = 0; i < 40; ++i) {
+    large.SetValue(U8(std::string("s").append(std::to_string(i))),
+                   U8(std::string(5000 + i, static_cast<char>('a' + i % 26)) + "&<\xC3\xA9>"));
+  }
+  large.SetValue(U8("u"), UTF16String(100000, u'\u00e9'));
+  large.NewSubList(U8("t"))->SetValue(U8("d"), PropList::List<double>(3000, 0.25));
   const PropList sample = Sample();
-  Write("prefs.xml", "previous contents");
-  utils::SavePropList(Path("prefs.xml"), sample);
+  PropList odd = sample;
+  tvxtest::FillUnrepresentable(*odd.NewSubList(U8("odd")));
+  tvxtest::FillUnrepresentable(odd);
+  MakeDir("caf\xE9");
+  const auto latin1 = filesupport::Dir(Path()).BeginSubdirs();
+  ASSERT_NE(latin1, filesupport::Dir::EndSubdirs());
+  const struct {
+    std::string name;
+    UTF16String path;
+    const PropList& list;
+  } cases[] = {
+      {"prefs.xml", Path("prefs.xml"), sample},
+      {"large.xml", Path("large.xml"), large},
+      {"odd.xml", Path("odd.xml"), odd},
+      {"caf\xE9/prefs.xml", filesupport::File(*latin1, U16(u"prefs.xml")).FullPath(), sample},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Write(c.name, "previous contents");
+    utils::SavePropList(c.path, c.list);
+    EXPECT_EQ(Read(c.name), WriteText(c.list)) << "the file holds exactly the XML form";
+    PropList loaded;
+    utils::LoadPropList(c.path, loaded, true);
+    EXPECT_EQ(WriteText(loaded), WriteText(c.list));
+    EXPECT_EQ(Read(c.name), WriteText(c.list)) << "a good file is never put aside";
+    EXPECT_FALSE(OnDisk(c.name + ".old"));
+  }
+  EXPECT_GT(Read("large.xml").size(), 300000u);
+  EXPECT_TRUE(errors_.Reports().empty());
+  EXPECT_EQ(Entries(), (std::set<std::string>{"caf\xE9", "large.xml", "odd.xml", "prefs.xml"}));
+
+  // The escaped units come back as the units themselves, not as their escapes.
   PropList loaded;
-  utils::LoadPropList(Path("prefs.xml"), loaded, true);
-  EXPECT_EQ(WriteText(loaded), WriteText(sample));
-  EXPECT_EQ(Read("prefs.xml"), WriteText(sample)) << "the file holds exactly the XML form";
+  utils::LoadPropList(Path("odd.xml"), loaded, false);
+  UTF16String units, expected;
+  ASSERT_TRUE(loaded.GetValue(U8("ustring"), units));
+  ASSERT_TRUE(odd.GetValue(U8("ustring"), expected));
+  EXPECT_EQ(units, expected);
+  UTF8String bytes, expectedBytes;
+  ASSERT_TRUE(loaded.GetSubList(U8("odd"))->GetValue(U8("string"), bytes));
+  ASSERT_TRUE(odd.GetValue(U8("string"), expectedBytes));
+  EXPECT_EQ(bytes, expectedBytes);
 
   // The File form, over the file just written.
   PropList changed = sample;
@@ -90,44 +138,6 @@ TEST_F(PropListFiles, SavedListLoadsBackIdenticallyAndReplacesOldFile) {
   PropList reloaded;
   utils::LoadPropList(Path("prefs.xml"), reloaded, false);
   EXPECT_EQ(WriteText(reloaded), WriteText(changed));
-  EXPECT_TRUE(errors_.Reports().empty());
-  EXPECT_EQ(Entries().size(), 1u);
-}
-
-TEST_F(PropListFiles, ListsLargerThanOneReadLoadBackIdentically) {
-  // Values straddle the reader's buffer boundaries, one value spans several
-  // buffers, and a two-byte character falls on many boundaries.
-  PropList large;
-  for (int i = 0; i < 40; ++i) {
-    large.SetValue(U8(std::string("s").append(std::to_string(i))),
-                   U8(std::string(5000 + i, static_cast<char>('a' + i % 26)) + "&<\xC3\xA9>"));
-  }
-  large.SetValue(U8("u"), UTF16String(100000, u'\u00e9'));
-  large.NewSubList(U8("t"))->SetValue(U8("d"), PropList::List<double>(3000, 0.25));
-  utils::SavePropList(Path("large.xml"), large);
-  ASSERT_GT(Read("large.xml").size(), 300000u);
-  PropList loaded;
-  utils::LoadPropList(Path("large.xml"), loaded, false);
-  EXPECT_EQ(WriteText(loaded), WriteText(large));
-  EXPECT_TRUE(errors_.Reports().empty());
-}
-
-TEST_F(PropListFiles, ListsInDirectoriesWhoseNamesAreNotUTF8LoadBack) {
-  // A Latin-1 name, as old archives leave them: the path the library lists
-  // for it must serve for saving and for loading alike.
-  MakeDir("caf\xE9");
-  const filesupport::Dir root(Path());
-  const auto subdir = root.BeginSubdirs();
-  ASSERT_NE(subdir, filesupport::Dir::EndSubdirs());
-  const filesupport::File file(*subdir, U16(u"prefs.xml"));
-  const std::string sample = WriteText(Sample());
-  utils::SavePropList(file.FullPath(), Sample());
-  ASSERT_EQ(Read("caf\xE9/prefs.xml"), sample);
-  PropList loaded;
-  utils::LoadPropList(file.FullPath(), loaded, true);
-  EXPECT_EQ(WriteText(loaded), sample);
-  EXPECT_TRUE(errors_.Reports().empty());
-  EXPECT_EQ(Read("caf\xE9/prefs.xml"), sample) << "a good file is never put aside";
 }
 
 TEST_F(PropListFiles, FailedLoadsEmptyTheListAndReportKeyAndPath) {
@@ -217,32 +227,6 @@ TEST_F(PropListFiles, UnreadableFilesAreReportedAndNeverPutAside) {
   EXPECT_EQ(Read("dir.xml/inside"), "kept");
   std::filesystem::permissions(Native("locked.xml"), std::filesystem::perms::owner_all);
   EXPECT_EQ(Read("locked.xml"), corrupt);
-}
-
-// What XML 1.0 cannot carry is escaped by the writer and restored by the
-// reader: the file loads, with every key and every value as it was.
-TEST_F(PropListFiles, ListsWithUnitsXMLCannotCarrySaveAndLoadBack) {
-  PropList list = Sample();
-  tvxtest::FillUnrepresentable(*list.NewSubList(U8("odd")));
-  tvxtest::FillUnrepresentable(list);
-  utils::SavePropList(Path("odd.xml"), list);
-  PropList loaded;
-  utils::LoadPropList(Path("odd.xml"), loaded, true);
-  EXPECT_TRUE(errors_.Reports().empty());
-  EXPECT_FALSE(OnDisk("odd.xml.old"));
-  EXPECT_EQ(WriteText(loaded), WriteText(list));
-  UTF16String units, expected;
-  ASSERT_TRUE(loaded.GetValue(U8("ustring"), units));
-  ASSERT_TRUE(list.GetValue(U8("ustring"), expected));
-  EXPECT_EQ(units, expected);
-  UTF8String bytes, expectedBytes;
-  ASSERT_TRUE(loaded.GetSubList(U8("odd"))->GetValue(U8("string"), bytes));
-  ASSERT_TRUE(list.GetValue(U8("string"), expectedBytes));
-  EXPECT_EQ(bytes, expectedBytes);
-  std::list<UTF8String> names, expectedNames;
-  loaded.GetPropertyNames(names);
-  list.GetPropertyNames(expectedNames);
-  EXPECT_EQ(names, expectedNames);
 }
 
 // A file nested 200,000 lists deep loads, copies, writes and is destroyed in

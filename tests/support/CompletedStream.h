@@ -1,6 +1,12 @@
-// The writers that leave OSFlush and Truncate to a derived class, completed
-// with nothing, so that tests can make them directly.
+// Streams for tests: the writers that leave OSFlush and Truncate to a derived
+// class, completed with nothing, so that tests can make them directly, and a
+// reader of the least a stream must have.
 #pragma once
+
+#include <string>
+#include <utility>
+
+#include "tvxcore/filesupport/ByteStream.h"
 
 namespace tvxtest {
 
@@ -10,6 +16,28 @@ class Completed : public Base {
   using Base::Base;
   void OSFlush() override {}
   void Truncate(unsigned long long) override {}
+};
+
+// A reader with nothing but Get() and the position: Length() stays the
+// default. It counts its calls of Get() and fails with io_error at `failAt`.
+class UnknownLengthSource : public tvxcore::filesupport::IByteStream {
+ public:
+  explicit UnknownLengthSource(std::string bytes) : bytes_(std::move(bytes)) {}
+  unsigned char Get() override {
+    ++gets;
+    if (pos_ >= bytes_.size()) throw tvxcore::filesupport::eof_error();
+    if (failAt == pos_) throw tvxcore::filesupport::io_error();
+    return static_cast<unsigned char>(bytes_[pos_++]);
+  }
+  void CurPos(unsigned long long pos) override { pos_ = pos; }
+  unsigned long long CurPos() const override { return pos_; }
+
+  int gets = 0;
+  unsigned long long failAt = ~0ull;
+
+ private:
+  std::string bytes_;
+  unsigned long long pos_ = 0;
 };
 
 }  // namespace tvxtest

@@ -41,11 +41,22 @@ struct Block {
   unsigned char fill;
 };
 
-void Fill(const Block& b) { std::memset(b.p, b.fill, b.size); }
+// A new block of `size` bytes, every one set to `fill`.
+Block Take(std::size_t size, unsigned char fill) {
+  const Block b{static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size)), size, fill};
+  std::memset(b.p, fill, size);
+  return b;
+}
 bool Intact(const Block& b) {
   for (std::size_t i = 0; i < b.size; ++i)
     if (b.p[i] != b.fill) return false;
   return true;
+}
+// Frees the block; false when its contents changed while it was held.
+bool Give(const Block& b) {
+  const bool intact = Intact(b);
+  SmallBlockAllocator::Dispose(b.p, b.size);
+  return intact;
 }
 
 TEST(SmallBlockAllocator, ActualSizesFollowTheClassTable) {
@@ -72,16 +83,11 @@ TEST(SmallBlockAllocator, BlocksAreAlignedDistinctAndKeepTheirContents) {
   unsigned char fill = 1;
   for (int round = 0; round < 3; ++round) {
     for (std::size_t size : sizes) {
-      auto* p = static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size));
-      ASSERT_NE(p, nullptr);
-      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u) << size;
-      blocks.push_back({p, size, fill++});
-      Fill(blocks.back());
+      blocks.push_back(Take(size, fill++));
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(blocks.back().p) % 16, 0u) << size;
     }
   }
-  for (const auto& b : blocks)
-    EXPECT_TRUE(Intact(b)) << "block of " << b.size << " was overwritten";
-  for (const auto& b : blocks) SmallBlockAllocator::Dispose(b.p, b.size);
+  for (const auto& b : blocks) EXPECT_TRUE(Give(b)) << "block of " << b.size << " was overwritten";
 }
 
 TEST(SmallBlockAllocator, DisposeOfNullAndSizesWithinOneClassAreHarmless) {
@@ -149,49 +155,19 @@ TEST(SmallBlockAllocator, ContainersAndAllocatedClassesUseTheHeap) {
   EXPECT_FALSE(SmallBlockAllocator::Metrics::GetSnapshot(snapshot));
 }
 
-TEST(SmallBlockAllocator, ThreadsHammeringOneClassNeverShareABlock) {
-  constexpr int kThreads = 4;
-  constexpr int kIterations = 20000;
-  constexpr std::size_t kSize = 48;
-  std::atomic<int> damaged{0};
-  auto work = [&](int id) {
-    std::vector<Block> held;
-    std::mt19937 random(id);
-    for (int i = 0; i < kIterations; ++i) {
-      if (held.size() < 64 && (held.empty() || random() % 3 != 0)) {
-        held.push_back({static_cast<unsigned char*>(SmallBlockAllocator::Allocate(kSize)), kSize,
-                        static_cast<unsigned char>(id * 50 + i % 50)});
-        Fill(held.back());
-      } else {
-        const std::size_t at = random() % held.size();
-        if (!Intact(held[at])) ++damaged;
-        SmallBlockAllocator::Dispose(held[at].p, kSize);
-        held[at] = held.back();
-        held.pop_back();
-      }
-    }
-    for (const auto& b : held) {
-      if (!Intact(b)) ++damaged;
-      SmallBlockAllocator::Dispose(b.p, kSize);
-    }
-  };
-  std::vector<std::thread> threads;
-  for (int id = 0; id < kThreads; ++id) threads.emplace_back(work, id);
-  for (auto& t : threads) t.join();
-  EXPECT_EQ(damaged.load(), 0);
-}
-
 // Sizes of every kind: cached classes, the uncached 4160, pages above 8192.
 constexpr std::size_t kMixedSizes[] = {1,    16,   24,   48,   64,   100,  128,  144,  200,
                                        256,  300,  512,  700,  1000, 1024, 1500, 2048, 3000,
                                        4096, 4160, 4200, 5000, 8000, 8192, 8193, 20000};
 
-// Blocks of mixed classes go from each of eight threads to the next, which
-// checks and frees them, so that later requests reuse blocks freed on another
-// thread; what is left is freed after its thread has ended.
-TEST(SmallBlockAllocator, EightThreadsFreeEachOthersBlocksOfMixedClasses) {
+// Eight threads take blocks, every other one of class 48 so that they contend
+// for one class, and free a random third of them at once; the rest go in
+// batches to the next thread, which checks and frees them, so that later
+// requests reuse blocks freed on another thread. What is left is freed after
+// its thread has ended.
+TEST(SmallBlockAllocator, ThreadsNeverShareABlockAndFreeEachOthersBlocks) {
   constexpr int kThreads = 8;
-  constexpr int kRounds = 4000;
+  constexpr int kRounds = 6000;
   struct Mailbox {
     std::mutex mutex;
     std::vector<Block> blocks;
@@ -199,20 +175,21 @@ TEST(SmallBlockAllocator, EightThreadsFreeEachOthersBlocksOfMixedClasses) {
   Mailbox boxes[kThreads];
   std::atomic<int> damaged{0};
   auto freeAll = [&](std::vector<Block>& blocks) {
-    for (const auto& b : blocks) {
-      if (!Intact(b)) ++damaged;
-      SmallBlockAllocator::Dispose(b.p, b.size);
-    }
+    for (const auto& b : blocks) damaged += !Give(b);
     blocks.clear();
   };
   auto work = [&](int id) {
     std::mt19937 random(id);
     std::vector<Block> own, received;
     for (int i = 0; i < kRounds; ++i) {
-      const std::size_t size = kMixedSizes[random() % std::size(kMixedSizes)];
-      own.push_back({static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size)), size,
-                     static_cast<unsigned char>(id * 31 + i)});
-      Fill(own.back());
+      const std::size_t size = i % 2 ? 48 : kMixedSizes[random() % std::size(kMixedSizes)];
+      own.push_back(Take(size, static_cast<unsigned char>(id * 31 + i)));
+      if (random() % 3 == 0) {
+        const std::size_t at = random() % own.size();
+        damaged += !Give(own[at]);
+        own[at] = own.back();
+        own.pop_back();
+      }
       if (own.size() == 24) {
         std::lock_guard<std::mutex> lock(boxes[(id + 1) % kThreads].mutex);
         auto& out = boxes[(id + 1) % kThreads].blocks;
@@ -244,17 +221,11 @@ int ExerciseHeap(unsigned seed) {
   std::vector<Block> blocks;
   int damaged = 0;
   for (int round = 0; round < 2; ++round) {
-    for (int i = 0; i < 800; ++i) {
-      const std::size_t size = kMixedSizes[random() % std::size(kMixedSizes)];
-      blocks.push_back({static_cast<unsigned char*>(SmallBlockAllocator::Allocate(size)), size,
-                        static_cast<unsigned char>(i)});
-      Fill(blocks.back());
-    }
+    for (int i = 0; i < 800; ++i)
+      blocks.push_back(
+          Take(kMixedSizes[random() % std::size(kMixedSizes)], static_cast<unsigned char>(i)));
     std::shuffle(blocks.begin(), blocks.end(), random);
-    for (const auto& b : blocks) {
-      if (!Intact(b)) ++damaged;
-      SmallBlockAllocator::Dispose(b.p, b.size);
-    }
+    for (const auto& b : blocks) damaged += !Give(b);
     blocks.clear();
   }
   return damaged == 0 ? 0 : 1;
