@@ -151,7 +151,7 @@ TYPED_TEST(AsyncExecutorContract, DelaysAreLowerBoundsAndKeepDeadlineOrder) {
 TYPED_TEST(AsyncExecutorContract, AnEarlierDeadlineIsServedWithoutWaitingForLaterOnes) {
   auto& executor = this->executor_;
   Counter early, late;
-  executor->WaitForQueuedWork();  // every worker idle, none keeping time
+  TypeParam::WaitForQueuedWork(*executor);  // every worker idle, none keeping time
   // Posted from outside and from the executor's own thread: either way the
   // worker keeping time for the minute-long timer learns of the new one.
   ASSERT_TRUE(executor->CallAsynchronously([&] { late.Add(); }, 60000));
