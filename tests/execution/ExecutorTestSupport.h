@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -45,6 +46,17 @@ inline bool FinishesInTime(std::function<void()> body) {
     done->Add();
   }).detach();
   return done->WaitFor(1);
+}
+
+// Polls `condition` until it holds (true) or kPatience has passed (false).
+template <typename Condition>
+bool Eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
 }
 
 }  // namespace tvxtest

@@ -80,19 +80,6 @@ TEST(ThreadedWorkQueue, WithoutThreadsAcceptsWorkAndNeverRunsIt) {
   EXPECT_EQ(ran.load(), 0);
 }
 
-TEST(ThreadedWorkQueue, SingleWorkerServesTheTimersItPostsToItself) {
-  auto executor = CreateAsyncThreadedExecutor("Self", 1, ThreadPriority_Normal, {}, {});
-  Counter steps;
-  std::function<void()> step = [&] {
-    steps.Add();
-    if (steps.Value() < 5) executor->CallAsynchronously(step, 8);
-  };
-  ASSERT_TRUE(executor->CallAsynchronously(step, 0));
-  EXPECT_TRUE(steps.WaitFor(5));
-  executor->Terminate();
-  executor->WaitForQueuedWork();
-}
-
 // Many posting threads against many workers: every item runs exactly once.
 TEST(ThreadedWorkQueue, StressNoItemLostOrRunTwice) {
   constexpr int kPosters = 4;
