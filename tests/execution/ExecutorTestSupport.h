@@ -1,5 +1,5 @@
-// Bounded waits for the executor tests: a test that waits for work never
-// hangs the suite; it fails after kPatience instead.
+// Helpers of the executor and trace handler tests. The waits are bounded: a
+// test that waits for work never hangs the suite; it fails after kPatience.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,12 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
+
+#include "tvxcore/debug/DebugDatabase.h"
+#include "tvxcore/debug/TraceHandler.h"
 
 namespace tvxtest {
 
@@ -58,5 +63,18 @@ bool Eventually(Condition condition) {
   }
   return true;
 }
+
+// Sets one switch of the debug database.
+inline void SetDebugSetting(const std::string& key, const std::string& value) {
+  tvxcore::debug::DebugDatabase::Instance().SetEntry(
+      tvxcore::UTF8String(key.begin(), key.end()), tvxcore::UTF8String(value.begin(), value.end()));
+}
+
+// Keeps the lines it is given.
+class TraceRecorder : public tvxcore::debug::TraceHandler {
+ public:
+  void WriteTrace(const std::string& inLine) override { lines.push_back(inLine); }
+  std::vector<std::string> lines;
+};
 
 }  // namespace tvxtest
