@@ -7,7 +7,6 @@
 #include <atomic>
 #include <boost/make_shared.hpp>
 #include <chrono>
-#include <deque>
 #include <mutex>
 #include <stdexcept>
 #include <string>
