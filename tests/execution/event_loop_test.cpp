@@ -39,6 +39,7 @@ bool LoopEndsInTime(const boost::shared_ptr<AsyncEventLoopAdaptor>& adaptor) {
 // runs an adaptor on a thread of its own.
 TEST(EventLoopAdaptor, RunQueuedFunctionsHandsFailuresToItsCaller) {
   auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+  EXPECT_EQ(adaptor->GetThreadCount(), 1);
   EXPECT_FALSE(adaptor->CallAsynchronously({}, 5)) << "empty, delayed";
   std::string log;
   ASSERT_TRUE(adaptor->CallAsynchronously([] { throw std::logic_error("reaches the caller"); }, 0));
