@@ -1,12 +1,18 @@
-// Bounded waits for the executor tests: a test that waits for work never
-// hangs the suite; it fails after kPatience instead.
+// Helpers of the executor and trace handler tests. The waits are bounded: a
+// test that waits for work never hangs the suite; it fails after kPatience.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
+
+#include "tvxcore/debug/DebugDatabase.h"
+#include "tvxcore/debug/TraceHandler.h"
 
 namespace tvxtest {
 
@@ -46,5 +52,29 @@ inline bool FinishesInTime(std::function<void()> body) {
   }).detach();
   return done->WaitFor(1);
 }
+
+// Polls `condition` until it holds (true) or kPatience has passed (false).
+template <typename Condition>
+bool Eventually(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// Sets one switch of the debug database.
+inline void SetDebugSetting(const std::string& key, const std::string& value) {
+  tvxcore::debug::DebugDatabase::Instance().SetEntry(
+      tvxcore::UTF8String(key.begin(), key.end()), tvxcore::UTF8String(value.begin(), value.end()));
+}
+
+// Keeps the lines it is given.
+class TraceRecorder : public tvxcore::debug::TraceHandler {
+ public:
+  void WriteTrace(const std::string& inLine) override { lines.push_back(inLine); }
+  std::vector<std::string> lines;
+};
 
 }  // namespace tvxtest

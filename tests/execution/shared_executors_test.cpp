@@ -82,8 +82,6 @@ TEST(ParallelFor, QueuesOneRunnerFewerThanThreadsOrRunsOnTheCaller) {
     task->ExecuteAndWait();
     executor->Run(held);  // late runners find nothing left
     calls.ExpectEachOnce(c.iterations, static_cast<int>(c.queued + 1));
-    // Runners number themselves in the order they start; the caller comes
-    // after those that ran before it.
     // A runner that starts alone takes every iteration: the caller when it
     // comes first, else the first queued runner, either with index 0.
     for (auto const& call : calls.calls) EXPECT_EQ(call.processor, 0);

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
+#include "execution/ExecutorTestSupport.h"
 #include "tvxcore/console/ConsoleLogFile.h"
-#include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/debug/Trace.h"
 #include "tvxcore/threads/Thread.h"
 #include "tvxcore/utility/UnicodeConversion.h"
@@ -32,13 +32,7 @@ namespace {
 namespace dbg = tvxcore::debug;
 using tvxcore::UTF8String;
 
-UTF8String Bytes(const std::string& text) { return UTF8String(text.begin(), text.end()); }
-
-class RecordingHandler : public dbg::TraceHandler {
- public:
-  void WriteTrace(const std::string& inLine) override { lines.push_back(inLine); }
-  std::vector<std::string> lines;
-};
+using tvxtest::SetDebugSetting;
 
 enum class Front { kNone, kRolling, kTimestamp, kAsync };
 
@@ -94,9 +88,9 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
       for (std::string word; words >> word;) {
         std::string key = word.substr(0, word.find('='));
         if (key == "Create") key = "CreateLogFilesThatDoNotExist";
-        dbg::DebugDatabase::Instance().SetEntry(Bytes(key), Bytes(word.substr(word.find('=') + 1)));
+        SetDebugSetting(key, word.substr(word.find('=') + 1));
       }
-      RecordingHandler before;
+      tvxtest::TraceRecorder before;
       dbg::InstallMasterTraceHandler(&before);
       {
         dbg::TraceHandlerInstaller installer;
@@ -137,9 +131,9 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
 TEST_F(TraceHandlers, AsyncHandlerKeepsEveryLineOfEightThreadsInTheirOrder) {
   InFreshProcess([&] {
     SetIdentity();
-    dbg::DebugDatabase::Instance().SetEntry(Bytes("TraceAsync"), Bytes("true"));
+    SetDebugSetting("TraceAsync", "true");
     constexpr int kThreads = 8, kLines = 2000;
-    RecordingHandler recorder;  // one drain at a time: needs no lock
+    tvxtest::TraceRecorder recorder;  // one drain at a time: needs no lock
     dbg::InstallMasterTraceHandler(&recorder);
     {
       dbg::TraceHandlerInstaller installer;

@@ -12,19 +12,17 @@
 #include <vector>
 
 #include "diagnostics/DiagnosticsFixture.h"
+#include "execution/ExecutorTestSupport.h"
 #include "execution/internal/TraceHandlerSupport.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/console/ConsoleLogFile.h"
-#include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/debug/TraceHandlers.h"
 
 namespace {
 
 namespace dbg = tvxcore::debug;
 namespace pt = boost::posix_time;
-using tvxcore::UTF8String;
-
-UTF8String Bytes(const std::string& text) { return UTF8String(text.begin(), text.end()); }
+using tvxtest::SetDebugSetting;
 
 // Line i of a test, ten bytes long.
 std::string TenBytes(std::size_t i) {
@@ -32,19 +30,9 @@ std::string TenBytes(std::size_t i) {
   return "line " + digits + "\n";
 }
 
-void SetSetting(const std::string& key, const std::string& value) {
-  dbg::DebugDatabase::Instance().SetEntry(Bytes(key), Bytes(value));
-}
-
 // The time the handlers see, set by each test.
 pt::ptime fakeNow;
 pt::ptime FakeNow() { return fakeNow; }
-
-class RecordingHandler : public dbg::TraceHandler {
- public:
-  void WriteTrace(const std::string& inLine) override { lines.push_back(inLine); }
-  std::vector<std::string> lines;
-};
 
 class TraceClocks : public tvxtest::DiagnosticsTest {
  protected:
@@ -76,7 +64,7 @@ TEST_F(TraceClocks, TimestampIsIsoExtendedUtcWithMicroseconds) {
        "1999-12-31T23:59:59.999999 "},
       {pt::ptime({2026, 2, 3}, pt::microseconds(7)), "2026-02-03T00:00:00.000007 "},
   };
-  RecordingHandler recorder;
+  tvxtest::TraceRecorder recorder;
   dbg::TimestampTraceHandler handler(&recorder);
   for (const auto& c : kCases) {
     fakeNow = c.time;
@@ -110,9 +98,9 @@ TEST_F(TraceClocks, RollingSwitchesAsTheDebugDatabaseSaysThem) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(std::string(c.create) + " " + c.maxSize + " " + c.daily);
-    SetSetting("CreateLogFilesThatDoNotExist", c.create);
-    SetSetting("MaxLogSize", c.maxSize);
-    SetSetting("RolloverLogsDaily", c.daily);
+    SetDebugSetting("CreateLogFilesThatDoNotExist", c.create);
+    SetDebugSetting("MaxLogSize", c.maxSize);
+    SetDebugSetting("RolloverLogsDaily", c.daily);
     const dbg::internal::RollingSettings settings = dbg::internal::ReadRollingSettings();
     EXPECT_EQ(settings.bySize, c.bySize);
     EXPECT_EQ(settings.bySize ? settings.maxSize : 0u, c.max);
@@ -158,10 +146,10 @@ TEST_F(TraceClocks, RollsBySizeAfterTheLimitIsPassedAndByDay) {
       const pt::ptime first({2026, 3, 4}, pt::time_duration(23, 59, 59));
       fakeNow = first;
       SetIdentity();
-      SetSetting("CreateLogFilesThatDoNotExist", "true");
-      SetSetting("MaxLogSize", c.maxSize);
-      SetSetting("RolloverLogsDaily", c.daily ? "true" : "false");
-      SetSetting("LogTimeInTicks", "false");
+      SetDebugSetting("CreateLogFilesThatDoNotExist", "true");
+      SetDebugSetting("MaxLogSize", c.maxSize);
+      SetDebugSetting("RolloverLogsDaily", c.daily ? "true" : "false");
+      SetDebugSetting("LogTimeInTicks", "false");
       {
         dbg::TraceHandlerInstaller installer;
         ASSERT_NE(dynamic_cast<dbg::RollingTraceHandler*>(dbg::GetMasterTraceHandler()), nullptr);
@@ -190,8 +178,8 @@ TEST_F(TraceClocks, SizeRollWithTheCurrentLogGoneKeepsTheOldStream) {
   InFreshProcess([&] {
     fakeNow = pt::ptime({2026, 3, 4});
     SetIdentity();
-    SetSetting("CreateLogFilesThatDoNotExist", "true");
-    SetSetting("MaxLogSize", "5");
+    SetDebugSetting("CreateLogFilesThatDoNotExist", "true");
+    SetDebugSetting("MaxLogSize", "5");
     dbg::TraceHandlerInstaller installer;
     dbg::Trace("line one\n");
     std::filesystem::remove(Logs() / "Diag Log.txt");
