@@ -39,16 +39,17 @@
 // Threads and execution
 #include "tvxcore/threads/AsyncExecutor.h"
 #include "tvxcore/threads/DelayedExecution.h"
-#include "tvxcore/threads/SharedExecutors.h"
-#include "tvxcore/threads/SubExecutor.h"
 #include "tvxcore/threads/EventLoop.h"
 #include "tvxcore/threads/Gate.h"
 #include "tvxcore/threads/ReadWriteLock.h"
 #include "tvxcore/threads/RecursiveMutex.h"
+#include "tvxcore/threads/SharedExecutors.h"
+#include "tvxcore/threads/SubExecutor.h"
 #include "tvxcore/threads/SyncPoint.h"
 #include "tvxcore/threads/Thread.h"
 
 // Streams and files
+#include "tvxcore/MemoryMappedFile.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStream.h"
@@ -62,7 +63,6 @@
 #include "tvxcore/filesupport/MemoryByteStreams.h"
 #include "tvxcore/filesupport/PlatformByteStreams.h"
 #include "tvxcore/filesupport/RLEByteStreams.h"
-#include "tvxcore/MemoryMappedFile.h"
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 
