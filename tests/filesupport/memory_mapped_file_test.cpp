@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/PurgeRecorder.h"
 #include "support/Unprivileged.h"
 #include "tvxcore/config/Errors.h"
 
@@ -24,23 +25,6 @@ std::string UniqueName() {
   static std::atomic<int> counter{0};
   return "tvxcore-mmf-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
 }
-
-// Counts PurgeMemory calls and answers false.
-class PurgeCountingManager : public tvxcore::config::ErrorManager {
- public:
-  PurgeCountingManager() { Set(this); }
-  ~PurgeCountingManager() override { Set(nullptr); }
-  void ReportError(tvxcore::config::ErrorLevel, const char*, std::uint32_t, std::int32_t, bool,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&) override {}
-  bool PurgeMemory(unsigned long long bytes) override {
-    purges.push_back(bytes);
-    return false;
-  }
-  std::vector<unsigned long long> purges;
-};
 
 long ThrownCode(const std::function<void()>& call) {
   try {
@@ -152,7 +136,7 @@ TEST(MemoryMappedFile, ViewIsMappedOnDemand) {
 }
 
 TEST(MemoryMappedFile, FailuresAreTheMappedFileError) {
-  PurgeCountingManager manager;
+  tvxtest::PurgeRecorder manager;
   struct Row {
     const char* what;
     std::string name;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/TestSeams.h"
+#include "support/PurgeRecorder.h"
 #include "tvxcore/config/Errors.h"
 #include "tvxcore/utility/MemoryRecycler.h"
 
@@ -27,26 +28,6 @@ class MemoryRecyclerTest : public ::testing::Test {
     MemoryRecycler::SetPoolLimit(0);
     MemoryRecycler::PurgeBytes(0);
   }
-};
-
-// Records PurgeMemory calls and answers as told.
-class PurgeManager : public tvxcore::config::ErrorManager {
- public:
-  explicit PurgeManager(bool answer) : answer_(answer) { Set(this); }
-  ~PurgeManager() override { Set(nullptr); }
-  void ReportError(tvxcore::config::ErrorLevel, const char*, std::uint32_t, std::int32_t, bool,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&,
-                   const tvxcore::config::ReplacementValue&) override {}
-  bool PurgeMemory(unsigned long long bytes) override {
-    purges.push_back(bytes);
-    return answer_;
-  }
-  std::vector<unsigned long long> purges;
-
- private:
-  bool answer_;
 };
 
 TEST_F(MemoryRecyclerTest, SizesRoundUpAndOnlyLargeBuffersArePooled) {
@@ -148,7 +129,7 @@ TEST_F(MemoryRecyclerTest, RunningOutClimbsTheLadderToTheHost) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    std::optional<PurgeManager> host;
+    std::optional<tvxtest::PurgeRecorder> host;
     if (row.host != Host::kNone) host.emplace(row.host == Host::kPurges);
     std::size_t actual = 0;
     void* other = MemoryRecycler::Allocate(131072, actual);
