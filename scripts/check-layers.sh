@@ -17,11 +17,15 @@
 #                  tvxcore/threads (AsyncExecutor.h, DelayedExecution.h,
 #                  SubExecutor.h, SharedExecutors.h, EventLoop.h) and
 #                  tvxcore/debug/TraceHandlers.h (trace handlers write from executors)
-#  10 xml          src/xml, tvxcore/xml
-#  11 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
+#  10 filework     src/filework, tvxcore/utility/BinaryCopier.h,
+#                  tvxcore/filesupport/FileCopyStreams.h and
+#                  tvxcore/filesupport/DirectoryChangeMonitor.h (file work on
+#                  executors and event loops)
+#  11 xml          src/xml, tvxcore/xml
+#  12 proplist     src/proplist, tvxcore/proplist, tvxcore/utility/RelativeAlias.h and
 #                  src/filesupport/paths/RelativeAlias.cpp (relative aliases are
 #                  stored as property lists)
-#  12 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
+#  13 everything   tvxcore/tvxcore.h (the umbrella header; nothing includes it)
 #
 # A file may include its own layer and any lower one. Both the including file
 # and the included path are placed by the table in layer_of below.
@@ -41,9 +45,11 @@ layer_of() {
   local p="${1#include/}"
   p="${p#src/}"
   case "$p" in
-    tvxcore/tvxcore.h) echo 12 ;;
+    tvxcore/tvxcore.h) echo 13 ;;
     tvxcore/utility/FileUtils.h | tvxcore/MemoryMappedFile.h) echo 7 ;;
-    tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 11 ;;
+    tvxcore/utility/RelativeAlias.h | filesupport/paths/RelativeAlias.cpp) echo 12 ;;
+    tvxcore/utility/BinaryCopier.h | tvxcore/filesupport/FileCopyStreams.h | \
+      tvxcore/filesupport/DirectoryChangeMonitor.h) echo 10 ;;
     tvxcore/threads/AsyncExecutor.h | tvxcore/threads/DelayedExecution.h | \
       tvxcore/threads/SubExecutor.h | tvxcore/threads/SharedExecutors.h | \
       tvxcore/threads/EventLoop.h | tvxcore/debug/TraceHandlers.h) echo 9 ;;
@@ -62,8 +68,9 @@ layer_of() {
     filesupport/* | tvxcore/filesupport/*) echo 7 ;;
     diagnostics/* | console/* | tvxcore/console/*) echo 8 ;;
     execution/*) echo 9 ;;
-    xml/* | tvxcore/xml/*) echo 10 ;;
-    proplist/* | tvxcore/proplist/*) echo 11 ;;
+    filework/*) echo 10 ;;
+    xml/* | tvxcore/xml/*) echo 11 ;;
+    proplist/* | tvxcore/proplist/*) echo 12 ;;
     *) echo -1 ;;
   esac
 }
@@ -88,7 +95,7 @@ known_links=(
   "src/utility/internal/ThreadCache.cpp _ZN7tvxcore5debug8internal17ContractViolation"
 )
 
-names=(platform base threads utility serialization config debug filesupport diagnostics execution xml proplist everything)
+names=(platform base threads utility serialization config debug filesupport diagnostics execution filework xml proplist everything)
 files=$(git ls-files -co --exclude-standard src include | grep -E '\.(h|cpp|inc|in)$')
 # Every file with its layer, and every include with its layer, in one pass.
 status=0
