@@ -80,22 +80,27 @@ AsyncTraceQueue::Ring* AsyncTraceQueue::SwapLocked() {
 }
 
 void AsyncTraceQueue::Drain() {
-  Ring* reading;
   {
     threads::CheckedLock lock(mMutex);
     if (mClosed) return;
     ++mActiveDrains;
-    reading = mReadRing;
   }
   {
     DrainingScope scope(this);
+    // The drain that set mDrainQueued owns the read ring. Ownership passes
+    // on when the flag is cleared, so after winning it back every step
+    // starts from the rings as they are now, never from a pointer read
+    // before: another drain may have swapped them meanwhile.
     for (;;) {
-      DeliverAll(*reading);
+      Ring* reading;
       {
         threads::CheckedLock lock(mMutex);
-        reading = SwapLocked();
+        reading = mReadRing->count != 0 ? mReadRing : SwapLocked();
       }
-      if (reading) continue;
+      if (reading) {
+        DeliverAll(*reading);
+        continue;
+      }
       // Both rings are empty. A writer that adds a line from here on either
       // finds the flag clear and queues a drain, or its line is seen below.
       mDrainQueued.store(false);
@@ -103,7 +108,6 @@ void AsyncTraceQueue::Drain() {
       {
         threads::CheckedLock lock(mMutex);
         more = mWriteRing->count != 0;
-        reading = mReadRing;
       }
       if (!more || mDrainQueued.exchange(true)) break;
     }
