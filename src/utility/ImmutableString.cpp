@@ -98,29 +98,6 @@ TVX_ALWAYS_INLINE Bucket& BucketOf(const UTF8Char* text, std::size_t length) {
   return Buckets()[index % kBucketCount];
 }
 
-// Drops one reference to a dynamic record. Above one the count drops
-// without a lock. The step from one to zero is made under the bucket lock,
-// so that a purge (which frees records of count zero under the same lock)
-// can never free a record this thread is still about to enter in
-// unusedStrings.
-TVX_ALWAYS_INLINE void ReleaseDynamic(Record* record) noexcept {
-  std::uint32_t count = record->refCount.load(std::memory_order_relaxed);
-  while (count > 1) {
-    if (record->refCount.compare_exchange_weak(count, count - 1, std::memory_order_release,
-                                               std::memory_order_relaxed))
-      return;
-  }
-  Bucket& bucket = BucketOf(record->bytes, static_cast<std::size_t>(record->length));
-  BucketLock lock(bucket.mutex);
-  if (record->refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  try {
-    bucket.unusedStrings.insert(record);
-  } catch (const std::bad_alloc&) {
-    // Without memory for the entry the record stays interned, unused and
-    // valid; it is only not purged.
-  }
-}
-
 std::size_t MeasureText(const UTF8Char* text) {
   return text == nullptr ? 0 : std::strlen(reinterpret_cast<const char*>(text));
 }
@@ -138,12 +115,6 @@ ImmutableString::ImmutableString(InternalRepresentation* record) noexcept
   if (record_ && record_->isDynamic) record_->refCount.fetch_add(1, std::memory_order_relaxed);
 }
 
-ImmutableString::ImmutableString(const ImmutableString& other) noexcept
-    : record_(other.record_), text_(other.text_), length_(other.length_) {
-  // The source holds a reference, so the record can't be freed meanwhile.
-  if (record_ && record_->isDynamic) record_->refCount.fetch_add(1, std::memory_order_relaxed);
-}
-
 ImmutableString& ImmutableString::operator=(const ImmutableString& other) noexcept {
   if (record_ == other.record_) return *this;
   ImmutableString copy(other);
@@ -155,14 +126,26 @@ ImmutableString& ImmutableString::operator=(const ImmutableString& other) noexce
   return *this;
 }
 
-ImmutableString::~ImmutableString() {
-  if (record_ != nullptr && record_->isDynamic) ReleaseDynamic(record_);
-}
-
 void ImmutableString::Release() noexcept {
   Record* record = record_;
   record_ = nullptr;
   if (record != nullptr && record->isDynamic) ReleaseDynamic(record);
+}
+
+// The step from one to zero is made under the bucket lock, so that a purge
+// (which frees records of count zero under the same lock) can never free a
+// record this thread is still about to enter in unusedStrings. A create may
+// have raised the count again since the caller looked.
+void ImmutableString::ReleaseLast(InternalRepresentation* record) noexcept {
+  Bucket& bucket = BucketOf(record->bytes, static_cast<std::size_t>(record->length));
+  BucketLock lock(bucket.mutex);
+  if (record->refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  try {
+    bucket.unusedStrings.insert(record);
+  } catch (const std::bad_alloc&) {
+    // Without memory for the entry the record stays interned, unused and
+    // valid; it is only not purged.
+  }
 }
 
 // Every create comes here: one bucket lock, one lookup, and a count raised
