@@ -3,10 +3,20 @@
 // mutex-guarded std::unordered_set<std::string> and boost::flyweight, on one
 // and two threads. Every contender holds each text once for the whole run,
 // so a lookup finds it and dropping the result frees nothing.
+//
+// BM_Intern_TableFloor is ImmutableString's table written plainly with the
+// standard library: the same 64 buckets and bucket function, a
+// std::recursive_mutex and a std::set ordered by length then bytes per
+// bucket, one count increment under the lock and one decrement outside it.
+// No implementation of that table can be cheaper than this row.
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <boost/flyweight.hpp>
+#include <cstdint>
+#include <cstring>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -40,6 +50,93 @@ void BM_Intern_ImmutableString(benchmark::State& state) {
   for (auto _ : state) {
     ImmutableString s = ImmutableString::CreateDynamic(texts[i++ % kTexts]);
     benchmark::DoNotOptimize(s.Bytes());
+  }
+  benchmark::DoNotOptimize(held.data());
+}
+
+namespace table_floor {
+
+struct Record {
+  std::atomic<std::uint32_t> refCount{0};
+  std::size_t length = 0;
+  std::string text;
+};
+
+struct Key {
+  const char* bytes;
+  std::size_t length;
+};
+
+int Order(const char* a, std::size_t aLength, const char* b, std::size_t bLength) {
+  if (aLength != bLength) return aLength < bLength ? -1 : 1;
+  return std::memcmp(a, b, aLength);
+}
+
+struct RecordOrder {
+  using is_transparent = void;
+  bool operator()(const Record* a, const Record* b) const {
+    return Order(a->text.data(), a->length, b->text.data(), b->length) < 0;
+  }
+  bool operator()(const Key& a, const Record* b) const {
+    return Order(a.bytes, a.length, b->text.data(), b->length) < 0;
+  }
+  bool operator()(const Record* a, const Key& b) const {
+    return Order(a->text.data(), a->length, b.bytes, b.length) < 0;
+  }
+};
+
+struct Bucket {
+  std::recursive_mutex mutex;
+  std::set<Record*, RecordOrder> records;
+  std::set<Record*, RecordOrder> unused;
+};
+
+constexpr std::size_t kBuckets = 64;
+Bucket g_buckets[kBuckets];
+
+Bucket& BucketOf(const char* text, std::size_t length) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  return g_buckets[(length + bytes[length - 1] + bytes[(2 * length) / 3]) % kBuckets];
+}
+
+Record* Create(const std::string& text) {
+  Bucket& bucket = BucketOf(text.data(), text.size());
+  std::lock_guard<std::recursive_mutex> lock(bucket.mutex);
+  Record* record;
+  auto found = bucket.records.find(Key{text.data(), text.size()});
+  if (found != bucket.records.end()) {
+    record = *found;
+  } else {
+    record = new Record;
+    record->length = text.size();
+    record->text = text;
+    bucket.records.insert(record);
+  }
+  record->refCount.fetch_add(1, std::memory_order_relaxed);
+  return record;
+}
+
+void Release(Record* record) {
+  if (record->refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  Bucket& bucket = BucketOf(record->text.data(), record->length);
+  std::lock_guard<std::recursive_mutex> lock(bucket.mutex);
+  bucket.unused.insert(record);
+}
+
+}  // namespace table_floor
+
+void BM_Intern_TableFloor(benchmark::State& state) {
+  static const std::vector<table_floor::Record*> held = [] {
+    std::vector<table_floor::Record*> h;
+    for (const std::string& t : Texts()) h.push_back(table_floor::Create(t));
+    return h;
+  }();
+  const std::vector<std::string>& texts = Texts();
+  std::size_t i = static_cast<std::size_t>(state.thread_index()) * 97;
+  for (auto _ : state) {
+    table_floor::Record* record = table_floor::Create(texts[i++ % kTexts]);
+    benchmark::DoNotOptimize(record->text.data());
+    table_floor::Release(record);
   }
   benchmark::DoNotOptimize(held.data());
 }
@@ -95,6 +192,7 @@ void BM_CopyCompare_BoostFlyweight(benchmark::State& state) {
 }
 
 BENCHMARK(BM_Intern_ImmutableString)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(BM_Intern_TableFloor)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK(BM_Intern_MutexUnorderedSet)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK(BM_Intern_BoostFlyweight)->Threads(1)->Threads(2)->UseRealTime();
 BENCHMARK(BM_CopyCompare_ImmutableString)->Threads(1)->Threads(2)->UseRealTime();

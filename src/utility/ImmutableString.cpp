@@ -7,8 +7,8 @@
 #include <set>
 
 #include "base/NoDestructor.h"
+#include "threads/internal/FutexPrimitives.h"
 #include "tvxcore/base/ThreadAnnotations.h"
-#include "tvxcore/threads/RecursiveMutex.h"
 #include "tvxcore/utility/SmallBlockAllocator.h"
 #include "tvxcore/utility/UnicodeConversion.h"
 
@@ -58,8 +58,23 @@ struct RecordOrder {
 
 using RecordSet = std::set<Record*, RecordOrder, SmallBlockAllocator::STLAllocator<Record*>>;
 
+// The futex mutex itself rather than a RecursiveMutex: it sits in the bucket,
+// so locking is inline with no pointer to a pooled record to follow.
+using BucketMutex = threads::internal::FutexRecursiveMutex;
+
+class TVX_SCOPED_CAPABILITY BucketLock {
+ public:
+  explicit BucketLock(BucketMutex& mutex) TVX_ACQUIRE(mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~BucketLock() TVX_RELEASE() { mutex_.Unlock(); }
+  BucketLock(const BucketLock&) = delete;
+  BucketLock& operator=(const BucketLock&) = delete;
+
+ private:
+  BucketMutex& mutex_;
+};
+
 struct Bucket {
-  threads::RecursiveMutex mutex;
+  BucketMutex mutex;
   RecordSet allStrings TVX_GUARDED_BY(mutex);
   // Dynamic records whose count reached zero since the last purge; some may
   // have been taken up again since.
@@ -72,13 +87,13 @@ struct Table {
   Bucket buckets[kBucketCount];
 };
 
-Bucket* Buckets() {
+TVX_ALWAYS_INLINE Bucket* Buckets() {
   static base::NoDestructor<Table> table;
   return table->buckets;
 }
 
 // Length, last byte and the byte at two thirds: constant cost for any length.
-Bucket& BucketOf(const UTF8Char* text, std::size_t length) {
+TVX_ALWAYS_INLINE Bucket& BucketOf(const UTF8Char* text, std::size_t length) {
   std::size_t index = length + text[length - 1] + text[(2 * length) / 3];
   return Buckets()[index % kBucketCount];
 }
@@ -100,12 +115,6 @@ ImmutableString::ImmutableString(InternalRepresentation* record) noexcept
   if (record_ && record_->isDynamic) record_->refCount.fetch_add(1, std::memory_order_relaxed);
 }
 
-ImmutableString::ImmutableString(const ImmutableString& other) noexcept
-    : record_(other.record_), text_(other.text_), length_(other.length_) {
-  // The source holds a reference, so the record can't be freed meanwhile.
-  if (record_ && record_->isDynamic) record_->refCount.fetch_add(1, std::memory_order_relaxed);
-}
-
 ImmutableString& ImmutableString::operator=(const ImmutableString& other) noexcept {
   if (record_ == other.record_) return *this;
   ImmutableString copy(other);
@@ -117,24 +126,19 @@ ImmutableString& ImmutableString::operator=(const ImmutableString& other) noexce
   return *this;
 }
 
-ImmutableString::~ImmutableString() { Release(); }
-
 void ImmutableString::Release() noexcept {
   Record* record = record_;
   record_ = nullptr;
-  if (record == nullptr || !record->isDynamic) return;
-  // Above one the count drops without a lock. The step from one to zero is
-  // made under the bucket lock, so that a purge (which frees records of count
-  // zero under the same lock) can never free a record this thread is still
-  // about to enter in unusedStrings.
-  std::uint32_t count = record->refCount.load(std::memory_order_relaxed);
-  while (count > 1) {
-    if (record->refCount.compare_exchange_weak(count, count - 1, std::memory_order_release,
-                                               std::memory_order_relaxed))
-      return;
-  }
+  if (record != nullptr && record->isDynamic) ReleaseDynamic(record);
+}
+
+// The step from one to zero is made under the bucket lock, so that a purge
+// (which frees records of count zero under the same lock) can never free a
+// record this thread is still about to enter in unusedStrings. A create may
+// have raised the count again since the caller looked.
+void ImmutableString::ReleaseLast(InternalRepresentation* record) noexcept {
   Bucket& bucket = BucketOf(record->bytes, static_cast<std::size_t>(record->length));
-  threads::RecursiveMutexLock lock(bucket.mutex);
+  BucketLock lock(bucket.mutex);
   if (record->refCount.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   try {
     bucket.unusedStrings.insert(record);
@@ -144,10 +148,15 @@ void ImmutableString::Release() noexcept {
   }
 }
 
-ImmutableString ImmutableString::Intern(const UTF8Char* text, std::size_t length, bool dynamic) {
-  if (length == 0) return ImmutableString();
+// Every create comes here: one bucket lock, one lookup, and a count raised
+// on the record found, or a new record entered. The result is built in place
+// (one named object on every path), so no copy and release follow.
+TVX_ALWAYS_INLINE ImmutableString ImmutableString::Intern(const UTF8Char* text, std::size_t length,
+                                                          bool dynamic) {
+  ImmutableString result;
+  if (length == 0) return result;
   Bucket& bucket = BucketOf(text, length);
-  threads::RecursiveMutexLock lock(bucket.mutex);
+  BucketLock lock(bucket.mutex);
   Record* record;
   auto found = bucket.allStrings.find(Key{text, length});
   if (found != bucket.allStrings.end()) {
@@ -176,7 +185,11 @@ ImmutableString ImmutableString::Intern(const UTF8Char* text, std::size_t length
   }
   // Taking the reference under the bucket lock keeps a purge from freeing
   // the record between the lookup and this increment.
-  return ImmutableString(record);
+  if (record->isDynamic) record->refCount.fetch_add(1, std::memory_order_relaxed);
+  result.record_ = record;
+  result.text_ = record->bytes;
+  result.length_ = length;
+  return result;
 }
 
 ImmutableString ImmutableString::CreateStatic(const UTF8Char* text) {
@@ -242,7 +255,7 @@ bool ImmutableString::PurgeUnusedStrings() {
   Bucket* buckets = Buckets();
   for (std::size_t i = 0; i < kBucketCount; ++i) {
     Bucket& bucket = buckets[i];
-    threads::RecursiveMutexLock lock(bucket.mutex);
+    BucketLock lock(bucket.mutex);
     for (Record* record : bucket.unusedStrings) {
       // Creators raise a count from zero only under this lock, and copies
       // need a reference already held, so zero here stays zero.

@@ -48,9 +48,17 @@ class TVXCORE_EXPORT ImmutableString {
   ImmutableString() noexcept : record_(nullptr), text_(sNullString), length_(0) {}
   // Takes one more reference to `record` (null gives the empty string).
   explicit ImmutableString(InternalRepresentation* record) noexcept;
-  ImmutableString(const ImmutableString& other) noexcept;
+  // Copying takes one more reference without a lock: the source holds one,
+  // so the record can't be freed meanwhile.
+  ImmutableString(const ImmutableString& other) noexcept
+      : record_(other.record_), text_(other.text_), length_(other.length_) {
+    if (record_ != nullptr && record_->isDynamic)
+      record_->refCount.fetch_add(1, std::memory_order_relaxed);
+  }
   ImmutableString& operator=(const ImmutableString& other) noexcept;
-  ~ImmutableString();
+  ~ImmutableString() {
+    if (record_ != nullptr && record_->isDynamic) ReleaseDynamic(record_);
+  }
 
   // Interns a zero-terminated text that must stay unchanged for the rest of
   // the process; no copy is made. Null or "" gives the empty string.
@@ -118,6 +126,18 @@ class TVXCORE_EXPORT ImmutableString {
   static ImmutableString Intern(const UTF8Char* text, std::size_t length, bool dynamic);
   int CompareBytes(const UTF8Char* text, std::size_t length) const noexcept;
   void Release() noexcept;
+  // Drops one reference to a dynamic record. Above one the count drops
+  // without a lock; the step from one to zero is ReleaseLast's.
+  static void ReleaseDynamic(InternalRepresentation* record) noexcept {
+    std::uint32_t count = record->refCount.load(std::memory_order_relaxed);
+    while (count > 1) {
+      if (record->refCount.compare_exchange_weak(count, count - 1, std::memory_order_release,
+                                                 std::memory_order_relaxed))
+        return;
+    }
+    ReleaseLast(record);
+  }
+  static void ReleaseLast(InternalRepresentation* record) noexcept;
 
   InternalRepresentation* record_;
   const UTF8Char* text_;
