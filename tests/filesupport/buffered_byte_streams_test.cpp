@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
@@ -21,6 +22,7 @@
 
 using namespace tvxcore;
 using namespace tvxcore::filesupport;
+using tvxtest::Bytes;
 
 namespace {
 
@@ -99,10 +101,6 @@ class RecordingSink : public OByteStream {
   Log log;
   bool failWrites = false;
 };
-
-const unsigned char* Bytes(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 }  // namespace
 

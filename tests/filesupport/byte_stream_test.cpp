@@ -42,12 +42,9 @@ class RecordingSink : public fs::OByteStream {
   std::string bytes;
 };
 
+using tvxtest::Bytes;
 using tvxtest::Completed;
 using tvxtest::UnknownLengthSource;
-
-const unsigned char* Bytes(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 tvxcore::UTF16String FileWith(const std::filesystem::path& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;

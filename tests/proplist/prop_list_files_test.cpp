@@ -47,8 +47,7 @@ class PropListFiles : public tvxtest::TempDirTest {
  protected:
   void SetUp() override {
     TempDirTest::SetUp();
-    std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-    xml::SetParserFactory(factory);
+    tvxtest::InstallExpat();
     config::ErrorManager::Set(&errors_);
   }
   void TearDown() override {
@@ -265,8 +264,7 @@ TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList)
   EXPECT_TRUE(OnDisk("p.xml")) << "a missing parser is no corrupt file";
 
   // A newer version whose report the manager throws mid-parse.
-  std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-  xml::SetParserFactory(factory);
+  tvxtest::InstallExpat();
   std::string newer = WriteText(Sample());
   newer.replace(newer.find("version='4'"), 11, "version='5'");
   Write("newer.xml", newer);

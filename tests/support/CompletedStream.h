@@ -1,6 +1,7 @@
 // Streams for tests: the writers that leave OSFlush and Truncate to a derived
-// class, completed with nothing, so that tests can make them directly, and a
-// reader of the least a stream must have.
+// class, completed with nothing, so that tests can make them directly, a
+// reader of the least a stream must have, and the bytes of a string, as they
+// are and in hex.
 #pragma once
 
 #include <string>
@@ -9,6 +10,18 @@
 #include "tvxcore/filesupport/ByteStream.h"
 
 namespace tvxtest {
+
+inline const unsigned char* Bytes(const std::string& text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+// Bytes as lower-case hex, so that a failed comparison shows the encoding.
+inline std::string Hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (unsigned char b : bytes) text += {kDigits[b >> 4], kDigits[b & 15]};
+  return text;
+}
 
 template <typename Base>
 class Completed : public Base {

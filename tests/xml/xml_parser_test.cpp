@@ -236,6 +236,8 @@ TEST(ExpatParser, BadInputGivesStatusTen) {
       "<p:a/>",               // undeclared prefix
       "<" + hugeName + "></" + hugeName + "x>",
       std::string("<a>\0</a>", 8),
+      // Expansion past what memory allows, to a handler that keeps the text.
+      tvxtest::EntityBombDoctype() + "<lolz>&e8;</lolz>",
   };
   for (const std::string& text : cases) {
     SCOPED_TRACE(text.substr(0, 40));
@@ -251,18 +253,6 @@ TEST(ExpatParser, HugeAttributeValueParsesWhole) {
   EXPECT_EQ(r.status, kXMLParseStatus_Success);
   ASSERT_EQ(r.log.size(), 4u);
   EXPECT_EQ(r.log[1].size(), std::string("start a {} a [k {} k=]").size() + value.size());
-}
-
-TEST(ExpatParser, EntityExpansionBombIsRefused) {
-  const std::string doc = tvxtest::EntityBombDoctype() + "<lolz>&e8;</lolz>";
-
-  // A handler that keeps the text, as the property list reader does.
-  struct Keeping : AbstractParseHandler {
-    explicit Keeping(std::vector<std::string>*) {}
-    void Characters(const UTF16String& text) override { total += text.size(); }
-    std::size_t total = 0;
-  };
-  EXPECT_EQ(Parse<Keeping>(doc).status, kXMLParseStatus_Failure);
 }
 
 class ExpatFileTest : public tvxtest::TempDirTest {
