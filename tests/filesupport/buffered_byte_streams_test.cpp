@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/BufferedByteStreams.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
@@ -21,16 +22,11 @@
 
 using namespace tvxcore;
 using namespace tvxcore::filesupport;
+using tvxtest::Bytes;
+using tvxtest::Log;
+using tvxtest::RecordingSink;
 
 namespace {
-
-// The calls a wrapper made of its inner stream, in the words a writing script
-// uses (see RunScript): "@n" a seek, "Rn" a block read of n bytes, "G" a Get, "Wxy"
-// a block write of "xy", "Px" a Put, "O" OSFlush and "Tn" a truncation.
-struct Log {
-  std::string calls;
-  void operator()(const std::string& call) { calls += (calls.empty() ? "" : " ") + call; }
-};
 
 // Byte i of every test source.
 unsigned char Pattern(unsigned long long i) {
@@ -82,27 +78,6 @@ class RecordingSource : public IByteStream {
   unsigned long long length_;
   unsigned long long pos_ = 0;
 };
-
-// A writing stream that records every call and what each block held.
-class RecordingSink : public OByteStream {
- public:
-  void Put(unsigned char byte) override { log("P" + std::string(1, char(byte))); }
-  void WriteBlock(const unsigned char* src, std::uint32_t count) override {
-    if (failWrites) throw io_error();
-    log("W" + std::string(src, src + count));
-  }
-  void CurPos(unsigned long long pos) override { log("@" + std::to_string(pos)); }
-  unsigned long long CurPos() const override { return 0; }
-  void OSFlush() override { log("O"); }
-  void Truncate(unsigned long long length) override { log("T" + std::to_string(length)); }
-
-  Log log;
-  bool failWrites = false;
-};
-
-const unsigned char* Bytes(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 }  // namespace
 

@@ -22,13 +22,7 @@ using tvxcore::UTF16String;
 
 namespace {
 
-// Bytes as lower-case hex, so a failed comparison shows the encoding.
-std::string Hex(const std::string& bytes) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (unsigned char b : bytes) text += {kDigits[b >> 4], kDigits[b & 15]};
-  return text;
-}
+using tvxtest::Hex;
 
 std::string Unhex(const std::string& hex) {
   std::string bytes;

@@ -8,9 +8,9 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -42,17 +42,9 @@ class RecordingSink : public fs::OByteStream {
   std::string bytes;
 };
 
+using tvxtest::Bytes;
 using tvxtest::Completed;
 using tvxtest::UnknownLengthSource;
-
-const unsigned char* Bytes(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-tvxcore::UTF16String FileWith(const std::filesystem::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-  return tvxtest::U(path.string());
-}
 
 }  // namespace
 
@@ -149,285 +141,258 @@ TEST(ByteStreamExceptions, CarryNoTextAndEofErrorIsNoIoError) {
 
 namespace {
 
-// Each kind of reader, opened over given bytes. kEndByte is what Get() gives
-// at the end, or kThrows for eof_error; kBeyondEnd whether a position past the
-// end may be set, or kRefused for eof_error.
+// A stream with what it reads or writes, which outlives it.
+template <typename Stream>
+struct Held {
+  std::shared_ptr<void> storage;
+  std::shared_ptr<Stream> stream;
+};
+
+// Each kind of reader, over bytes that are also the contents of `file`.
+// endByte is what Get() gives at the end, or kThrows for eof_error; beyondEnd
+// whether a position past the end may be set, or kRefused for eof_error.
 constexpr int kThrows = -1;
 enum Beyond { kAllowed, kRefused, kUnknown };
-
-struct StringReader {
-  static constexpr const char* kName = "String";
-  static constexpr int kEndByte = kThrows;
-  static constexpr Beyond kBeyondEnd = kAllowed;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path&) {
-    text = bytes;
-    return stream.emplace(text);
-  }
-  std::string text;
-  std::optional<fs::IStringByteStream> stream;
+struct ReaderKind {
+  const char* name;
+  int endByte;
+  Beyond beyondEnd;
+  Held<fs::IByteStream> (*open)(const std::string& bytes, const fs::File& file);
 };
 
-struct DequeReader {
-  static constexpr const char* kName = "Deque";
-  static constexpr int kEndByte = kThrows;
-  static constexpr Beyond kBeyondEnd = kAllowed;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path&) {
-    deque.assign(bytes.begin(), bytes.end());
-    return stream.emplace(deque);
-  }
-  std::deque<unsigned char> deque;
-  std::optional<fs::IDequeByteStream> stream;
+const ReaderKind kReaders[] = {
+    {"String", kThrows, kAllowed,
+     [](const std::string& bytes, const fs::File&) -> Held<fs::IByteStream> {
+       auto text = std::make_shared<std::string>(bytes);
+       return {text, std::make_shared<fs::IStringByteStream>(*text)};
+     }},
+    {"Deque", kThrows, kAllowed,
+     [](const std::string& bytes, const fs::File&) -> Held<fs::IByteStream> {
+       auto deque = std::make_shared<std::deque<unsigned char>>(bytes.begin(), bytes.end());
+       return {deque, std::make_shared<fs::IDequeByteStream>(*deque)};
+     }},
+    {"Buffer", kThrows, kAllowed,
+     [](const std::string& bytes, const fs::File&) -> Held<fs::IByteStream> {
+       auto text = std::make_shared<std::string>(bytes);
+       return {text, std::make_shared<fs::IBufferByteStream>(text->empty() ? nullptr : Bytes(*text),
+                                                             text->size())};
+     }},
+    // A failed standard stream has no position: nothing is set past its end.
+    {"Std", 0xFF, kUnknown,
+     [](const std::string& bytes, const fs::File&) -> Held<fs::IByteStream> {
+       auto standard = std::make_shared<std::istringstream>(bytes);
+       return {standard, std::make_shared<fs::IStdByteStream>(*standard)};
+     }},
+    {"File", 0, kAllowed,
+     [](const std::string&, const fs::File& file) -> Held<fs::IByteStream> {
+       return {nullptr,
+               std::make_shared<fs::IPlatformByteStream>(file, fs::kPlatformStreamDefault)};
+     }},
+    // Buffered over a file, with a window smaller than the sample.
+    {"BufferedFile", kThrows, kRefused,
+     [](const std::string&, const fs::File& file) -> Held<fs::IByteStream> {
+       auto inner = std::make_shared<fs::IPlatformByteStream>(file, fs::kPlatformStreamDefault);
+       return {inner, std::make_shared<fs::IBufferedByteStream>(*inner, 4, 2)};
+     }},
 };
 
-struct BufferReader {
-  static constexpr const char* kName = "Buffer";
-  static constexpr int kEndByte = kThrows;
-  static constexpr Beyond kBeyondEnd = kAllowed;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path&) {
-    text = bytes;
-    return stream.emplace(text.empty() ? nullptr : Bytes(text), text.size());
+// Get() at the end: eof_error without a move, or the kind's end byte.
+void ExpectEnd(const ReaderKind& kind, fs::IByteStream& in) {
+  const unsigned long long pos = in.CurPos();
+  if (kind.endByte == kThrows) {
+    EXPECT_THROW(in.Get(), fs::eof_error);
+    EXPECT_EQ(in.CurPos(), pos) << "a failed Get does not move";
+  } else {
+    EXPECT_EQ(in.Get(), kind.endByte);
   }
-  std::string text;
-  std::optional<fs::IBufferByteStream> stream;
+}
+
+// Each kind of writer, over storage that starts empty, with what it has
+// written so far. A writer that can't seek ignores a position and appends.
+struct Writer : Held<fs::OByteStream> {
+  std::function<std::string()> contents;
+};
+struct WriterKind {
+  const char* name;
+  bool seeks;
+  Writer (*open)(const fs::File& empty);
 };
 
-// A failed standard stream has no position: nothing is set past its end.
-struct StdReader {
-  static constexpr const char* kName = "Std";
-  static constexpr int kEndByte = 0xFF;
-  static constexpr Beyond kBeyondEnd = kUnknown;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path&) {
-    standard.str(bytes);
-    return stream.emplace(standard);
-  }
-  std::istringstream standard;
-  std::optional<fs::IStdByteStream> stream;
+// A fixed block and a writer into it.
+struct Block {
+  std::string Contents() const { return std::string(bytes, bytes + out.Count()); }
+  unsigned char bytes[64] = {};
+  Completed<fs::OBufferByteStream> out{bytes, sizeof bytes};
 };
 
-struct FileReader {
-  static constexpr const char* kName = "File";
-  static constexpr int kEndByte = 0;
-  static constexpr Beyond kBeyondEnd = kAllowed;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path& dir) {
-    return stream.emplace(fs::File(FileWith(dir / "in.bin", bytes)), fs::kPlatformStreamDefault);
-  }
-  std::optional<fs::IPlatformByteStream> stream;
-};
+std::string Contents(const fs::File& file) {
+  std::ifstream in(tvxtest::N(file.FullPath()), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
-// Buffered over a file, with a window smaller than the sample.
-struct BufferedFileReader {
-  static constexpr const char* kName = "BufferedFile";
-  static constexpr int kEndByte = kThrows;
-  static constexpr Beyond kBeyondEnd = kRefused;
-  fs::IByteStream& Open(const std::string& bytes, const std::filesystem::path& dir) {
-    file.emplace(fs::File(FileWith(dir / "in.bin", bytes)), fs::kPlatformStreamDefault);
-    return stream.emplace(*file, 4, 2);
-  }
-  std::optional<fs::IPlatformByteStream> file;
-  std::optional<fs::IBufferedByteStream> stream;
-};
-
-struct KindName {
-  template <typename Kind>
-  static std::string GetName(int) {
-    return Kind::kName;
-  }
+const WriterKind kWriters[] = {
+    {"String", false,
+     [](const fs::File&) -> Writer {
+       auto text = std::make_shared<std::string>();
+       return {{text, std::make_shared<fs::OStringByteStream>(*text)}, [text] { return *text; }};
+     }},
+    {"Deque", false,
+     [](const fs::File&) -> Writer {
+       auto deque = std::make_shared<std::deque<unsigned char>>();
+       return {{deque, std::make_shared<Completed<fs::ODequeByteStream>>(*deque)},
+               [deque] { return std::string(deque->begin(), deque->end()); }};
+     }},
+    {"Buffer", true,
+     [](const fs::File&) -> Writer {
+       auto block = std::make_shared<Block>();
+       return {{block, std::shared_ptr<fs::OByteStream>(block, &block->out)},
+               [block] { return block->Contents(); }};
+     }},
+    {"Std", true,
+     [](const fs::File&) -> Writer {
+       auto standard = std::make_shared<std::ostringstream>();
+       return {{standard, std::make_shared<Completed<fs::OStdByteStream>>(*standard)},
+               [standard] { return standard->str(); }};
+     }},
+    {"File", true,
+     [](const fs::File& file) -> Writer {
+       return {
+           {nullptr, std::make_shared<fs::OPlatformByteStream>(file, fs::kPlatformStreamDefault)},
+           [file] { return Contents(file); }};
+     }},
+    // Buffered over a file, with a window smaller than what is written.
+    {"BufferedFile", true,
+     [](const fs::File& file) -> Writer {
+       auto inner = std::make_shared<fs::OPlatformByteStream>(file, fs::kPlatformStreamDefault);
+       auto out = std::make_shared<fs::OBufferedByteStream>(*inner, 4, 2);
+       return {{inner, out}, [file, out] {
+                 out->Flush();
+                 return Contents(file);
+               }};
+     }},
+    // The CRC stream passes everything on to a fixed block.
+    {"CRC", true,
+     [](const fs::File&) -> Writer {
+       auto block = std::make_shared<Block>();
+       return {{block, std::make_shared<Completed<fs::OCRCByteStream>>(block->out)},
+               [block] { return block->Contents(); }};
+     }},
 };
 
 const std::string kSample = "0123456789";
 
-template <typename Kind>
-class ReaderContract : public tvxtest::TempDirTest {
+class StreamContract : public tvxtest::TempDirTest {
  protected:
-  fs::IByteStream& Open(const std::string& bytes) { return kind_.Open(bytes, root_); }
-  // Get() at the end: eof_error without a move, or the kind's end byte.
-  void ExpectEnd(fs::IByteStream& in, const std::string& where) {
-    const unsigned long long pos = in.CurPos();
-    if (Kind::kEndByte == kThrows) {
-      EXPECT_THROW(in.Get(), fs::eof_error) << where;
-      EXPECT_EQ(in.CurPos(), pos) << where << ": a failed Get does not move";
-    } else {
-      EXPECT_EQ(in.Get(), Kind::kEndByte) << where;
-    }
+  Held<fs::IByteStream> Open(const ReaderKind& kind, const std::string& bytes) {
+    Write("in.bin", bytes);
+    return kind.open(bytes, fs::File(Path("in.bin")));
   }
-  Kind kind_;
+  Writer Open(const WriterKind& kind) {
+    Write("out.bin", "");
+    return kind.open(fs::File(Path("out.bin")));
+  }
 };
 
-using ReaderKinds = ::testing::Types<StringReader, DequeReader, BufferReader, StdReader, FileReader,
-                                     BufferedFileReader>;
-TYPED_TEST_SUITE(ReaderContract, ReaderKinds, KindName);
-
-TYPED_TEST(ReaderContract, ReadsEveryByteInOrderToTheEnd) {
-  for (const std::string& bytes : {std::string(), kSample}) {
-    TypeParam kind;
-    fs::IByteStream& in = kind.Open(bytes, this->root_);
-    EXPECT_EQ(in.Length(), bytes.size());
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-      EXPECT_EQ(in.CurPos(), i);
-      EXPECT_FALSE(in.AtTheEnd());
-      EXPECT_EQ(in.Get(), static_cast<unsigned char>(bytes[i]));
+TEST_F(StreamContract, ReadersReadEveryByteInOrderToTheEnd) {
+  for (const ReaderKind& kind : kReaders) {
+    for (const std::string& bytes : {std::string(), kSample}) {
+      SCOPED_TRACE(std::string(kind.name) + " over " + std::to_string(bytes.size()) + " bytes");
+      const auto reader = Open(kind, bytes);
+      fs::IByteStream& in = *reader.stream;
+      EXPECT_EQ(in.Length(), bytes.size());
+      for (std::size_t i = 0; i < bytes.size(); ++i) {
+        EXPECT_EQ(in.CurPos(), i);
+        EXPECT_FALSE(in.AtTheEnd());
+        EXPECT_EQ(in.Get(), static_cast<unsigned char>(bytes[i]));
+      }
+      EXPECT_TRUE(in.AtTheEnd());
+      ExpectEnd(kind, in);
     }
+  }
+}
+
+TEST_F(StreamContract, ReadersRepositionBothWaysAndReadBlocksAndValues) {
+  for (const ReaderKind& kind : kReaders) {
+    SCOPED_TRACE(kind.name);
+    const auto reader = Open(kind, kSample);
+    fs::IByteStream& in = *reader.stream;
+    for (unsigned long long pos : {7, 2, 9, 0, 10, 5, 5, 1}) {
+      in.CurPos(pos);
+      EXPECT_EQ(in.CurPos(), pos);
+      EXPECT_EQ(in.AtTheEnd(), pos == kSample.size()) << pos;
+      if (pos < kSample.size()) {
+        EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[pos]));
+      }
+    }
+    unsigned char block[4] = {};
+    std::uint32_t value = 0;
+    in.CurPos(2);
+    in.ReadBlock(block, 4);
+    in.ReadBlock(block, 0);
+    in >> value;
+    EXPECT_EQ(std::string(block, block + 4), "2345");
+    EXPECT_EQ(value, 0x36373839u);
+    EXPECT_EQ(in.CurPos(), 10u);
     EXPECT_TRUE(in.AtTheEnd());
-    this->ExpectEnd(in, "at the end of " + std::to_string(bytes.size()) + " bytes");
   }
 }
 
-TYPED_TEST(ReaderContract, RepositionsBothWaysAndReadsBlocksAndValues) {
-  fs::IByteStream& in = this->Open(kSample);
-  for (unsigned long long pos : {7, 2, 9, 0, 10, 5, 5, 1}) {
-    in.CurPos(pos);
-    EXPECT_EQ(in.CurPos(), pos);
-    EXPECT_EQ(in.AtTheEnd(), pos == kSample.size()) << pos;
-    if (pos < kSample.size()) {
-      EXPECT_EQ(in.Get(), static_cast<unsigned char>(kSample[pos]));
+TEST_F(StreamContract, ReadersPastTheEndAreNotAtTheEndButReadNothing) {
+  for (const ReaderKind& kind : kReaders) {
+    SCOPED_TRACE(kind.name);
+    const auto reader = Open(kind, kSample);
+    fs::IByteStream& in = *reader.stream;
+    if (kind.beyondEnd == kUnknown) continue;  // the position is the standard stream's
+    if (kind.beyondEnd == kRefused) {
+      EXPECT_THROW(in.CurPos(100), fs::eof_error);
+      EXPECT_EQ(in.CurPos(), 0u);
+      continue;
     }
+    // AtTheEnd tests equality with the length.
+    in.CurPos(100);
+    EXPECT_EQ(in.CurPos(), 100u);
+    EXPECT_FALSE(in.AtTheEnd());
+    ExpectEnd(kind, in);
+    in.CurPos(3);
+    EXPECT_EQ(in.Get(), '3') << "coming back works";
   }
-  unsigned char block[4] = {};
-  std::uint32_t value = 0;
-  in.CurPos(2);
-  in.ReadBlock(block, 4);
-  in.ReadBlock(block, 0);
-  in >> value;
-  EXPECT_EQ(std::string(block, block + 4), "2345");
-  EXPECT_EQ(value, 0x36373839u);
-  EXPECT_EQ(in.CurPos(), 10u);
-  EXPECT_TRUE(in.AtTheEnd());
 }
 
-TYPED_TEST(ReaderContract, PastTheEndIsNoEndButReadsNothing) {
-  fs::IByteStream& in = this->Open(kSample);
-  if (TypeParam::kBeyondEnd == kUnknown) GTEST_SKIP() << "the position is the standard stream's";
-  if (TypeParam::kBeyondEnd == kRefused) {
-    EXPECT_THROW(in.CurPos(100), fs::eof_error);
-    EXPECT_EQ(in.CurPos(), 0u);
-    return;
-  }
-  // AtTheEnd tests equality with the length.
-  in.CurPos(100);
-  EXPECT_EQ(in.CurPos(), 100u);
-  EXPECT_FALSE(in.AtTheEnd());
-  this->ExpectEnd(in, "beyond the end");
-  in.CurPos(3);
-  EXPECT_EQ(in.Get(), '3') << "coming back works";
-}
-
-// Each kind of writer, over storage that starts empty, with its bytes so far.
-// kSeeks tells whether a position may be set; a writer that can't ignores it
-// and appends.
-struct StringWriter {
-  static constexpr const char* kName = "String";
-  static constexpr bool kSeeks = false;
-  fs::OByteStream& Open(const std::filesystem::path&) { return stream.emplace(text); }
-  std::string Contents() { return text; }
-  std::string text;
-  std::optional<fs::OStringByteStream> stream;
-};
-
-struct DequeWriter {
-  static constexpr const char* kName = "Deque";
-  static constexpr bool kSeeks = false;
-  fs::OByteStream& Open(const std::filesystem::path&) { return stream.emplace(deque); }
-  std::string Contents() { return std::string(deque.begin(), deque.end()); }
-  std::deque<unsigned char> deque;
-  std::optional<Completed<fs::ODequeByteStream>> stream;
-};
-
-struct BufferWriter {
-  static constexpr const char* kName = "Buffer";
-  static constexpr bool kSeeks = true;
-  fs::OByteStream& Open(const std::filesystem::path&) {
-    return stream.emplace(block, sizeof block);
-  }
-  std::string Contents() { return std::string(block, block + stream->Count()); }
-  unsigned char block[64] = {};
-  std::optional<Completed<fs::OBufferByteStream>> stream;
-};
-
-struct StdWriter {
-  static constexpr const char* kName = "Std";
-  static constexpr bool kSeeks = true;
-  fs::OByteStream& Open(const std::filesystem::path&) { return stream.emplace(standard); }
-  std::string Contents() { return standard.str(); }
-  std::ostringstream standard;
-  std::optional<Completed<fs::OStdByteStream>> stream;
-};
-
-struct FileWriter {
-  static constexpr const char* kName = "File";
-  static constexpr bool kSeeks = true;
-  fs::OByteStream& Open(const std::filesystem::path& dir) {
-    path = dir / "out.bin";
-    return stream.emplace(fs::File(FileWith(path, "")), fs::kPlatformStreamDefault);
-  }
-  std::string Contents() {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
-  std::filesystem::path path;
-  std::optional<fs::OPlatformByteStream> stream;
-};
-
-// Buffered over a file, with a window smaller than what is written.
-struct BufferedFileWriter : FileWriter {
-  static constexpr const char* kName = "BufferedFile";
-  fs::OByteStream& Open(const std::filesystem::path& dir) {
-    return buffered.emplace(FileWriter::Open(dir), 4, 2);
-  }
-  std::string Contents() {
-    buffered->Flush();
-    return FileWriter::Contents();
-  }
-  std::optional<fs::OBufferedByteStream> buffered;
-};
-
-// The CRC stream passes everything on to a fixed block.
-struct CRCWriter : BufferWriter {
-  static constexpr const char* kName = "CRC";
-  fs::OByteStream& Open(const std::filesystem::path& dir) {
-    return crc.emplace(BufferWriter::Open(dir));
-  }
-  std::optional<Completed<fs::OCRCByteStream>> crc;
-};
-
-template <typename Kind>
-class WriterContract : public tvxtest::TempDirTest {
- protected:
-  fs::OByteStream& Open() { return kind_.Open(root_); }
-  Kind kind_;
-};
-
-using WriterKinds = ::testing::Types<StringWriter, DequeWriter, BufferWriter, StdWriter, FileWriter,
-                                     BufferedFileWriter, CRCWriter>;
-TYPED_TEST_SUITE(WriterContract, WriterKinds, KindName);
-
-TYPED_TEST(WriterContract, WritesBytesBlocksAndValuesInOrder) {
-  fs::OByteStream& out = this->Open();
-  EXPECT_EQ(out.CurPos(), 0u);
-  out.Put('>');
-  const unsigned char block[] = {0xAA, 0xBB};
-  out.WriteBlock(block, 0);
-  EXPECT_EQ(out.CurPos(), 1u);
-  out << std::int32_t{0x01020304} << std::string("xy") << false;
-  out.WriteBlock(block, 2);
+TEST_F(StreamContract, WritersWriteBytesBlocksAndValuesInOrder) {
   const std::string expected("\x3E\x01\x02\x03\x04\0\0\0\0\0\0\0\x02xy\0\xAA\xBB", 18);
-  EXPECT_EQ(out.CurPos(), expected.size());
-  EXPECT_EQ(this->kind_.Contents(), expected);
+  for (const WriterKind& kind : kWriters) {
+    SCOPED_TRACE(kind.name);
+    const Writer writer = Open(kind);
+    fs::OByteStream& out = *writer.stream;
+    EXPECT_EQ(out.CurPos(), 0u);
+    out.Put('>');
+    const unsigned char block[] = {0xAA, 0xBB};
+    out.WriteBlock(block, 0);
+    EXPECT_EQ(out.CurPos(), 1u);
+    out << std::int32_t{0x01020304} << std::string("xy") << false;
+    out.WriteBlock(block, 2);
+    EXPECT_EQ(out.CurPos(), expected.size());
+    EXPECT_EQ(writer.contents(), expected);
+  }
 }
 
-TYPED_TEST(WriterContract, SetPositionIsOverwrittenOrIgnored) {
-  fs::OByteStream& out = this->Open();
-  const std::string text = "abcdef";
-  out.WriteBlock(Bytes(text), 6);
-  out.CurPos(2);
-  out.Put('X');
-  if (TypeParam::kSeeks) {
-    EXPECT_EQ(out.CurPos(), 3u);
-    out.CurPos(6);
-    out.Put('!');
-    EXPECT_EQ(this->kind_.Contents(), "abXdef!");
-  } else {
-    EXPECT_EQ(out.CurPos(), 7u);
-    EXPECT_EQ(this->kind_.Contents(), "abcdefX");
+TEST_F(StreamContract, WritersOverwriteAtASetPositionOrIgnoreIt) {
+  for (const WriterKind& kind : kWriters) {
+    SCOPED_TRACE(kind.name);
+    const Writer writer = Open(kind);
+    fs::OByteStream& out = *writer.stream;
+    out.WriteBlock(Bytes("abcdef"), 6);
+    out.CurPos(2);
+    out.Put('X');
+    if (kind.seeks) {
+      EXPECT_EQ(out.CurPos(), 3u);
+      out.CurPos(6);
+      out.Put('!');
+      EXPECT_EQ(writer.contents(), "abXdef!");
+    } else {
+      EXPECT_EQ(out.CurPos(), 7u);
+      EXPECT_EQ(writer.contents(), "abcdefX");
+    }
   }
 }
 

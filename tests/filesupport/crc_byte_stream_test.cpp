@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
 #include "tvxcore/filesupport/CRCByteStream.h"
 
@@ -14,33 +15,9 @@ namespace fs = tvxcore::filesupport;
 
 namespace {
 
-class StringCRCStream : public fs::OCRCByteStream {
- public:
-  using OCRCByteStream::OCRCByteStream;
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-};
-
-// Records how it was called: "P" for a Put, "W<n>" for a WriteBlock of n
-// bytes, "S<pos>" for a seek.
-class RecordingSink : public fs::OByteStream {
- public:
-  void Put(unsigned char byte) override {
-    bytes += static_cast<char>(byte);
-    calls += "P";
-  }
-  void WriteBlock(const unsigned char* src, std::uint32_t count) override {
-    bytes.append(reinterpret_cast<const char*>(src), count);
-    calls += "W" + std::to_string(count);
-  }
-  void CurPos(unsigned long long pos) override { calls += "S" + std::to_string(pos); }
-  unsigned long long CurPos() const override { return 77; }
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-
-  std::string bytes;
-  std::string calls;
-};
+using StringCRCStream = tvxtest::Completed<fs::OCRCByteStream>;
+using tvxtest::Bytes;
+using tvxtest::RecordingSink;
 
 // Bytes of a pattern that no short period repeats.
 std::string Pattern(std::size_t count) {
@@ -49,23 +26,16 @@ std::string Pattern(std::size_t count) {
   return bytes;
 }
 
-const unsigned char* Data(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-std::uint32_t ByBytes(const std::string& text) {
+// The sum of `text` given byte by byte, or in one block.
+std::uint32_t Sum(const std::string& text, bool byBlock = false) {
   std::string sink;
   fs::OStringByteStream out(sink);
   StringCRCStream crc(out);
-  for (char c : text) crc.Put(static_cast<unsigned char>(c));
-  return crc.Value();
-}
-
-std::uint32_t ByBlock(const std::string& text) {
-  std::string sink;
-  fs::OStringByteStream out(sink);
-  StringCRCStream crc(out);
-  crc.WriteBlock(Data(text), static_cast<std::uint32_t>(text.size()));
+  if (byBlock) {
+    crc.WriteBlock(Bytes(text), static_cast<std::uint32_t>(text.size()));
+  } else {
+    for (char c : text) crc.Put(static_cast<unsigned char>(c));
+  }
   return crc.Value();
 }
 
@@ -85,8 +55,8 @@ TEST(OCRCByteStream, GivesTheCRC32OfZlibAndPNG) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.bytes.size()) + " bytes");
-    EXPECT_EQ(ByBytes(row.bytes), row.crc);
-    EXPECT_EQ(ByBlock(row.bytes), row.crc);
+    EXPECT_EQ(Sum(row.bytes), row.crc);
+    EXPECT_EQ(Sum(row.bytes, true), row.crc);
   }
 }
 
@@ -103,29 +73,29 @@ TEST(OCRCByteStream, ValueAtAnyTimeLeavesTheSumAlone) {
   while (done < text.size()) {
     const std::size_t piece = std::min<std::size_t>(random() % 700, text.size() - done);
     if (random() % 2 == 0) {
-      crc.WriteBlock(Data(text) + done, static_cast<std::uint32_t>(piece));
+      crc.WriteBlock(Bytes(text) + done, static_cast<std::uint32_t>(piece));
     } else {
-      for (std::size_t i = 0; i < piece; ++i) crc.Put(Data(text)[done + i]);
+      for (std::size_t i = 0; i < piece; ++i) crc.Put(Bytes(text)[done + i]);
     }
     done += piece;
     const std::uint32_t value = crc.Value();
     ASSERT_EQ(value, crc.Value());
-    ASSERT_EQ(value, ByBytes(text.substr(0, done))) << done << " bytes";
+    ASSERT_EQ(value, Sum(text.substr(0, done))) << done << " bytes";
   }
   EXPECT_EQ(sink, text) << "every byte passed through, in order";
 }
 
 TEST(OCRCByteStream, PassesBytesOnAsTheyCameAndPositionsToTheInnerStream) {
   RecordingSink sink;
+  sink.pos = 77;
   StringCRCStream crc(sink);
   crc.Put('1');
-  crc.WriteBlock(Data("2345"), 4);
-  crc.WriteBlock(Data(""), 0);
+  crc.WriteBlock(Bytes("2345"), 4);
+  crc.WriteBlock(Bytes(""), 0);
   crc.CurPos(12);
   EXPECT_EQ(crc.CurPos(), 77u);
-  crc.WriteBlock(Data("6789"), 4);
-  EXPECT_EQ(sink.calls, "PW4W0S12W4");
-  EXPECT_EQ(sink.bytes, "123456789");
+  crc.WriteBlock(Bytes("6789"), 4);
+  EXPECT_EQ(sink.log.calls, "P1 W2345 W @12 W6789");
   EXPECT_EQ(crc.Value(), 0xCBF43926u) << "seeking doesn't touch the sum";
 }
 

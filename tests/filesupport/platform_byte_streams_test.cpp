@@ -10,6 +10,7 @@
 #include <tuple>
 #include <typeinfo>
 
+#include "support/CompletedStream.h"
 #include "support/TempDirFixture.h"
 #include "support/Unprivileged.h"
 #include "tvxcore/filesupport/ByteStreamOperators.h"
@@ -18,6 +19,7 @@
 
 using namespace tvxcore;
 using namespace tvxcore::filesupport;
+using tvxtest::Bytes;
 
 namespace {
 
@@ -28,10 +30,6 @@ class PlatformStreams : public tvxtest::TempDirTest {
   // Opens a reader or a writer and closes it again.
   std::string OpenOutcome(std::string_view name, bool writer, int flags) const;
 };
-
-const unsigned char* Bytes(const std::string& text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
 
 // Which exception a call threw: "none", or the name of the stream or file
 // exception, so one table row states the expected outcome.

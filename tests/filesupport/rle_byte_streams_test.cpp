@@ -18,6 +18,7 @@ namespace {
 
 // The coding stream leaves OSFlush and Truncate to a derived class.
 using StringRLEWriter = tvxtest::Completed<fs::ORLEByteStream>;
+using tvxtest::Hex;
 
 std::string Bytes(std::initializer_list<int> values) {
   std::string bytes;
@@ -69,17 +70,6 @@ std::string Decode(std::string coded, bool* cutInBlock = nullptr) {
     if (cutInBlock != nullptr) *cutInBlock = in.InBlock();
   }
   return plain;
-}
-
-std::string Hex(const std::string& bytes) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string text;
-  for (unsigned char b : bytes) {
-    if (!text.empty()) text += ' ';
-    text += kDigits[b >> 4];
-    text += kDigits[b & 15];
-  }
-  return text;
 }
 
 std::string AllDifferent(int count) {
@@ -271,7 +261,7 @@ TEST(RLEByteStreams, HaveNoPositionsAndPassInnerFailuresThrough) {
   EXPECT_THROW(toFixed.Flush(), fs::eof_error);
   fixed.room = 2;
   toFixed.Flush();
-  EXPECT_EQ(Hex(std::string(block, block + 2)), "00 5A");
+  EXPECT_EQ(Hex(std::string(block, block + 2)), "005a");
 }
 
 }  // namespace

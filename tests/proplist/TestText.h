@@ -134,14 +134,16 @@ inline void FillUnrepresentable(tvxcore::proplist::PropList& list) {
   list.NewSubList(U8("sub\x03"))->SetValue(U8("\x04"), U16(u"\u0005"));
 }
 
+inline void InstallExpat() {
+  std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
+      std::make_unique<tvxcore::xml::ExpatParserFactory>();
+  tvxcore::xml::SetParserFactory(factory);
+}
+
 // Installs the expat parser factory for the test and removes it afterwards.
 class ExpatFactoryTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::unique_ptr<tvxcore::xml::DocParserFactory> factory =
-        std::make_unique<tvxcore::xml::ExpatParserFactory>();
-    tvxcore::xml::SetParserFactory(factory);
-  }
+  void SetUp() override { InstallExpat(); }
   void TearDown() override { tvxcore::xml::ResetParserFactory(); }
 };
 

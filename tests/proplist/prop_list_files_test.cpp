@@ -47,8 +47,7 @@ class PropListFiles : public tvxtest::TempDirTest {
  protected:
   void SetUp() override {
     TempDirTest::SetUp();
-    std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-    xml::SetParserFactory(factory);
+    tvxtest::InstallExpat();
     config::ErrorManager::Set(&errors_);
   }
   void TearDown() override {
@@ -229,8 +228,9 @@ TEST_F(PropListFiles, UnreadableFilesAreReportedAndNeverPutAside) {
   EXPECT_EQ(Read("locked.xml"), corrupt);
 }
 
-// A file nested 200,000 lists deep loads, copies, writes and is destroyed in
-// constant stack; in a child process, so that an overflow fails the test.
+// A file nested 200,000 lists deep loads, copies, writes, is assigned,
+// replaced, cleared and destroyed in constant stack; in a child process, so
+// that an overflow fails the test.
 TEST_F(PropListFiles, DeeplyNestedFilesLoadCopyWriteAndDestroy) {
   constexpr int kDepth = 200000;
   std::string text = "<?xml version='1.0'?>\n<prop.map version='4'>\n";
@@ -244,8 +244,18 @@ TEST_F(PropListFiles, DeeplyNestedFilesLoadCopyWriteAndDestroy) {
               utils::LoadPropList(Path("deep.xml"), list, false);
               if (!errors_.Reports().empty()) return 1;
               PropList copy(list);
+              list.NewSubList(U8("k"))->SetValue(U8("v"), 7);
               if (WriteText(copy) != text) return 2;
               utils::SavePropList(Path("copy.xml"), copy);
+              PropList assigned;
+              assigned.SetValue(U8("old"), true);
+              assigned = copy;               // the old tree and the copy's
+              copy.SetValue(U8("k"), true);  // a deep sub-list replaced by a scalar
+              list.Clear();                  // and one cleared
+              const PropList* node = &assigned;
+              for (int i = 0; i < kDepth && node; ++i) node = node->GetSubList(U8("k"));
+              bool deepest = false;
+              if (!node || !node->GetValue(U8("v"), deepest) || !deepest) return 3;
               return 0;
             }),
             0)
@@ -265,8 +275,7 @@ TEST_F(PropListFiles, LoadWithoutParserOrWithThrowingManagerLeavesNoPartialList)
   EXPECT_TRUE(OnDisk("p.xml")) << "a missing parser is no corrupt file";
 
   // A newer version whose report the manager throws mid-parse.
-  std::unique_ptr<xml::DocParserFactory> factory = std::make_unique<xml::ExpatParserFactory>();
-  xml::SetParserFactory(factory);
+  tvxtest::InstallExpat();
   std::string newer = WriteText(Sample());
   newer.replace(newer.find("version='4'"), 11, "version='5'");
   Write("newer.xml", newer);

@@ -3,11 +3,9 @@
 #include <cstdint>
 #include <limits>
 #include <list>
-#include <memory>
 #include <vector>
 
 #include "TestText.h"
-#include "support/Unprivileged.h"
 
 using namespace tvxcore;
 using namespace tvxcore::proplist;
@@ -231,37 +229,4 @@ TEST(PropList, LongIsRefusedAndEachWidthKeepsItsType) {
   EXPECT_EQ(typeOf(1LL), kPropListType_Int64);
   EXPECT_EQ(typeOf(1u), kPropListType_UInt32);
   EXPECT_EQ(typeOf(1ULL), kPropListType_UInt64);
-}
-
-// Copying, writing and destroying a list nested far deeper than any stack
-// could recurse, in a child process so that a stack overflow fails the test
-// instead of ending the suite.
-TEST(PropList, DeepTreesCopyWriteAndDestroyInConstantStack) {
-  constexpr int kDepth = 200000;
-  EXPECT_EQ(tvxtest::RunInChild([&] {
-              auto list = std::make_unique<PropList>();
-              PropList* level = list.get();
-              for (int i = 0; i < kDepth; ++i) {
-                level->SetValue(U8("v"), i);
-                level = level->NewSubList(U8("s"));
-              }
-              PropList copy(*list);
-              list->NewSubList(U8("s"))->SetValue(U8("v"), 7);
-              UTF8String original, copied;
-              list->OutputAsXMLFragment(original);
-              copy.OutputAsXMLFragment(copied);
-              std::int32_t first = 0;
-              if (!copy.GetSubList(U8("s"))->GetValue(U8("v"), first) || first != 1) return 1;
-              if (original.size() != copied.size() || original == copied) return 2;
-              PropList assigned;
-              assigned = copy;               // the old (empty) tree and the copy's
-              copy.SetValue(U8("s"), true);  // a deep sub-list replaced by a scalar
-              list->Clear();                 // and one cleared
-              PropList* node = assigned.GetSubList(U8("s"));
-              for (int i = 1; i < kDepth - 1 && node; ++i) node = node->GetSubList(U8("s"));
-              if (!node || !node->GetSubList(U8("s"))) return 3;
-              return 0;
-            }),
-            0)
-      << "-1: the child crashed";
 }
