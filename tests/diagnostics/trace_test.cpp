@@ -25,17 +25,13 @@ using tvxcore::UTF8String;
 constexpr char kFile[] = "Trace Database.txt";
 constexpr char kOld[] = "Trace Database.txt.old";
 
-// A text literal with its zero bytes.
-template <std::size_t N>
-std::string Bytes(const char (&text)[N]) {
-  return std::string(text, N - 1);
-}
+using tvxtest::Bytes;
 
 std::vector<std::string> Categories() {
   std::list<UTF8String> names;
   dbg::GetTraceCategories(names);
   std::vector<std::string> out;
-  for (const UTF8String& name : names) out.emplace_back(name.begin(), name.end());
+  for (const UTF8String& name : names) out.push_back(tvxtest::S8(name));
   return out;
 }
 
