@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <vector>
 
 #include "config/ErrorTestSupport.h"
 #include "tvxcore/Locale.h"
+#include "tvxcore/ZString.h"
 #include "tvxcore/config/Localizer.h"
 #include "tvxcore/utility/NumberText.h"
 #include "tvxcore/utility/TextStreams.h"
@@ -11,7 +13,9 @@
 namespace {
 
 using tvxcore::Locale;
+using tvxcore::ZString;
 using tvxcore::config::Localizer;
+using tvxtest::S;
 using tvxtest::U;
 
 // Leaves the process as it found it: no localizer, no language.
@@ -64,6 +68,43 @@ TEST_F(LocalizerTest, TextStreamsUseTheDefaultLocale) {
   EXPECT_TRUE(out.getloc() == Locale::Default());
   out << 1234.5 << u' ' << -7;
   EXPECT_EQ(out.str(), U("1234.5 -7"));
+}
+
+// Every @n of the translated text (or the default text after "=") is filled,
+// ^n and a lone @ stay, @@ is a literal @, and values are not searched again.
+TEST_F(LocalizerTest, ZStringFillsEveryAtTokenOfTheTranslatedText) {
+  localizer.entries["$$$/tvxcore/filesupport/FileNotFound"] =
+      "Die Datei \xE2\x80\x9E@0\xE2\x80\x9C wurde nicht gefunden.";
+  Localizer::Set(&localizer);
+  const struct {
+    const char* key;
+    std::vector<std::string> values;
+    const char* expected;
+  } cases[] = {
+      {"$$$/tvxcore/t=100@@", {}, "100@"},
+      {"$$$/tvxcore/t=a@", {}, "a@"},
+      {"$$$/tvxcore/t=@x", {}, "@x"},
+      {"$$$/tvxcore/t=@3@3", {"", "", "", "z"}, "zz"},
+      {"$$$/tvxcore/t=[@9]", {"a", "b", "c", "d", "e", "f", "g", "h", "i", ""}, "[]"},
+      {"$$$/tvxcore/t=@0 and @0", {"x"}, "x and x"},
+      {"$$$/tvxcore/t=@0", {"@1", "never"}, "@1"},
+      {"$$$/tvxcore/t=@9@8@1@0", {"0", "1", "", "", "", "", "", "", "8", "9"}, "9810"},
+      {"$$$/tvxcore/t=^1 stays", {"x"}, "^1 stays"},
+      {"$$$/tvxcore/filesupport/Delete=Could not delete the file '@0'.",
+       {"/tmp/a b"},
+       "Could not delete the file '/tmp/a b'."},
+      {"$$$/tvxcore/filesupport/FileNotFound=The file '@0' could not be found.",
+       {"b\xC3\xA4r.txt"},
+       "Die Datei \xE2\x80\x9E"
+       "b\xC3\xA4r.txt\xE2\x80\x9C wurde nicht gefunden."},
+  };
+  for (const auto& c : cases) {
+    std::vector<tvxcore::UTF16String> v(10);
+    for (std::size_t i = 0; i < c.values.size(); ++i) v[i] = U(c.values[i]);
+    EXPECT_EQ(S(ZString(c.key, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8], v[9])),
+              c.expected)
+        << c.key;
+  }
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/ErrorTestSupport.h"
 #include "diagnostics/DiagnosticsFixture.h"
 #include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/console/Console.h"
@@ -23,23 +24,16 @@
 #include "tvxcore/debug/DebugDatabase.h"
 #include "tvxcore/debug/Trace.h"
 #include "tvxcore/utility/TextStreams.h"
-#include "tvxcore/utility/UnicodeConversion.h"
 
 namespace {
 
 using tvxcore::UTF16String;
-using tvxcore::UTF8String;
 using tvxcore::console::ConsoleLogFile;
 using tvxcore::console::ExecuteCommand;
 
-UTF16String U16(const std::string& text) {
-  return tvxcore::utility::UTF8to16(UTF8String(text.begin(), text.end()));
-}
-std::string U8(const UTF16String& text) {
-  const UTF8String bytes = tvxcore::utility::UTF16to8(text);
-  return std::string(bytes.begin(), bytes.end());
-}
-UTF8String Bytes(const std::string& text) { return UTF8String(text.begin(), text.end()); }
+using tvxtest::S;
+using tvxtest::U;
+using tvxtest::U8;
 
 // What one command line prints, and whether a command ran.
 std::string RunLine(const UTF16String& line, bool* ran = nullptr) {
@@ -47,7 +41,7 @@ std::string RunLine(const UTF16String& line, bool* ran = nullptr) {
   tvxcore::utility::UTF16OutputStream out(&buffer);
   const bool executed = ExecuteCommand(line, out);
   if (ran != nullptr) *ran = executed;
-  return U8(buffer.str());
+  return S(buffer.str());
 }
 
 class Console : public tvxtest::DiagnosticsTest {
@@ -92,14 +86,13 @@ TEST_F(Console, LogExistsOnlyWhenItsFileOrTheSettingIsThereAndKeepsThePreviousRu
     if (c.last) WritePref("logs/Diag Log-last.txt", c.last);
     InFreshProcess([&] {
       SetIdentity();
-      if (c.setting)
-        tvxcore::debug::DebugDatabase::Instance().SetEntry(Bytes(c.setting), Bytes(c.value));
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("a line\n"), true);
+      if (c.setting) tvxcore::debug::DebugDatabase::Instance().SetEntry(U8(c.setting), U8(c.value));
+      ConsoleLogFile::GetInstance()->WriteToLog(U8("a line\n"), true);
       EXPECT_EQ(ConsoleLogFile::GetInstance()->Exists(), c.log != nullptr);
       UTF16String current;
       EXPECT_EQ(ConsoleLogFile::GetInstance()->GetCurrentLogFilePath(current), c.log != nullptr);
       if (c.log) {
-        EXPECT_EQ(U8(current), Log().string());
+        EXPECT_EQ(S(current), Log().string());
       }
       ConsoleLogFile::Terminate();
       EXPECT_EQ(std::filesystem::exists(Log()), c.log != nullptr);
@@ -129,17 +122,17 @@ TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
     SCOPED_TRACE(c.prefix);
     std::filesystem::remove_all(PrefDir());
     InFreshProcess([&] {
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("early one\n"), true);
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes(""), true);
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("early two\n"), false);
+      ConsoleLogFile::GetInstance()->WriteToLog(U8("early one\n"), true);
+      ConsoleLogFile::GetInstance()->WriteToLog(U8(""), true);
+      ConsoleLogFile::GetInstance()->WriteToLog(U8("early two\n"), false);
       EXPECT_FALSE(ConsoleLogFile::GetInstance()->Exists());
       ConsoleLogFile::Terminate();  // settings are read when the log is made
       SetIdentity();
       PlaceEmptyLog();
       if (c.setting != nullptr)
-        tvxcore::debug::DebugDatabase::Instance().SetEntry(Bytes(c.setting), Bytes(c.value));
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("early three\n"), true);
-      ConsoleLogFile::GetInstance()->WriteToLog(Bytes("late\n"), true);
+        tvxcore::debug::DebugDatabase::Instance().SetEntry(U8(c.setting), U8(c.value));
+      ConsoleLogFile::GetInstance()->WriteToLog(U8("early three\n"), true);
+      ConsoleLogFile::GetInstance()->WriteToLog(U8("late\n"), true);
       ConsoleLogFile::Terminate();
       // The early text of the first object went with it, so the header
       // comes first.
@@ -153,10 +146,10 @@ TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
   // Text from before the client name, kept by one object, after the header.
   std::filesystem::remove_all(PrefDir());
   InFreshProcess([&] {
-    ConsoleLogFile::GetInstance()->WriteToLog(Bytes("before the name\n"), true);
+    ConsoleLogFile::GetInstance()->WriteToLog(U8("before the name\n"), true);
     SetIdentity();
     PlaceEmptyLog();
-    ConsoleLogFile::GetInstance()->WriteToLog(Bytes("after\n"), false);
+    ConsoleLogFile::GetInstance()->WriteToLog(U8("after\n"), false);
     ConsoleLogFile::Terminate();
     const std::string text = ReadPref("logs/Diag Log.txt");
     EXPECT_TRUE(std::regex_search(
@@ -172,25 +165,25 @@ TEST_F(Console, LogNamesAndSwitchingFiles) {
     EXPECT_FALSE(ConsoleLogFile::GetInstance()->GetLogFilePath(path, false));  // no name yet
     SetIdentity();
     ASSERT_TRUE(ConsoleLogFile::GetInstance()->GetLogFilePath(path, true));
-    EXPECT_EQ(U8(path), LastLog().string());
+    EXPECT_EQ(S(path), LastLog().string());
     ConsoleLogFile::SetDefaultLogFileName(u"Other");
     ASSERT_TRUE(ConsoleLogFile::GetInstance()->GetLogFilePath(path, false));
-    EXPECT_EQ(U8(path), (Logs() / "Other Log.txt").string());
+    EXPECT_EQ(S(path), (Logs() / "Other Log.txt").string());
     ConsoleLogFile::SetDefaultLogFileNameFn(&ConsoleLogFile::GetTimestampedLogFileName);
     ASSERT_TRUE(ConsoleLogFile::GetInstance()->GetLogFilePath(path, true));
-    EXPECT_TRUE(std::regex_match(U8(path), std::regex(".*/logs/Other \\d{8}-\\d{6}_\\d{6}\\.txt")))
-        << U8(path);
+    EXPECT_TRUE(std::regex_match(S(path), std::regex(".*/logs/Other \\d{8}-\\d{6}_\\d{6}\\.txt")))
+        << S(path);
     ConsoleLogFile::SetDefaultLogFileNameFn({});
     ConsoleLogFile::SetDefaultLogFileName(u"");
 
     // OpenLogFile switches at once: footer on the old file, header on the new.
     PlaceEmptyLog();
     ConsoleLogFile* log = ConsoleLogFile::GetInstance();
-    log->WriteToLog(Bytes("one\n"), false);
-    EXPECT_TRUE(log->OpenLogFile(Bytes("Diag Log.0.txt")));
-    log->WriteToLog(Bytes("two\n"), false);
-    EXPECT_FALSE(log->OpenLogFile(Bytes("/nonexistent/dir/x.txt")));
-    log->WriteToLog(Bytes("three\n"), false);
+    log->WriteToLog(U8("one\n"), false);
+    EXPECT_TRUE(log->OpenLogFile(U8("Diag Log.0.txt")));
+    log->WriteToLog(U8("two\n"), false);
+    EXPECT_FALSE(log->OpenLogFile(U8("/nonexistent/dir/x.txt")));
+    log->WriteToLog(U8("three\n"), false);
     ConsoleLogFile::Terminate();
     const std::string first = ReadPref("logs/Diag Log.txt"),
                       second = ReadPref("logs/Diag Log.0.txt");
@@ -213,8 +206,8 @@ TEST_F(Console, LinesFromManyThreadsNeverInterleave) {
       threads.emplace_back([t] {
         const std::string line = "thread " + std::to_string(t) + " " + std::string(200, 'a' + t);
         for (int i = 0; i < kLines; ++i) {
-          ConsoleLogFile::GetInstance()->WriteToLog(Bytes(line + "\n"), true);
-          if (i % 50 == 0) RunLine(u"debug.set k" + U16(std::to_string(t)) + u" = 1");
+          ConsoleLogFile::GetInstance()->WriteToLog(U8(line + "\n"), true);
+          if (i % 50 == 0) RunLine(u"debug.set k" + U(std::to_string(t)) + u" = 1");
         }
       });
     for (std::thread& thread : threads) thread.join();
@@ -311,7 +304,7 @@ TEST_F(Console, EveryCommandPrintsItsText) {
     };
     for (const auto& row : kRows) {
       bool ran = !row.ran;
-      const std::string output = RunLine(U16(expand(row.line)), &ran);
+      const std::string output = RunLine(U(expand(row.line)), &ran);
       EXPECT_EQ(ran, row.ran) << row.line;
       EXPECT_TRUE(std::regex_match(output, std::regex(expand(row.output)))) << row.line << "\n"
                                                                             << output;
@@ -338,7 +331,7 @@ TEST_F(Console, ListingRegistryAndCommandsOfTheHost) {
   tvxcore::utility::UTF16StringBuf buffer;
   tvxcore::utility::UTF16OutputStream out(&buffer);
   tvxcore::console::ListCommands(out);
-  const std::string listing = U8(buffer.str());
+  const std::string listing = S(buffer.str());
   EXPECT_EQ(listing.rfind("Currently installed commands.\n", 0), 0u);
   EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1 + 14 + 1) << listing;
   for (const char* help :
@@ -351,7 +344,7 @@ TEST_F(Console, ListingRegistryAndCommandsOfTheHost) {
   std::list<UTF16String> names;
   tvxcore::console::CommandRegistry::GetCommandNames(names);
   EXPECT_EQ(names.size(), 15u);
-  EXPECT_EQ(U8(names.front()), "debug.clear");
+  EXPECT_EQ(S(names.front()), "debug.clear");
 
   tvxcore::console::Terminate();
   names.clear();
@@ -391,7 +384,7 @@ TEST(ConsoleTokenizer, DividesAsDocumented) {
       const UTF16String token = tokens.NextToken();
       seen.emplace_back(token.begin(), token.end());
     }
-    EXPECT_EQ(seen, c.tokens) << U8(UTF16String(c.source.begin(), c.source.end()));
+    EXPECT_EQ(seen, c.tokens) << S(UTF16String(c.source.begin(), c.source.end()));
     EXPECT_EQ(tokens.Position(), tvxcore::console::Tokenizer::kNone);
     EXPECT_TRUE(tokens.NextToken().empty());
   }
@@ -421,7 +414,7 @@ TEST_F(Console, BadLinesNeverCrash) {
         u"debug.get " + UTF16String(1, u'\0'),
     };
     for (const UTF16String& line : lines) RunLine(line);
-    EXPECT_EQ(RunLine(u"trace.get " + lone), "trace volume for category " + U8(lone) + " is 4\n");
+    EXPECT_EQ(RunLine(u"trace.get " + lone), "trace volume for category " + S(lone) + " is 4\n");
     EXPECT_EQ(RunLine(u"trace.get " + huge).size(), (1u << 20) + 32);
     EXPECT_EQ(
         RunLine(u"trace.get.master"),

