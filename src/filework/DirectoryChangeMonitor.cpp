@@ -2,6 +2,7 @@
 // the singleton, and the calling thread's last error.
 #include "tvxcore/filesupport/DirectoryChangeMonitor.h"
 
+#include "filesupport/internal/PathCodec.h"
 #include "filework/internal/DirectoryChangeMonitorPrivate.h"
 #include "tvxcore/threads/CheckedLocks.h"
 
@@ -76,7 +77,8 @@ bool MonitorDirectory(UTF16String const& path,
   const auto monitor = DirectoryChangeMonitorPrivate::Current();
   lastError.clear();
   if (!monitor) {
-    lastError = "cannot watch a folder: the change monitor is not initialized";
+    lastError =
+        "cannot watch '" + internal::ToNative(path) + "': the change monitor is not initialized";
     return false;
   }
   return monitor->MonitorDirectory(path, callback, lastError);

@@ -38,7 +38,8 @@ class DirectoryWatcher {
   int Add(const std::string& path, int& err);
   // Ends a watch; unknown ids are ignored.
   void Remove(int watch);
-  // Appends one event per watch and record queued now, without blocking.
+  // Appends the events queued now (consecutive records of one watch as one
+  // event), without blocking; stops after a bounded amount under a flood.
   void Read(std::vector<DirectoryEvent>& out);
 
  private:

@@ -71,7 +71,9 @@ void DirectoryWatcher::Remove(int watch) {
 void DirectoryWatcher::Read(std::vector<DirectoryEvent>& out) {
   if (!fd_.valid()) return;
   alignas(inotify_event) char buffer[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
-  for (;;) {
+  // A bounded number of reads: under a flood the loop gets to deliver, and
+  // the descriptor, still readable, brings the caller back.
+  for (int reads = 0; reads < 64; ++reads) {
     const ssize_t n =
         internal::RetryOnEintr([&] { return ::read(fd_.get(), buffer, sizeof buffer); });
     if (n <= 0) return;  // EAGAIN: drained

@@ -169,7 +169,9 @@ TEST_F(DirectoryChangeMonitorTest, FolderThatCannotBeWatchedIsAClearFailure) {
   EXPECT_TRUE(tvxtest::monitor::IsTerminated());
   MakeDir("late");
   EXPECT_FALSE(MonitorDirectory(Path("late"), callback_));
-  EXPECT_NE(GetLastError().find("not initialized"), std::string::npos) << GetLastError();
+  EXPECT_NE(GetLastError().find(Native("late") + "': the change monitor is not initialized"),
+            std::string::npos)
+      << GetLastError();
   tvxtest::monitor::Initialize();
   EXPECT_FALSE(tvxtest::monitor::IsTerminated());
 }
