@@ -2,10 +2,12 @@
 // are collapsed, folders that vanish or are replaced, counting and callbacks.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "filework/DirectoryChangeMonitorTestSupport.h"
 
@@ -148,6 +150,31 @@ TEST_F(DirectoryChangeMonitorTest, CountsPathsAndKeepsEachCallbackOnce) {
   Write("e/one");
   Pump(150);
   EXPECT_EQ(Deliveries(Native("e")), 0);
+}
+
+// Another thread may watch and stop while the main thread's loop delivers.
+TEST_F(DirectoryChangeMonitorTest, AnotherThreadMayWatchAndStop) {
+  ASSERT_TRUE(Watch("steady"));
+  MakeDir("busy");
+  std::atomic<bool> done{false};
+  std::thread other([&] {
+    for (int i = 0; i < 200; ++i) {
+      EXPECT_TRUE(MonitorDirectory(Path("busy"), callback_)) << GetLastError();
+      Put(Native("busy/f" + std::to_string(i % 10)));
+      Put(Native("steady/f" + std::to_string(i % 10)));
+      StopMonitoringDirectory(Path("busy"));
+    }
+    done = true;
+  });
+  EXPECT_TRUE(PumpUntil([&] { return done.load(); }));
+  other.join();
+  EXPECT_TRUE(PumpUntil([&] { return Deliveries(Native("steady")) > 0; }));
+  // "busy" is no longer watched: what is written now is not told.
+  Pump(50);
+  const int busy = Deliveries(Native("busy"));
+  Put(Native("busy/late"));
+  Pump(100);
+  EXPECT_EQ(Deliveries(Native("busy")), busy);
 }
 
 TEST_F(DirectoryChangeMonitorTest, FolderThatCannotBeWatchedIsAClearFailure) {
