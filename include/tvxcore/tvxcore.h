@@ -57,6 +57,7 @@
 #include "tvxcore/filesupport/CRCByteStream.h"
 #include "tvxcore/filesupport/CommonDirs.h"
 #include "tvxcore/filesupport/DirIterators.h"
+#include "tvxcore/filesupport/DirectoryChangeMonitor.h"
 #include "tvxcore/filesupport/File.h"
 #include "tvxcore/filesupport/FileExceptionText.h"
 #include "tvxcore/filesupport/FileExceptions.h"

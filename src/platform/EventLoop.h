@@ -75,6 +75,9 @@ class EventLoop {
   // descriptor cannot be watched (invalid, or watched already) with errno
   // set. The caller keeps the descriptor open until it has called Unwatch.
   std::uint64_t WatchReadable(int fd, std::function<void()> onReadable);
+  // The same for urgent or changed state instead of data (EPOLLPRI, and
+  // errors): what a mount table signals when mounts come or go.
+  std::uint64_t WatchPriority(int fd, std::function<void()> onPriority);
   // Ends a watch; from then on its callback is not called again on the
   // loop's thread (one already running on it finishes). Unknown ids are ignored.
   void Unwatch(std::uint64_t watch);
@@ -101,6 +104,7 @@ class EventLoop {
   bool Take(Entry& entry);
   bool HasEntries();
   void Wake() noexcept;
+  std::uint64_t WatchFor(int fd, std::uint32_t events, std::function<void()> callback);
   void DispatchReady(int timeoutMilliseconds, bool& failed);
 
   friend struct ThreadLoopHolder;

@@ -128,13 +128,21 @@ void EventLoop::Wake() noexcept {
 }
 
 std::uint64_t EventLoop::WatchReadable(int fd, std::function<void()> onReadable) {
+  return WatchFor(fd, EPOLLIN, std::move(onReadable));
+}
+
+std::uint64_t EventLoop::WatchPriority(int fd, std::function<void()> onPriority) {
+  return WatchFor(fd, EPOLLPRI, std::move(onPriority));
+}
+
+std::uint64_t EventLoop::WatchFor(int fd, std::uint32_t events, std::function<void()> callback) {
   std::lock_guard<std::mutex> lock(mutex_);
   const std::uint64_t id = nextId_++;
   epoll_event event{};
-  event.events = EPOLLIN;
+  event.events = events;
   event.data.u64 = id;
   if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) return 0;
-  watches_.emplace(id, std::make_shared<Watch>(Watch{fd, std::move(onReadable)}));
+  watches_.emplace(id, std::make_shared<Watch>(Watch{fd, std::move(callback)}));
   return id;
 }
 

@@ -132,6 +132,8 @@ struct MountPoint {
   std::string source;  // /dev/sda1, //server/share, server:/export
 };
 std::vector<MountPoint> ReadMounts();
+// The mounts of a mountinfo text; lines it cannot read are skipped.
+std::vector<MountPoint> ParseMounts(const std::string& text);
 // The mount whose path is the longest prefix of `path`; false if none.
 bool FindMount(const std::string& path, MountPoint& out);
 bool IsNetworkFileSystem(const std::string& fsType);

@@ -310,8 +310,15 @@ int ListDirectory(const std::string& path, const std::function<bool(const DirEnt
 }
 
 std::vector<MountPoint> ReadMounts() {
-  std::vector<MountPoint> mounts;
   std::ifstream in("/proc/self/mountinfo");
+  std::ostringstream text;
+  text << in.rdbuf();
+  return ParseMounts(text.str());
+}
+
+std::vector<MountPoint> ParseMounts(const std::string& text) {
+  std::vector<MountPoint> mounts;
+  std::istringstream in(text);
   std::string line;
   while (std::getline(in, line)) {
     // id parent major:minor root mountpoint options [optional...] - type source super

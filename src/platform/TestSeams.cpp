@@ -6,7 +6,7 @@
 namespace tvxcore::platform::seams {
 namespace {
 
-constexpr int kFaultKinds = 3;
+constexpr int kFaultKinds = 5;
 std::atomic<int> failures[kFaultKinds];
 // Further calls to fail with the same errno after the first.
 std::atomic<int> repeats[kFaultKinds];

@@ -10,9 +10,11 @@ namespace tvxcore::platform::seams {
 
 // The calls a test can make fail.
 enum class Fault {
-  kSync,   // fsync of a file being committed (safe save, replacing copy)
-  kWrite,  // one chunk of a file copy
-  kPages,  // pages for a block the caller is about to fill (large allocations)
+  kSync,              // fsync of a file being committed (safe save, replacing copy)
+  kWrite,             // one chunk of a file copy
+  kPages,             // pages for a block the caller is about to fill (large allocations)
+  kDirectoryWatch,    // inotify_add_watch of a watched directory
+  kDirectoryWatcher,  // inotify_init1 of a change monitor
 };
 
 // The next call of kind `fault` fails with `err` (an errno) without being

@@ -12,7 +12,9 @@ import json
 import os
 import re
 import shlex
+import select
 import shutil
+import signal
 import stat
 import subprocess
 import sys
@@ -106,7 +108,7 @@ def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
           groups == ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
-                     "text", "threads"],
+                     "text", "threads", "watch"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -479,6 +481,45 @@ def test_deferred(work):
           "threads:" not in report[1], report)
 
 
+def test_watch(work):
+    """A folder watched in the background: a new file is one line, Ctrl-C
+    ends with 0; folders that can't be watched fail once, with the reason."""
+    folder = os.path.join(work, "watched")
+    os.mkdir(folder)
+    env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "HOME": work}
+    env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
+    proc = subprocess.Popen([HOST, "watch", folder], cwd=work, env=env, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE)
+    out = err = b""
+    try:
+        ready = select.select([proc.stderr], [], [], 30)[0]
+        err = proc.stderr.readline() if ready else b""
+        with open(os.path.join(folder, "new"), "w") as f:
+            f.write("x")
+        ready = select.select([proc.stdout], [], [], 30)[0]
+        out = proc.stdout.readline() if ready else b""
+        proc.send_signal(signal.SIGINT)
+        rest_out, rest_err = proc.communicate(timeout=30)
+        out, err = out + rest_out, err + rest_err
+    finally:
+        if proc.poll() is None:
+            proc.kill()
+            proc.wait()
+    result = (proc.returncode, out.decode("utf-8", "replace"), err.decode("utf-8", "replace"))
+    check("watch: a new file is one line, Ctrl-C ends with 0",
+          proc.returncode == 0 and re.fullmatch(r"\d\d:\d\d:\d\d\.\d{3} changed: " +
+                                                re.escape(folder) + "\n", result[1]), result)
+    with open(os.path.join(work, "plain"), "w") as f:
+        f.write("x")
+    for target, reason in (("missing", "no such folder"), ("plain", "not a folder")):
+        path = os.path.join(work, target)
+        result = run(["watch", folder, path], work, timeout=60)
+        check("watch " + target, result[0] == 1 and result[2].count("tvxhost: ") == 1 and
+              path in result[2] and reason in result[2] and result[1] == "", result)
+    result = run(["watch"], work, timeout=60)
+    check("watch without a folder", result[0] == 2, result)
+
+
 def test_dictionaries(work):
     result = run(["--lang", "xx", "text", "upper", "a"], work)
     check("an unknown language warns once", result[0] == 0 and result[1] == "A\n" and
@@ -500,6 +541,8 @@ def test_odd_arguments(work, commands):
         for sub in subcommands(page):
             if (group, sub) in (("alloc", "stress"), ("threads", "bench")):
                 continue  # their defaults do real work; their arguments are in USAGE
+            if (group, sub) == ("watch", ""):
+                continue  # runs until interrupted; its arguments are in test_watch
             vectors = [[]] + [[o] for o in ODD] + [[o, o, o, o] for o in ODD]
             vectors.append([sentinel, "", "i32", "1"])
             for extra in vectors:
@@ -532,7 +575,7 @@ def main():
             global FILES
             FILES = [row for row in FILES if not row[1]]
         commands = ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
-                    "text", "threads", "help"]
+                    "text", "threads", "watch", "help"]
         sections = [
             lambda: commands.__setitem__(slice(None), test_examples(work)),
             lambda: test_help_and_version(work, commands),
@@ -544,6 +587,7 @@ def main():
             lambda: test_alias(work),
             lambda: test_deferred(work),
             lambda: test_dictionaries(work),
+            lambda: test_watch(work),
             lambda: test_odd_arguments(work, commands),
         ]
         for section in sections:
