@@ -178,4 +178,43 @@ TEST_F(FileCopyStreams, SinkReplacesTheTargetOnlyAtSuccess) {
   }
 }
 
+// The example of the README, as it stands there.
+namespace example {
+using namespace tvxcore;
+
+// Copies `from` to `to` in the background and waits for the end; the
+// failure, if any, in `error` (a file_exception naming the file).
+utility::BinaryCopier::State CopyInBackground(const UTF16String& from, const UTF16String& to,
+                                              unsigned long long& written,
+                                              std::exception_ptr& error) {
+  auto source = filesupport::FileCopySource::Create(filesupport::File(from));
+  auto sink = filesupport::FileCopySink::Create(filesupport::File(to));
+  std::promise<utility::BinaryCopier::State> ended;
+  auto copier = utility::BinaryCopier::CreateBinaryCopier(
+      source, sink, [&ended](utility::BinaryCopier::State state) { ended.set_value(state); },
+      [&written](unsigned long long bytes, boost::optional<unsigned long long> const&) {
+        written = bytes;  // reports come one at a time, in order
+      });
+  copier->Start();  // Pause(), Resume() and Cancel() work from any thread meanwhile
+  const utility::BinaryCopier::State state = ended.get_future().get();
+  error = source->LastError() ? source->LastError() : sink->LastError();
+  return state;
+}
+}  // namespace example
+
+TEST_F(FileCopyStreams, ExampleCopiesInTheBackground) {
+  Write("from", Pattern(5 * 1024 * 1024));
+  unsigned long long written = 0;
+  std::exception_ptr error;
+  EXPECT_EQ(example::CopyInBackground(Path("from"), Path("to"), written, error),
+            BinaryCopier::State_Finished);
+  EXPECT_EQ(written, 5u * 1024 * 1024);
+  EXPECT_FALSE(error);
+  EXPECT_EQ(Read("to"), Pattern(5 * 1024 * 1024));
+  std::string type;
+  EXPECT_EQ(example::CopyInBackground(Path("none"), Path("to"), written, error),
+            BinaryCopier::State_SourceError);
+  EXPECT_EQ(Named(error, type), Native("none"));
+}
+
 }  // namespace
