@@ -25,7 +25,7 @@
 namespace tvxcore::filesupport {
 
 // The size of the blocks a FileCopySource reads unless told otherwise.
-inline constexpr std::size_t kFileCopyBlockSize = 4 * 1024 * 1024;
+inline constexpr std::size_t kFileCopyBlockSize = 8 * 1024 * 1024;
 
 // Reads a file from its start to its end. The file is opened by the first
 // GetSize or Read, so creating a source never fails, and is kept from writers
