@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include <boost/function.hpp>
 #include <boost/make_shared.hpp>
 
 #include "filesupport/internal/PathCodec.h"
@@ -28,22 +29,45 @@ using utility::RecycledMemory;
 constexpr std::size_t kMinimumBlock = 4096;
 constexpr std::size_t kMaximumBlock = std::size_t{1} << 30;
 
-// The first failure of a source or a sink, and its platform code.
+// The first failure of a source or a sink, and its platform code. The
+// exception is kept as a value and each caller of LastError gets a new
+// copy, so no exception object is shared between threads.
 struct Failure {
-  std::exception_ptr error;
+  boost::function<std::exception_ptr()> make;
   int code = 0;
 
   template <typename Exception>
   void Set(const Exception& exception, int platformCode) {
-    SetPointer(std::make_exception_ptr(exception), platformCode);
-  }
-  // The exception being handled, with its own type.
-  void SetCurrent() { SetPointer(std::current_exception(), 0); }
-  void SetPointer(std::exception_ptr exception, int platformCode) {
-    if (error) return;
-    error = std::move(exception);
+    if (make) return;
+    make = [exception] { return std::make_exception_ptr(exception); };
     code = platformCode;
   }
+  // The file exception being handled, with its own type.
+  void SetCurrent() {
+    try {
+      throw;
+    } catch (const create_fnf_exception& e) {
+      Set(e, 0);
+    } catch (const create_locked_exception& e) {
+      Set(e, 0);
+    } catch (const create_accessdenied_exception& e) {
+      Set(e, 0);
+    } catch (const create_invalidpath_exception& e) {
+      Set(e, 0);
+    } catch (const create_exception& e) {
+      Set(e, 0);
+    } catch (const file_not_found_exception& e) {
+      Set(e, 0);
+    } catch (const file_delete_exception& e) {
+      Set(e, 0);
+    } catch (const rename_file& e) {
+      Set(e, 0);
+    } catch (const file_exception& e) {
+      Set(e, 0);
+    }
+  }
+  explicit operator bool() const { return !make.empty(); }
+  std::exception_ptr Get() const { return make ? make() : std::exception_ptr(); }
 };
 
 // Writes all of `size` bytes, in pieces the platform call takes.
@@ -76,7 +100,7 @@ struct FileCopySource::Record {
   // Opens the file once; false after a failure, which is stored.
   bool Open() TVX_REQUIRES(mutex) {
     if (handle >= 0) return true;
-    if (failure.error || closed) return false;
+    if (failure || closed) return false;
     std::string native;
     int error =
         internal::ToNative(file.FullPath(), native)
@@ -181,7 +205,7 @@ void FileCopySource::Finished(utility::FinishedSourceState) {
 
 std::exception_ptr FileCopySource::LastError() const {
   CheckedLock lock(record_->mutex);
-  return record_->failure.error;
+  return record_->failure.Get();
 }
 
 int FileCopySource::LastErrorCode() const {
@@ -207,7 +231,7 @@ struct FileCopySink::Record {
   // Creates and opens the temporary file once; false after a failure.
   bool Open() TVX_REQUIRES(mutex) {
     if (handle >= 0) return true;
-    if (failure.error || !save) return false;
+    if (failure || !save) return false;
     if (Dir(target.FullPath()).Exists()) {
       failure.Set(create_exception(target), platform::kErrorAccessDenied);
       return false;
@@ -266,7 +290,7 @@ struct FileCopySink::Record {
   }
 
   void Commit() TVX_REQUIRES(mutex) {
-    if (!save || failure.error || !created || handle >= 0) {
+    if (!save || failure || !created || handle >= 0) {
       Discard();
       return;
     }
@@ -325,7 +349,7 @@ void FileCopySink::Finished(utility::FinishedSinkState state) {
 
 std::exception_ptr FileCopySink::LastError() const {
   CheckedLock lock(record_->mutex);
-  return record_->failure.error;
+  return record_->failure.Get();
 }
 
 int FileCopySink::LastErrorCode() const {

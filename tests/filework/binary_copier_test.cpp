@@ -23,6 +23,32 @@ using tvxcore::utility::IBinarySource;
 using tvxcore::utility::RecycledMemory;
 using Block = boost::shared_ptr<RecycledMemory>;
 
+// The shared executors live for the whole run and are shut down in order
+// at its end (terminated, then joined), rather than torn down whenever the
+// last copy of a test lets go of them.
+class SharedExecutorsEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    executors_ = {tvxcore::threads::CreateIOBoundExecutor(),
+                  tvxcore::threads::CreateCPUBoundExecutor()};
+  }
+  void TearDown() override {
+    for (const auto& executor : executors_) {
+      executor->Terminate();
+      if (auto threaded =
+              boost::dynamic_pointer_cast<tvxcore::threads::AsyncThreadedExecutor>(executor))
+        threaded->WaitForQueuedWork();
+    }
+    executors_.clear();
+  }
+
+ private:
+  std::vector<boost::shared_ptr<tvxcore::threads::AsyncExecutor>> executors_;
+};
+
+const ::testing::Environment* const kSharedExecutors =
+    ::testing::AddGlobalTestEnvironment(new SharedExecutorsEnvironment);
+
 // How a scripted end answers one request.
 enum class How { Posted, Inline, Twice, Hold };
 
@@ -40,17 +66,14 @@ struct Log {
   }
 };
 
-// Answers from a thread other than the caller's.
-void Post(boost::function<void()> const& call) {
-  static const auto answerer = tvxcore::threads::CreateIOBoundExecutor();
-  answerer->CallAsynchronously(call, 0);
-}
-
+// Answers `done` as `how` says; a posted answer comes from a thread of the
+// I/O executor.
 template <typename Done>
 void Answer(How how, Done const& done, Done& held, boost::function<void(Done const&)> const& call) {
   switch (how) {
     case How::Posted:
-      Post([done, call] { call(done); });
+      tvxcore::threads::CreateIOBoundExecutor()->CallAsynchronously([done, call] { call(done); },
+                                                                    0);
       break;
     case How::Inline:
       call(done);
@@ -306,6 +329,7 @@ TEST(BinaryCopier, PauseDuringAReadKeepsTheBlockUntilResume) {
     std::copy_n(Letters(30).data(), 30, block->Buffer());
     return block;
   }());
+  copy.source->held.clear();  // the answer holds the copy alive
   Copy::Settle();
   EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Paused);
   EXPECT_EQ(copy.sink->writes_.load(), 0u);
@@ -330,6 +354,8 @@ TEST(BinaryCopier, CancelWithBothRequestsOutstandingEndsAtOnce) {
   // The late answers change nothing and start nothing.
   copy.source->held(IBinarySource::kSourceFailure, Block());
   copy.sink->held(IBinarySink::kSinkSuccess, 10);
+  copy.source->held.clear();
+  copy.sink->held.clear();
   Copy::Settle();
   EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Cancelled);
   EXPECT_EQ(copy.source->reads_.load(), 2u);

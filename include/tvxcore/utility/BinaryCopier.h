@@ -36,7 +36,8 @@ enum FinishedSinkState {
 //
 // Answers: each request is answered exactly once. An answer may come from
 // any thread. A second answer to the same request is ignored. A request that
-// is never answered holds the copy until Cancel. Failures are reported by
+// is never answered holds the copy until Cancel. The completion function
+// keeps the copy alive: let go of it once it has been called. Failures are reported by
 // the state argument alone: an exception thrown by Read goes to the
 // executor's handler and leaves the request unanswered.
 class TVXCORE_EXPORT IBinarySource {
