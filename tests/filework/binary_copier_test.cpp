@@ -378,12 +378,6 @@ TEST(BinaryCopier, ControlsOutsideTheirStatesDoNothing) {
   Copy::Settle();
   EXPECT_EQ(copy.source->reads_.load(), 1u);
   EXPECT_EQ(copy.sink->writes_.load(), 1u);
-
-  for (int value = 0; value <= 6; ++value) {
-    const auto state = static_cast<BinaryCopier::State>(value);
-    EXPECT_EQ(BinaryCopier::IsFinished(state), value >= 3) << value;
-    EXPECT_EQ(BinaryCopier::IsError(state), value == 4 || value == 5) << value;
-  }
 }
 
 }  // namespace
