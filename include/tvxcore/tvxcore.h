@@ -67,6 +67,10 @@
 #include "tvxcore/filesupport/SafeSave.h"
 #include "tvxcore/utility/FileUtils.h"
 
+// Background file copies
+#include "tvxcore/filesupport/FileCopyStreams.h"
+#include "tvxcore/utility/BinaryCopier.h"
+
 // Structured data
 #include "tvxcore/geom/Geometry.h"
 #include "tvxcore/proplist/PropList.h"

@@ -19,6 +19,7 @@ import stat
 import subprocess
 import sys
 import tempfile
+import time
 import zlib
 
 HOST = os.path.abspath(sys.argv[1])
@@ -107,8 +108,8 @@ def test_examples(work):
 def test_help_and_version(work, commands):
     groups = [c for c in commands if c != "help"]
     check("the commands are listed",
-          groups == ["alias", "alloc", "console", "crc", "errors", "fs", "json", "plist", "rle",
-                     "text", "threads", "watch"],
+          groups == ["alias", "alloc", "console", "copy", "crc", "errors", "fs", "json", "plist",
+                     "rle", "text", "threads", "watch"],
           (0, " ".join(commands), ""))
     version = run(["--version"], work)
     check("--version", version[0] == 0 and re.fullmatch(r"tvxhost \S+ \(tvxcore \S+\)\n",
@@ -176,6 +177,9 @@ USAGE = [
     (["errors", "substitute", "^1", "i:12x"], "<v1> must be a whole number"),
     (["fs", "copy", "a.txt", ""], "<to> is empty"),
     (["fs", "copy", "a.txt"], "missing <to>"),
+    (["copy", "a.txt"], "missing <to>"),
+    (["copy", "a.txt", ""], "<to> is empty"),
+    (["copy", "-p", "a.txt", "b.txt"], "unknown option '-p'"),
     (["fs", "ls", "-r", "-r", "."], "-r is given twice"),
     (["rle", "x"], "unexpected argument 'x'"),
     (["rle", "-x"], "unknown option '-x'"),
@@ -270,6 +274,16 @@ FILES = [
      ["'/nonexistent/dir/s.plist'"], []),
     (["plist", "set", "readonly/s.plist", "a", "i32", "1"], True, 1, ["'readonly/s.plist'"], []),
     (["crc", "missing.bin"], False, 1, ["The file 'missing.bin' could not be found."], []),
+    (["copy", "missing.txt", "out/x"], False, 1, ["The file 'missing.txt' could not be found."],
+     []),
+    (["copy", "a.txt", "nowhere/x"], False, 1,
+     ["Could not create the file 'nowhere/x'. The path is not valid."], []),
+    (["copy", "a.txt", "./a.txt"], False, 1, ["are the same file"], []),
+    (["copy", "locked", "out/x"], False, 1, ["'locked' is a directory"], []),
+    (["copy", "a.txt", "out"], False, 1, ["'out' is a directory: give the path of the file"], []),
+    (["copy", "a.txt", "readonly/x"], True, 1,
+     ["Could not create the file 'readonly/x'. Access was denied."], []),
+    (["copy", "unreadable.txt", "out/y"], True, 1, ["'unreadable.txt'"], ["out/y"]),
     (["crc", "locked"], False, 1, ["'locked' is a directory, not a file."], []),
     (["crc", "a.txt", "locked/inside.txt"], True, 1,
      ["'locked/inside.txt'", "Access to the directory 'locked' was denied"], []),
@@ -555,6 +569,45 @@ def test_odd_arguments(work, commands):
                     check(name + ": nothing changed", snapshot(work) == before, result)
 
 
+def test_copy(work):
+    """tvxhost copy: a byte-equal copy, and Ctrl-C in the middle of a large one
+    leaves neither the target nor a temporary file."""
+    data = os.urandom(3 << 20)
+    with open(os.path.join(work, "copy-from.bin"), "wb") as f:
+        f.write(data)
+    result = run(["copy", "copy-from.bin", "out/copy-to.bin"], work)
+    with open(os.path.join(work, "out", "copy-to.bin"), "rb") as f:
+        check("copy: byte-equal", result[0] == 0 and f.read() == data and
+              result[2].startswith("copied 3.0 MiB in "), result)
+    os.remove(os.path.join(work, "out", "copy-to.bin"))
+
+    big = os.path.join(work, "copy-big.bin")
+    with open(big, "wb") as f:
+        f.truncate(1 << 30)
+    before = sorted(os.listdir(os.path.join(work, "out")))
+    env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "LC_ALL": "C", "HOME": work}
+    env.update({k: v for k, v in os.environ.items() if k.endswith("SAN_OPTIONS")})
+    child = subprocess.Popen([HOST, "copy", big, os.path.join(work, "out", "big")], cwd=work,
+                             env=env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+    # Interrupt once the temporary file is there, i.e. the copy is under way.
+    for _ in range(2000):
+        if any(name.startswith("big") for name in os.listdir(os.path.join(work, "out"))):
+            break
+        child.poll()
+        if child.returncode is not None:
+            break
+        time.sleep(0.005)
+    child.send_signal(signal.SIGINT)
+    out, err = child.communicate(timeout=120)
+    result = (child.returncode, out.decode(), err.decode())
+    check("copy: Ctrl-C cancels", result[0] == 1 and result[2] == "tvxhost: copy cancelled\n",
+          result)
+    check("copy: Ctrl-C leaves nothing", sorted(os.listdir(os.path.join(work, "out"))) == before,
+          result)
+    os.remove(big)
+
+
 def snapshot(folder):
     """Names, sizes and times of everything below `folder` that root can see."""
     seen = {}
@@ -581,6 +634,7 @@ def main():
             lambda: test_help_and_version(work, commands),
             lambda: test_usage(work),
             lambda: test_files(work, FILES),
+            lambda: test_copy(work),
             lambda: test_plist(work),
             lambda: test_codecs(work),
             lambda: test_json(work),

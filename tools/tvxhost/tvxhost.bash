@@ -13,7 +13,7 @@ _tvxhost() {
         cword=$COMP_CWORD
     fi
 
-    local commands="alias alloc console crc errors fs json plist rle text threads watch help"
+    local commands="alias alloc console copy crc errors fs json plist rle text threads watch help"
     # The console's own commands, for -c.
     local console_commands="trace.set trace.get trace.getcategories trace.set.master
         trace.get.master trace.createdefaultconsolelogfile debug.get debug.set debug.list
@@ -59,6 +59,15 @@ _tvxhost() {
             ;;
         console)
             COMPREPLY=($(compgen -W "--help" -- "$cur"))
+            return
+            ;;
+        copy)
+            if [[ $cur == -* ]]; then
+                COMPREPLY=($(compgen -W "--help" -- "$cur"))
+            else
+                compopt -o filenames 2>/dev/null
+                COMPREPLY=($(compgen -f -- "$cur"))
+            fi
             return
             ;;
         crc)

@@ -1,0 +1,383 @@
+#include "tvxcore/utility/BinaryCopier.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/make_shared.hpp>
+#include <chrono>
+#include <future>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tvxcore/threads/SharedExecutors.h"
+
+namespace {
+
+using tvxcore::utility::BinaryCopier;
+using tvxcore::utility::IBinarySink;
+using tvxcore::utility::IBinarySource;
+using tvxcore::utility::RecycledMemory;
+using Block = boost::shared_ptr<RecycledMemory>;
+
+// The shared executors live for the whole run and are shut down in order
+// at its end (terminated, then joined), rather than torn down whenever the
+// last copy of a test lets go of them.
+class SharedExecutorsEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    executors_ = {tvxcore::threads::CreateIOBoundExecutor(),
+                  tvxcore::threads::CreateCPUBoundExecutor()};
+  }
+  void TearDown() override {
+    for (const auto& executor : executors_) {
+      executor->Terminate();
+      if (auto threaded =
+              boost::dynamic_pointer_cast<tvxcore::threads::AsyncThreadedExecutor>(executor))
+        threaded->WaitForQueuedWork();
+    }
+    executors_.clear();
+  }
+
+ private:
+  std::vector<boost::shared_ptr<tvxcore::threads::AsyncExecutor>> executors_;
+};
+
+const ::testing::Environment* const kSharedExecutors =
+    ::testing::AddGlobalTestEnvironment(new SharedExecutorsEnvironment);
+
+// How a scripted end answers one request.
+enum class How { Posted, Inline, Twice, Hold };
+
+// What both ends and the copier's functions did, in order.
+struct Log {
+  std::mutex mutex;
+  std::vector<std::string> events;
+  void Add(std::string event) {
+    std::lock_guard<std::mutex> lock(mutex);
+    events.push_back(std::move(event));
+  }
+  std::vector<std::string> Get() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return events;
+  }
+};
+
+// Answers `done` as `how` says; a posted answer comes from a thread of the
+// I/O executor.
+template <typename Done>
+void Answer(How how, Done const& done, Done& held, boost::function<void(Done const&)> const& call) {
+  switch (how) {
+    case How::Posted:
+      tvxcore::threads::CreateIOBoundExecutor()->CallAsynchronously([done, call] { call(done); },
+                                                                    0);
+      break;
+    case How::Inline:
+      call(done);
+      break;
+    case How::Twice:
+      call(done);
+      call(done);
+      break;
+    case How::Hold:
+      held = done;
+      break;
+  }
+}
+
+struct ReadStep {
+  int length;  // -1: the end of the data
+  How how = How::Posted;
+  bool fail = false;
+};
+
+class ScriptedSource : public IBinarySource {
+ public:
+  ScriptedSource(std::vector<ReadStep> steps, boost::optional<unsigned long long> size, Log& log)
+      : steps_(std::move(steps)), size_(size), log_(log) {}
+
+  void Read(ReadDone const& done) override {
+    const std::size_t index = reads_++;
+    const ReadStep step = index < steps_.size() ? steps_[index] : ReadStep{-1};
+    Block block;
+    if (step.length >= 0) {
+      block = boost::make_shared<RecycledMemory>();
+      if (step.length > 0) block->Allocate(step.length);
+      for (int i = 0; i < step.length; ++i)
+        block->Buffer()[i] = static_cast<char>('a' + (sent_++ % 26));
+    }
+    const SourceState state = step.fail ? kSourceFailure : kSourceSuccess;
+    Answer<ReadDone>(step.how, done, held,
+                     [state, block](ReadDone const& answer) { answer(state, block); });
+  }
+  boost::optional<unsigned long long> GetSize() override { return size_; }
+  void Finished(tvxcore::utility::FinishedSourceState state) override {
+    log_.Add("source " + std::to_string(state));
+  }
+
+  std::atomic<std::size_t> reads_{0};
+  ReadDone held;
+
+ private:
+  std::vector<ReadStep> steps_;
+  boost::optional<unsigned long long> size_;
+  Log& log_;
+  std::size_t sent_ = 0;
+};
+
+struct WriteStep {
+  How how = How::Posted;
+  bool fail = false;
+};
+
+class ScriptedSink : public IBinarySink {
+ public:
+  ScriptedSink(std::vector<WriteStep> steps, Log& log) : steps_(std::move(steps)), log_(log) {}
+
+  void Write(Block const& block, WriteDone const& done) override {
+    const std::size_t index = writes_++;
+    const WriteStep step = index < steps_.size() ? steps_[index] : WriteStep{};
+    unsigned long long bytes = 0;
+    if (!block) {
+      log_.Add("end");
+    } else if (!step.fail) {
+      data.append(block->Buffer(), block->Size());
+      bytes = block->Size();
+    }
+    const SinkState state = step.fail ? kSinkFailure : kSinkSuccess;
+    Answer<WriteDone>(step.how, done, held,
+                      [state, bytes](WriteDone const& answer) { answer(state, bytes); });
+  }
+  void Finished(tvxcore::utility::FinishedSinkState state) override {
+    log_.Add("sink " + std::to_string(state));
+  }
+
+  std::atomic<std::size_t> writes_{0};
+  std::string data;
+  WriteDone held;
+
+ private:
+  std::vector<WriteStep> steps_;
+  Log& log_;
+};
+
+std::string Letters(std::size_t count) {
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i) text.push_back(static_cast<char>('a' + i % 26));
+  return text;
+}
+
+// A copy between two scripted ends, with its finished function and progress
+// reports recorded in the log.
+struct Copy {
+  Copy(std::vector<ReadStep> reads, boost::optional<unsigned long long> size,
+       std::vector<WriteStep> writes = {})
+      : source(boost::make_shared<ScriptedSource>(std::move(reads), size, log)),
+        sink(boost::make_shared<ScriptedSink>(std::move(writes), log)),
+        copier(BinaryCopier::CreateBinaryCopier(
+            source, sink,
+            [this](BinaryCopier::State state) {
+              log.Add("finished " + std::to_string(state));
+              finished.set_value(state);
+            },
+            [this](unsigned long long written, boost::optional<unsigned long long> const& total) {
+              log.Add("progress " + std::to_string(written) + "/" +
+                      (total ? std::to_string(*total) : std::string("?")));
+            })) {}
+
+  // The end state; fails the test rather than hang.
+  BinaryCopier::State Wait() {
+    auto future = finished.get_future();
+    if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+      ADD_FAILURE() << "the copy never finished";
+      return BinaryCopier::State_NotStarted;
+    }
+    return future.get();
+  }
+
+  // Waits for everything the copier has queued so far.
+  static void Settle() {
+    auto executor = boost::dynamic_pointer_cast<tvxcore::threads::AsyncThreadedExecutor>(
+        tvxcore::threads::CreateCPUBoundExecutor());
+    for (int i = 0; i < 3; ++i) executor->WaitForQueuedWork();
+  }
+
+  Log log;
+  std::promise<BinaryCopier::State> finished;
+  boost::shared_ptr<ScriptedSource> source;
+  boost::shared_ptr<ScriptedSink> sink;
+  boost::shared_ptr<BinaryCopier> copier;
+};
+
+TEST(BinaryCopier, EndsAsTheScriptSays) {
+  struct Row {
+    const char* name;
+    std::vector<ReadStep> script;
+    boost::optional<unsigned long long> size;
+    std::vector<WriteStep> writes;
+    BinaryCopier::State expected;
+    std::size_t written;  // bytes the sink kept
+    std::size_t reads;    // read requests the source saw
+  };
+  const std::vector<Row> rows = {
+      {"empty source", {{-1, How::Inline}}, 0ull, {}, BinaryCopier::State_Finished, 0, 1},
+      {"three blocks",
+       {{100}, {200}, {50}, {-1}},
+       350ull,
+       {},
+       BinaryCopier::State_Finished,
+       350,
+       4},
+      {"unknown size", {{100}, {200}, {-1}}, boost::none, {}, BinaryCopier::State_Finished, 300, 3},
+      {"empty block skipped",
+       {{10}, {0}, {10}, {-1}},
+       20ull,
+       {},
+       BinaryCopier::State_Finished,
+       20,
+       4},
+      {"answers inline",
+       {{10, How::Inline}, {10, How::Inline}, {-1, How::Inline}},
+       20ull,
+       {{How::Inline}, {How::Inline}, {How::Inline}},
+       BinaryCopier::State_Finished,
+       20,
+       3},
+      {"answers twice",
+       {{10, How::Twice}, {10, How::Twice}, {-1, How::Twice}},
+       20ull,
+       {{How::Twice}, {How::Twice}, {How::Twice}},
+       BinaryCopier::State_Finished,
+       20,
+       3},
+      {"short of its size", {{50}, {40}, {-1}}, 100ull, {}, BinaryCopier::State_SourceError, 90, 3},
+      {"beyond its size",
+       {{60}, {50}, {10}, {-1}},
+       100ull,
+       {},
+       BinaryCopier::State_SourceError,
+       60,
+       2},
+      {"source fails",
+       {{10}, {10, How::Posted, true}, {-1}},
+       30ull,
+       {},
+       BinaryCopier::State_SourceError,
+       10,
+       2},
+      {"sink fails",
+       {{10}, {10}, {-1}},
+       20ull,
+       {{How::Posted, true}},
+       BinaryCopier::State_SinkError,
+       0,
+       2},
+      {"sink fails at the end",
+       {{10}, {-1}},
+       10ull,
+       {{}, {How::Posted, true}},
+       BinaryCopier::State_SinkError,
+       10,
+       2},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Copy copy(row.script, row.size, row.writes);
+    copy.copier->Start();
+    EXPECT_EQ(copy.Wait(), row.expected);
+    EXPECT_EQ(copy.copier->GetState(), row.expected);
+    EXPECT_EQ(copy.sink->data, Letters(row.written));
+    EXPECT_EQ(copy.source->reads_.load(), row.reads);
+
+    // Progress counts confirmed bytes and grows; the two ends' Finished and
+    // the finished function come last, in that order.
+    const std::vector<std::string> events = copy.log.Get();
+    const int end = BinaryCopier::IsError(row.expected) ? 1 : 0;
+    std::vector<std::string> tail = {"source " + std::to_string(end), "sink " + std::to_string(end),
+                                     "finished " + std::to_string(row.expected)};
+    ASSERT_GE(events.size(), 3u);
+    EXPECT_EQ(std::vector<std::string>(events.end() - 3, events.end()), tail);
+    const std::string total = row.size ? std::to_string(*row.size) : "?";
+    unsigned long long last = 0;
+    for (std::size_t i = 0; i + 3 < events.size(); ++i) {
+      if (events[i] == "end") continue;
+      unsigned long long written = 0;
+      char slash = 0;
+      std::string rest;
+      ASSERT_EQ(events[i].rfind("progress ", 0), 0u) << events[i];
+      std::istringstream(events[i].substr(9)) >> written >> slash >> rest;
+      EXPECT_GT(written, last);
+      EXPECT_EQ(rest, total);
+      last = written;
+    }
+    EXPECT_EQ(last, row.written);
+  }
+}
+
+TEST(BinaryCopier, PauseDuringAReadKeepsTheBlockUntilResume) {
+  Copy copy({{30, How::Hold}, {-1}}, 30ull);
+  copy.copier->Start();
+  Copy::Settle();
+  ASSERT_EQ(copy.source->reads_.load(), 1u);
+  copy.copier->Pause();
+  copy.source->held(IBinarySource::kSourceSuccess, [] {
+    auto block = boost::make_shared<RecycledMemory>();
+    block->Allocate(30);
+    std::copy_n(Letters(30).data(), 30, block->Buffer());
+    return block;
+  }());
+  copy.source->held.clear();  // the answer holds the copy alive
+  Copy::Settle();
+  EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Paused);
+  EXPECT_EQ(copy.sink->writes_.load(), 0u);
+  EXPECT_EQ(copy.source->reads_.load(), 1u);
+  copy.copier->Resume();
+  EXPECT_EQ(copy.Wait(), BinaryCopier::State_Finished);
+  EXPECT_EQ(copy.sink->data, Letters(30));
+}
+
+TEST(BinaryCopier, CancelWithBothRequestsOutstandingEndsAtOnce) {
+  Copy copy({{10}, {10, How::Hold}, {-1}}, 20ull, {{How::Hold}});
+  copy.copier->Start();
+  for (int i = 0; i < 1000 && (copy.source->reads_ < 2 || copy.sink->writes_ < 1); ++i) {
+    Copy::Settle();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  ASSERT_EQ(copy.source->reads_.load(), 2u);
+  ASSERT_EQ(copy.sink->writes_.load(), 1u);
+  copy.copier->Cancel();
+  EXPECT_EQ(copy.Wait(), BinaryCopier::State_Cancelled);
+
+  // The late answers change nothing and start nothing.
+  copy.source->held(IBinarySource::kSourceFailure, Block());
+  copy.sink->held(IBinarySink::kSinkSuccess, 10);
+  copy.source->held.clear();
+  copy.sink->held.clear();
+  Copy::Settle();
+  EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Cancelled);
+  EXPECT_EQ(copy.source->reads_.load(), 2u);
+  EXPECT_EQ(copy.sink->writes_.load(), 1u);
+  EXPECT_EQ(copy.log.Get(), (std::vector<std::string>{"source 2", "sink 2", "finished 6"}));
+}
+
+TEST(BinaryCopier, ControlsOutsideTheirStatesDoNothing) {
+  Copy copy({{-1}}, 0ull);
+  copy.copier->Cancel();
+  copy.copier->Pause();
+  copy.copier->Resume();
+  EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_NotStarted);
+  copy.copier->Start();
+  copy.copier->Resume();
+  EXPECT_EQ(copy.Wait(), BinaryCopier::State_Finished);
+  copy.copier->Cancel();
+  copy.copier->Pause();
+  EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Finished);
+  Copy::Settle();
+  EXPECT_EQ(copy.source->reads_.load(), 1u);
+  EXPECT_EQ(copy.sink->writes_.load(), 1u);
+}
+
+}  // namespace
