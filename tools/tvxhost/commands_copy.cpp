@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iomanip>
@@ -23,6 +22,7 @@
 #include "FileChecks.h"
 #include "Host.h"
 #include "HostServices.h"
+#include "Interrupts.h"
 #include "tvxcore/filesupport/FileCopyStreams.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 #include "tvxcore/threads/EventLoop.h"
@@ -37,22 +37,6 @@ constexpr char kIsADirectory[] =
     "$$$/tvxhost/copy/IsADirectory='@0' is a directory: give the path of the file to write.";
 constexpr char kSameFile[] = "$$$/tvxhost/copy/SameFile='@0' and '@1' are the same file.";
 constexpr char kCancelled[] = "$$$/tvxhost/copy/Cancelled=copy cancelled";
-
-volatile std::sig_atomic_t S_interrupted = 0;
-
-extern "C" void OnInterrupt(int) { S_interrupted = 1; }
-
-// Installs the Ctrl-C handler for the copy and puts the previous one back.
-class InterruptGuard {
- public:
-  InterruptGuard() : previous_(std::signal(SIGINT, OnInterrupt)) { S_interrupted = 0; }
-  ~InterruptGuard() { std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_); }
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
-
- private:
-  void (*previous_)(int);
-};
 
 // Whether the descriptor is a terminal: on Linux it names a character
 // device (/dev/pts/N, /dev/ttyN) other than the null device.
@@ -229,7 +213,7 @@ int Copy(const Args& raw) {
       keyWatch = threads::WatchReadableOnCurrentThread(0, [reader, togglePause, copier] {
         const char key = reader->Next();
         if (key == 'p' || key == 'P' || key == ' ') togglePause();
-        if (key == 3) S_interrupted = 1;  // Ctrl-C as a character in character mode
+        if (key == 3) InterruptGuard::Interrupt();  // Ctrl-C as a character in character mode
       });
     }
   }
@@ -239,7 +223,7 @@ int Copy(const Args& raw) {
   boost::shared_ptr<boost::function<void()>> tick = boost::make_shared<boost::function<void()>>();
   *tick = [watch, copier, main, weak = boost::weak_ptr<boost::function<void()>>(tick)] {
     if (watch->ended) return;
-    if (S_interrupted) copier->Cancel();
+    if (InterruptGuard::Interrupted()) copier->Cancel();
     watch->Draw();
     if (auto again = weak.lock()) main->CallAsynchronously(*again, 100);
   };
@@ -250,7 +234,7 @@ int Copy(const Args& raw) {
   } else {
     // Without a main thread loop: poll.
     while (!watch->ended) {
-      if (S_interrupted) copier->Cancel();
+      if (InterruptGuard::Interrupted()) copier->Cancel();
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
   }

@@ -4,13 +4,13 @@
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>
-#include <csignal>
 #include <iostream>
 #include <string>
 
 #include "Args.h"
 #include "Host.h"
 #include "HostServices.h"
+#include "Interrupts.h"
 #include "tvxcore/filesupport/DirectoryChangeMonitor.h"
 #include "tvxcore/threads/EventLoop.h"
 
@@ -19,10 +19,6 @@ namespace {
 
 namespace monitor = tvxcore::filesupport::DirectoryChangeMonitor;
 using tvxcore::threads::AsyncEventLoopAdaptor;
-
-volatile std::sig_atomic_t interrupted = 0;
-
-extern "C" void OnInterrupt(int) { interrupted = 1; }
 
 // "12:30:00.123", local time.
 std::string Stamp() {
@@ -36,7 +32,7 @@ std::string Stamp() {
 void QuitWhenInterrupted(boost::weak_ptr<AsyncEventLoopAdaptor> weakMain) {
   const auto main = weakMain.lock();
   if (!main) return;
-  if (interrupted) {
+  if (InterruptGuard::Interrupted()) {
     tvxcore::threads::QuitPlatformEventLoop();
     return;
   }
@@ -45,21 +41,11 @@ void QuitWhenInterrupted(boost::weak_ptr<AsyncEventLoopAdaptor> weakMain) {
 
 // Ends the monitor and puts the signal handlers back, however the command ends.
 struct WatchSession {
-  WatchSession() {
-    monitor::Initialize();
-    interrupted = 0;
-    previousInt = std::signal(SIGINT, OnInterrupt);
-    previousTerm = std::signal(SIGTERM, OnInterrupt);
-  }
-  ~WatchSession() {
-    std::signal(SIGINT, previousInt);
-    std::signal(SIGTERM, previousTerm);
-    monitor::Terminate();
-  }
+  WatchSession() { monitor::Initialize(); }
+  ~WatchSession() { monitor::Terminate(); }
   WatchSession(const WatchSession&) = delete;
   WatchSession& operator=(const WatchSession&) = delete;
-  void (*previousInt)(int) = nullptr;
-  void (*previousTerm)(int) = nullptr;
+  const InterruptGuard interrupts;
 };
 
 int Watch(const Args& raw) {
