@@ -61,30 +61,15 @@ _tvxhost() {
             COMPREPLY=($(compgen -W "--help" -- "$cur"))
             return
             ;;
-        copy)
+        copy | crc | watch)
+            # Files, or folders for watch.
             if [[ $cur == -* ]]; then
                 COMPREPLY=($(compgen -W "--help" -- "$cur"))
             else
                 compopt -o filenames 2>/dev/null
-                COMPREPLY=($(compgen -f -- "$cur"))
-            fi
-            return
-            ;;
-        crc)
-            if [[ $cur == -* ]]; then
-                COMPREPLY=($(compgen -W "--help" -- "$cur"))
-            else
-                compopt -o filenames 2>/dev/null
-                COMPREPLY=($(compgen -f -- "$cur"))
-            fi
-            return
-            ;;
-        watch)
-            if [[ $cur == -* ]]; then
-                COMPREPLY=($(compgen -W "--help" -- "$cur"))
-            else
-                compopt -o filenames 2>/dev/null
-                COMPREPLY=($(compgen -d -- "$cur"))
+                local kind=-f
+                [[ $command == watch ]] && kind=-d
+                COMPREPLY=($(compgen $kind -- "$cur"))
             fi
             return
             ;;
