@@ -90,7 +90,11 @@ void BM_Cp(benchmark::State& state) {
   Account(state);
 }
 
-void BM_CopyFileRange(benchmark::State& state) {
+// Copies the source to a fresh target with `step` (bytes moved from one
+// descriptor to the other, -1 on failure, 0 at the end), flushes it, and
+// reports a failure as `what`. Each iteration starts with the target removed.
+template <typename Step>
+void RunDescriptorCopy(benchmark::State& state, const char* what, Step step) {
   for (auto _ : state) {
     state.PauseTiming();
     RemoveTarget();
@@ -99,38 +103,31 @@ void BM_CopyFileRange(benchmark::State& state) {
     const int out = ::open(S_target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     bool ok = in >= 0 && out >= 0;
     while (ok) {
-      const ssize_t moved = ::copy_file_range(in, nullptr, out, nullptr, 1u << 30, 0);
+      const ssize_t moved = step(in, out);
       ok = moved >= 0;
       if (moved <= 0) break;
     }
     ok = ok && ::fsync(out) == 0;
     if (in >= 0) ::close(in);
     if (out >= 0) ::close(out);
-    if (!Check(state, ok, "copy_file_range failed")) break;
+    if (!Check(state, ok, what)) break;
   }
   Account(state);
 }
 
+void BM_CopyFileRange(benchmark::State& state) {
+  RunDescriptorCopy(state, "copy_file_range failed", [](int in, int out) {
+    return ::copy_file_range(in, nullptr, out, nullptr, 1u << 30, 0);
+  });
+}
+
 void BM_ReadWriteLoop(benchmark::State& state) {
   std::vector<char> buffer(static_cast<std::size_t>(state.range(0)) << 20);
-  for (auto _ : state) {
-    state.PauseTiming();
-    RemoveTarget();
-    state.ResumeTiming();
-    const int in = ::open(S_source.c_str(), O_RDONLY | O_CLOEXEC);
-    const int out = ::open(S_target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    bool ok = in >= 0 && out >= 0;
-    while (ok) {
-      const ssize_t got = ::read(in, buffer.data(), buffer.size());
-      ok = got >= 0 && ::write(out, buffer.data(), static_cast<std::size_t>(got)) == got;
-      if (got <= 0) break;
-    }
-    ok = ok && ::fsync(out) == 0;
-    if (in >= 0) ::close(in);
-    if (out >= 0) ::close(out);
-    if (!Check(state, ok, "read/write failed")) break;
-  }
-  Account(state);
+  RunDescriptorCopy(state, "read/write failed", [&buffer](int in, int out) -> ssize_t {
+    const ssize_t got = ::read(in, buffer.data(), buffer.size());
+    if (got <= 0) return got;
+    return ::write(out, buffer.data(), static_cast<std::size_t>(got)) == got ? got : -1;
+  });
 }
 
 void Configure(benchmark::internal::Benchmark* b) {
