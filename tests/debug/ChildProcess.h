@@ -4,6 +4,7 @@
 // standard output and standard error, comes back to the test.
 #pragma once
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -27,7 +28,6 @@ struct ChildResult {
   std::string output;    // its standard output and standard error, "\r" kept
   bool timedOut = false;
 
-  bool Exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
   int ExitCode() const { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 };
 
@@ -131,14 +131,9 @@ inline std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// The executable's file name and the calling thread's system name, as the
-// assertion text shows them.
-inline std::string ExecutableName() {
-  char buffer[4096];
-  const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  const std::string path(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
-  return path.substr(path.rfind('/') + 1);
-}
+// The executable's file name (as it was started) and the calling thread's
+// system name, as the assertion text shows them.
+inline std::string ExecutableName() { return program_invocation_short_name; }
 inline std::string ThreadName() {
   std::string name = ReadFile("/proc/thread-self/comm");
   while (!name.empty() && name.back() == '\n') name.pop_back();

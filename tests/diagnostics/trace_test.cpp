@@ -157,7 +157,6 @@ TEST_F(Trace, FileLinesReadAsTheyAreWrittenAndDamageIsKeptAside) {
       {"abc\t 01\t-3", "abc\t1\t-3\n", false},
       {"abc\t1\t5\n\nabc\t1\t8\n", "abc\t1\t8\n", true},
       {"abc\t1\tloud\n", "abc\t1\t0\n", true},
-      {"abc\t1\t", "abc\t1\t0\n", true},
       {"abc\t1\n", "abc\t1\t0\n", true},
       {"abc\t1\t99999999999\n", "abc\t1\t0\n", true},
       {"abc\t1\t5\textra\n", "abc\t1\t5\n", true},

@@ -213,6 +213,10 @@ struct Copy {
 };
 
 TEST(BinaryCopier, EndsAsTheScriptSays) {
+  constexpr auto kDone = BinaryCopier::State_Finished;
+  constexpr auto kSourceError = BinaryCopier::State_SourceError;
+  constexpr auto kSinkError = BinaryCopier::State_SinkError;
+  constexpr How kNow = How::Inline, k2x = How::Twice;
   struct Row {
     const char* name;
     std::vector<ReadStep> script;
@@ -223,65 +227,17 @@ TEST(BinaryCopier, EndsAsTheScriptSays) {
     std::size_t reads;    // read requests the source saw
   };
   const std::vector<Row> rows = {
-      {"empty source", {{-1, How::Inline}}, 0ull, {}, BinaryCopier::State_Finished, 0, 1},
-      {"three blocks",
-       {{100}, {200}, {50}, {-1}},
-       350ull,
-       {},
-       BinaryCopier::State_Finished,
-       350,
-       4},
-      {"unknown size", {{100}, {200}, {-1}}, boost::none, {}, BinaryCopier::State_Finished, 300, 3},
-      {"empty block skipped",
-       {{10}, {0}, {10}, {-1}},
-       20ull,
-       {},
-       BinaryCopier::State_Finished,
-       20,
-       4},
-      {"answers inline",
-       {{10, How::Inline}, {10, How::Inline}, {-1, How::Inline}},
-       20ull,
-       {{How::Inline}, {How::Inline}, {How::Inline}},
-       BinaryCopier::State_Finished,
-       20,
-       3},
-      {"answers twice",
-       {{10, How::Twice}, {10, How::Twice}, {-1, How::Twice}},
-       20ull,
-       {{How::Twice}, {How::Twice}, {How::Twice}},
-       BinaryCopier::State_Finished,
-       20,
-       3},
-      {"short of its size", {{50}, {40}, {-1}}, 100ull, {}, BinaryCopier::State_SourceError, 90, 3},
-      {"beyond its size",
-       {{60}, {50}, {10}, {-1}},
-       100ull,
-       {},
-       BinaryCopier::State_SourceError,
-       60,
-       2},
-      {"source fails",
-       {{10}, {10, How::Posted, true}, {-1}},
-       30ull,
-       {},
-       BinaryCopier::State_SourceError,
-       10,
-       2},
-      {"sink fails",
-       {{10}, {10}, {-1}},
-       20ull,
-       {{How::Posted, true}},
-       BinaryCopier::State_SinkError,
-       0,
-       2},
-      {"sink fails at the end",
-       {{10}, {-1}},
-       10ull,
-       {{}, {How::Posted, true}},
-       BinaryCopier::State_SinkError,
-       10,
-       2},
+      {"empty source", {{-1, kNow}}, 0ull, {}, kDone, 0, 1},
+      {"three blocks", {{100}, {200}, {50}, {-1}}, 350ull, {}, kDone, 350, 4},
+      {"unknown size", {{100}, {200}, {-1}}, boost::none, {}, kDone, 300, 3},
+      {"empty block skipped", {{10}, {0}, {10}, {-1}}, 20ull, {}, kDone, 20, 4},
+      {"sync", {{10, kNow}, {10, kNow}, {-1, kNow}}, 20ull, {{kNow}, {kNow}, {kNow}}, kDone, 20, 3},
+      {"twice", {{10, k2x}, {10, k2x}, {-1, k2x}}, 20ull, {{k2x}, {k2x}, {k2x}}, kDone, 20, 3},
+      {"short of its size", {{50}, {40}, {-1}}, 100ull, {}, kSourceError, 90, 3},
+      {"beyond its size", {{60}, {50}, {10}, {-1}}, 100ull, {}, kSourceError, 60, 2},
+      {"source fails", {{10}, {10, How::Posted, true}, {-1}}, 30ull, {}, kSourceError, 10, 2},
+      {"sink fails", {{10}, {10}, {-1}}, 20ull, {{How::Posted, true}}, kSinkError, 0, 2},
+      {"sink fails at the end", {{10}, {-1}}, 10ull, {{}, {How::Posted, true}}, kSinkError, 10, 2},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
