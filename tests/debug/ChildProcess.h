@@ -31,6 +31,13 @@ struct ChildResult {
   int ExitCode() const { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 };
 
+// How often `part` occurs in `text`, overlaps included.
+inline std::size_t Count(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
 namespace detail {
 
 // Reads `fd` until end of file or the deadline; false on the deadline. Each
@@ -42,10 +49,7 @@ inline bool Drain(int fd, std::string& into, std::chrono::steady_clock::time_poi
   char buffer[4096];
   std::size_t given = 0;
   for (;;) {
-    std::size_t prompts = 0;
-    if (!prompt.empty())
-      for (auto at = into.find(prompt); at != std::string::npos; at = into.find(prompt, at + 1))
-        ++prompts;
+    const std::size_t prompts = prompt.empty() ? 0 : Count(into, prompt);
     while (given < answers.size() && given < prompts) {
       const std::string& answer = answers[given++];
       if (write(fd, answer.data(), answer.size()) < 0) break;

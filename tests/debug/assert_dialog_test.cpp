@@ -20,13 +20,8 @@ namespace {
 
 using namespace tvxcore::debug;
 using tvxtest::ChildResult;
+using tvxtest::Count;
 using tvxtest::RunInChild;
-
-std::size_t Count(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
 
 // Three assertions: site A fails twice, then site B once. The exit status
 // says what each returned and which ignore flags were set.

