@@ -237,7 +237,6 @@ TEST_F(Console, EveryCommandPrintsItsText) {
       std::string output;  // a regular expression
     } kRows[] = {
         {"trace.set Foo 9", true, "trace category Foo set to volume 9\n"},
-        {"trace.get Foo", true, "trace volume for category Foo is 9\n"},
         {"\ttrace.get \t Foo  ", true, "trace volume for category Foo is 9\n"},
         {"trace.set Foo", true, "trace volume for category Foo is 9\n"},
         {"trace.set Foo loud", true, "trace volume for category Foo is 9\n"},

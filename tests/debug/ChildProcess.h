@@ -123,10 +123,7 @@ inline ChildResult RunInChild(const std::function<int()>& body, bool withTermina
   waitpid(child, &result.status, 0);
   close(output[0]);
   if (master >= 0) close(master);
-  std::string cleaned;
-  for (char c : result.terminal)
-    if (c != '\r') cleaned += c;
-  result.terminal = cleaned;
+  std::erase(result.terminal, '\r');
   return result;
 }
 

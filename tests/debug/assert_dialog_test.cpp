@@ -120,7 +120,6 @@ TEST(AssertDialog, TerminalPromptShowsTheTextAndActsOnEachAnswer) {
     std::size_t prompts;
   } table[] = {
       {"Debug breaks", "d\ni\ni\n", kFirstBreaks, 3},
-      {"Ignore Once does nothing", "i\ni\ni\n", 0, 3},
       {"Enter is Ignore Once", "\n\n\n", 0, 3},
       {"Ignore Always silences the site", "a\ni\n", kSiteAIgnored, 2},
       {"a label counts as its letter", "Ignore Always\ni\n", kSiteAIgnored, 2},
