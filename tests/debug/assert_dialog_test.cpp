@@ -137,16 +137,9 @@ TEST(AssertDialog, TerminalPromptShowsTheTextAndActsOnEachAnswer) {
         << result.terminal;
   }
 
-  // The prompt in full, with "\r\n" shown as line ends: an unknown answer
-  // asks again, and Copy writes the text once more.
-  const ChildResult result = RunInChild(
-      [] {
-        SetAssertWriteToStdOut(false);
-        bool ignore = false;
-        return BreakAfterAssertDialog(ignore, "x > 0", "the message", "file.cpp", 12, "Func") ? 1
-                                                                                              : 0;
-      },
-      true, "x\nc\ni\n");
+  // The first prompt in full, with "\r\n" shown as line ends: an unknown
+  // answer asks again, and Copy writes the text once more.
+  const ChildResult result = RunInChild(&ThreeAssertions, true, "x\nc\ni\ni\ni\n");
   EXPECT_EQ(result.ExitCode(), 0);
   // The child's main thread: its thread id is its process id.
   const std::string::size_type pidAt = result.terminal.find("Process ID: ");

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -121,13 +122,11 @@ TEST(AssertDeathTest, StandardOutputModeIsDecidedOnceFromTheEnvironment) {
           unsetenv("DISPLAY");
           unsetenv("WAYLAND_DISPLAY");
           if (row.preset == Preset::kOff) SetAssertWriteToStdOut(false);
-          long first = 0;
-          if (row.preset == Preset::kScopeOn || row.preset == Preset::kScopeOff) {
-            ScAssertToStdOut scope(row.preset == Preset::kScopeOn);
-            first = DisplayAssert("t", "first");
-          } else {
-            first = DisplayAssert("t", "first");
-          }
+          std::optional<ScAssertToStdOut> scope;
+          if (row.preset == Preset::kScopeOn || row.preset == Preset::kScopeOff)
+            scope.emplace(row.preset == Preset::kScopeOn);
+          const long first = DisplayAssert("t", "first");
+          scope.reset();
           unsetenv("TVX_USE_STDOUT");
           const long second = DisplayAssert("t", "second");
           std::fflush(stdout);

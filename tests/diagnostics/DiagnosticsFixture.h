@@ -22,11 +22,6 @@ inline tvxcore::UTF8String U8(std::string_view text) {
 inline std::string S8(const tvxcore::UTF8String& text) {
   return std::string(text.begin(), text.end());
 }
-// A text literal with its zero bytes.
-template <std::size_t N>
-std::string Bytes(const char (&text)[N]) {
-  return std::string(text, N - 1);
-}
 
 // Environment variable that hands the parent's folder to a fresh process.
 inline constexpr char kRootVariable[] = "TVX_DIAGNOSTICS_TEST_ROOT";

@@ -20,7 +20,7 @@ using tvxcore::UTF8String;
 constexpr char kFile[] = "Debug Database.txt";
 constexpr char kOld[] = "Debug Database.txt.old";
 
-using tvxtest::Bytes;
+using namespace std::string_literals;
 using tvxtest::S8;
 using tvxtest::U8;
 
@@ -140,7 +140,7 @@ TEST_F(DebugDatabase, DamagedFilesAreKeptAsideAndNeverMadeWorse) {
     std::string text, saved;
   };
   const std::vector<Row> rows = {
-      {Bytes("a\t1\t1\r\n\0\0garbage\tafter\r\n"), "a\t1\t1\r\n"},
+      {"a\t1\t1\r\n\0\0garbage\tafter\r\n"s, "a\t1\t1\r\n"},
       {"a\t1\t1\r\njunk line\r\nb\t2", "a\t1\t1\r\nb\t2\t\r\n"},
       {"a\t1\t1\r\na\t3\t3\r\n", "a\t3\t3\r\n"},
   };

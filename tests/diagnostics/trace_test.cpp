@@ -25,7 +25,7 @@ using tvxcore::UTF8String;
 constexpr char kFile[] = "Trace Database.txt";
 constexpr char kOld[] = "Trace Database.txt.old";
 
-using tvxtest::Bytes;
+using namespace std::string_literals;
 
 std::vector<std::string> Categories() {
   std::list<UTF8String> names;
@@ -159,7 +159,7 @@ TEST_F(Trace, FileLinesReadAsTheyAreWrittenAndDamageIsKeptAside) {
       {"abc\t1\t99999999999\n", "abc\t1\t0\n", true},
       {"abc\t1\t5\textra\n", "abc\t1\t5\n", true},
       {"no tab here\nabc\t1\t4\n", "abc\t1\t4\n", true},
-      {Bytes("ab\0zz\t1\t4\nabc\t1\t4\n"), "ab\t1\t4\nabc\t1\t4\n", true},
+      {"ab\0zz\t1\t4\nabc\t1\t4\n"s, "ab\t1\t4\nabc\t1\t4\n", true},
   };
   Start();
   for (const Row& row : rows) {
