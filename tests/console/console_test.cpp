@@ -298,7 +298,6 @@ TEST_F(Console, EveryCommandPrintsItsText) {
                                                                             << output;
     }
     EXPECT_TRUE(std::filesystem::exists(PrefDir() / "logs" / "Diag Log.txt"));
-    EXPECT_TRUE(ConsoleLogFile::GetInstance()->Exists());
     ConsoleLogFile::Terminate();
   });
 }
@@ -320,22 +319,21 @@ TEST_F(Console, ListingRegistryAndCommandsOfTheHost) {
   tvxcore::utility::UTF16OutputStream out(&buffer);
   tvxcore::console::ListCommands(out);
   const std::string listing = S(buffer.str());
-  EXPECT_EQ(listing.rfind("Currently installed commands.\n", 0), 0u);
+  // In the order of the names.
+  EXPECT_EQ(listing.rfind("Currently installed commands.\n"
+                          "debug.clear - clears the contents of the debug database.\n",
+                          0),
+            0u);
   EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1 + 14 + 1) << listing;
   for (const char* help :
-       {"debug.clear - clears the contents of the debug database.\n", "echo <text> - repeats it.\n",
-        "filesupport.listdirs - list the special directoriees.\n",
+       {"echo <text> - repeats it.\n", "filesupport.listdirs - list the special directoriees.\n",
         "trace.getcategories - Lists all catagories that have been traced.\n",
         "trace.set.master <volume> - Sets the master trace volume. This is the highest volume "
         "that will be traced.\n"})
     EXPECT_NE(listing.find(help), std::string::npos) << help;
-  std::list<UTF16String> names;
-  tvxcore::console::CommandRegistry::GetCommandNames(names);
-  EXPECT_EQ(names.size(), 15u);
-  EXPECT_EQ(S(names.front()), "debug.clear");
 
   tvxcore::console::Terminate();
-  names.clear();
+  std::list<UTF16String> names;
   tvxcore::console::CommandRegistry::GetCommandNames(names);
   ASSERT_EQ(names.size(), 1u);  // the host's own stays
   std::unique_ptr<tvxcore::console::Command> echo(
