@@ -101,7 +101,6 @@ TEST_F(DebugDatabase, AHandEditedFileReadsTrimmed) {
               "  spaced key \t  value with blanks \t default \r\n"
               "extra\tcr\tdone\r\r\n"
               "\t\tempty key\n"
-              "\n"
               "   \r\n"
               "tabs\t\t\tv\n");
     SetIdentity();
