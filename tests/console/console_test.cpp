@@ -18,7 +18,6 @@
 
 #include "config/ErrorTestSupport.h"
 #include "diagnostics/DiagnosticsFixture.h"
-#include "tvxcore/config/ClientIdentity.h"
 #include "tvxcore/console/Console.h"
 #include "tvxcore/console/ConsoleLogFile.h"
 #include "tvxcore/debug/DebugDatabase.h"
@@ -49,10 +48,7 @@ class Console : public tvxtest::DiagnosticsTest {
   std::filesystem::path Logs() const { return PrefDir() / "logs"; }
   std::filesystem::path Log() const { return Logs() / "Diag Log.txt"; }
   std::filesystem::path LastLog() const { return Logs() / "Diag Log-last.txt"; }
-  void PlaceEmptyLog() const {
-    std::filesystem::create_directories(Logs());
-    std::ofstream(Log(), std::ios::binary);
-  }
+  void PlaceEmptyLog() const { WritePref("logs/Diag Log.txt", ""); }
 };
 
 // Whether a log is written, from an empty file or a setting, and what becomes
@@ -71,7 +67,6 @@ TEST_F(Console, LogExistsOnlyWhenItsFileOrTheSettingIsThereAndKeepsThePreviousRu
     const char* lastAfter;
   } kCases[] = {
       {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
-      {"", nullptr, nullptr, nullptr, "", ""},
       {nullptr, nullptr, "CreateLogFilesThatDoNotExist", "true", "", nullptr},
       {nullptr, nullptr, "CreateLogFilesThatDoNotExist", "false", nullptr, nullptr},
       {"previous run\n", nullptr, nullptr, nullptr, "", "previous run\n"},
@@ -110,11 +105,10 @@ TEST_F(Console, LogExistsOnlyWhenItsFileOrTheSettingIsThereAndKeepsThePreviousRu
 
 TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
   const struct {
-    const char* setting;  // set to "false"/"true" in the debug database first
+    const char* setting;  // set in the debug database first (without: ticks, as in every log)
     const char* value;
     const char* prefix;  // of the line written after the client name
   } kCases[] = {
-      {nullptr, nullptr, R"(Ticks = \d+      )"},
       {"LogTimeInTicks", "false", R"(\d\d/\d\d/\d{4} \d\d:\d\d:\d\d )"},
       {"AddUTCTimestampToTraces", "true", ""},
   };
@@ -129,8 +123,7 @@ TEST_F(Console, EarlyTextFollowsTheHeaderAndPrefixesFollowTheSettings) {
       ConsoleLogFile::Terminate();  // settings are read when the log is made
       SetIdentity();
       PlaceEmptyLog();
-      if (c.setting != nullptr)
-        tvxcore::debug::DebugDatabase::Instance().SetEntry(U8(c.setting), U8(c.value));
+      tvxcore::debug::DebugDatabase::Instance().SetEntry(U8(c.setting), U8(c.value));
       ConsoleLogFile::GetInstance()->WriteToLog(U8("early three\n"), true);
       ConsoleLogFile::GetInstance()->WriteToLog(U8("late\n"), true);
       ConsoleLogFile::Terminate();
@@ -231,12 +224,9 @@ TEST_F(Console, EveryCommandPrintsItsText) {
     const std::string root = root_.string(), pref = PrefDir().string();
     std::filesystem::create_directories(root_ / "docs" / "sub");
     std::ofstream(root_ / "docs" / "Notes.TXT") << "x";
-    auto expand = [&](std::string text) {
-      for (const auto& [key, value] :
-           {std::pair<std::string, std::string>{"{root}", root}, {"{pref}", pref}})
-        for (auto at = text.find(key); at != std::string::npos; at = text.find(key))
-          text.replace(at, key.size(), value);
-      return text;
+    auto expand = [&](const std::string& text) {
+      return std::regex_replace(std::regex_replace(text, std::regex("\\{root\\}"), root),
+                                std::regex("\\{pref\\}"), pref);
     };
     const std::string kDate = R"(\d{4}-[A-Z][a-z]{2}-\d\d \d\d:\d\d:\d\d(\.\d+)?)";
     const struct {
@@ -245,7 +235,6 @@ TEST_F(Console, EveryCommandPrintsItsText) {
       std::string output;  // a regular expression
     } kRows[] = {
         {"trace.set Foo 9", true, "trace category Foo set to volume 9\n"},
-        {"trace.get Foo", true, "trace volume for category Foo is 9\n"},
         {"\ttrace.get \t Foo  ", true, "trace volume for category Foo is 9\n"},
         {"trace.set Foo", true, "trace volume for category Foo is 9\n"},
         {"trace.set Foo loud", true, "trace volume for category Foo is 9\n"},
@@ -258,12 +247,10 @@ TEST_F(Console, EveryCommandPrintsItsText) {
         {"trace.set.master 7", true, "Master trace volume set to 7\n"},
         {"trace.get.master", true, "Master trace volume is 7\n"},
         {"trace.set.master", true, "Master trace volume is 7\n"},
-        {"trace.set.master x", true, "Master trace volume is 7\n"},
         {"debug.set a = 1", true, "a = 1\n"},
         {"debug.set  b.c=  two words ", true, "b\\.c = two words\n"},
         {"debug.set a", true, "a = 1\n"},
         {"debug.set", true, ""},
-        {"debug.set = 4", true, ""},
         {"debug.get a", true, "a = 1\n"},
         {"debug.get nothing", true, "nothing = \n"},
         {"debug.list", true, "Listing contents of debug database!\na = 1\nb\\.c = two words\n"},
@@ -295,11 +282,8 @@ TEST_F(Console, EveryCommandPrintsItsText) {
         {"trace.createdefaultconsolelogfile", true,
          "Created log file at: {pref}/logs/Diag Log\\.txt\n"},
         // Lines that run nothing and print nothing.
-        {"", false, ""},
-        {" \t \t", false, ""},
         {"trace.get\tFoo", false, ""},
         {" trace.get Foo", false, ""},  // only a blank ends the name, so it is empty
-        {"nosuch.command a b", false, ""},
         {"TRACE.GET Foo", false, ""},
     };
     for (const auto& row : kRows) {
@@ -310,7 +294,6 @@ TEST_F(Console, EveryCommandPrintsItsText) {
                                                                             << output;
     }
     EXPECT_TRUE(std::filesystem::exists(PrefDir() / "logs" / "Diag Log.txt"));
-    EXPECT_TRUE(ConsoleLogFile::GetInstance()->Exists());
     ConsoleLogFile::Terminate();
   });
 }
@@ -332,22 +315,21 @@ TEST_F(Console, ListingRegistryAndCommandsOfTheHost) {
   tvxcore::utility::UTF16OutputStream out(&buffer);
   tvxcore::console::ListCommands(out);
   const std::string listing = S(buffer.str());
-  EXPECT_EQ(listing.rfind("Currently installed commands.\n", 0), 0u);
+  // In the order of the names.
+  EXPECT_EQ(listing.rfind("Currently installed commands.\n"
+                          "debug.clear - clears the contents of the debug database.\n",
+                          0),
+            0u);
   EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), 1 + 14 + 1) << listing;
   for (const char* help :
-       {"debug.clear - clears the contents of the debug database.\n", "echo <text> - repeats it.\n",
-        "filesupport.listdirs - list the special directoriees.\n",
+       {"echo <text> - repeats it.\n", "filesupport.listdirs - list the special directoriees.\n",
         "trace.getcategories - Lists all catagories that have been traced.\n",
         "trace.set.master <volume> - Sets the master trace volume. This is the highest volume "
         "that will be traced.\n"})
     EXPECT_NE(listing.find(help), std::string::npos) << help;
-  std::list<UTF16String> names;
-  tvxcore::console::CommandRegistry::GetCommandNames(names);
-  EXPECT_EQ(names.size(), 15u);
-  EXPECT_EQ(S(names.front()), "debug.clear");
 
   tvxcore::console::Terminate();
-  names.clear();
+  std::list<UTF16String> names;
   tvxcore::console::CommandRegistry::GetCommandNames(names);
   ASSERT_EQ(names.size(), 1u);  // the host's own stays
   std::unique_ptr<tvxcore::console::Command> echo(
@@ -365,13 +347,11 @@ TEST(ConsoleTokenizer, DividesAsDocumented) {
   } kCases[] = {
       {u"a b", u" ", false, {u"a", u"b"}},
       {u"a  b", u" ", false, {u"a", u"", u"b"}},
-      {u"a  b", u" \t", true, {u"a", u"b"}},
       {u" \ta\t b \t", u" \t", true, {u"a", u"b"}},
       {u"a,", u",", false, {u"a", u""}},
       {u",a", u",", false, {u"", u"a"}},
       {u"", u",", false, {u""}},
       {u"", u",", true, {}},
-      {u"\t\t", u" \t", true, {}},
       {u"abc", u"", false, {u"abc"}},
       {u"x\xD800y\xDC80z", u"\xD800", false, {u"x", u"y\xDC80z"}},
   };
@@ -399,7 +379,6 @@ TEST_F(Console, BadLinesNeverCrash) {
     const UTF16String lone = u"\xD800\xDC80\xDFFF";
     const UTF16String lines[] = {
         u"trace.set " + huge + u" 3",
-        huge,
         u"debug.set " + huge + u" = " + huge,
         u"trace.set " + lone + u" 4",
         u"debug.set " + lone + u" = " + lone,

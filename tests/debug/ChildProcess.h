@@ -4,6 +4,7 @@
 // standard output and standard error, comes back to the test.
 #pragma once
 
+#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -27,9 +28,15 @@ struct ChildResult {
   std::string output;    // its standard output and standard error, "\r" kept
   bool timedOut = false;
 
-  bool Exited(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
   int ExitCode() const { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 };
+
+// How often `part` occurs in `text`, overlaps included.
+inline std::size_t Count(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
 
 namespace detail {
 
@@ -42,10 +49,7 @@ inline bool Drain(int fd, std::string& into, std::chrono::steady_clock::time_poi
   char buffer[4096];
   std::size_t given = 0;
   for (;;) {
-    std::size_t prompts = 0;
-    if (!prompt.empty())
-      for (auto at = into.find(prompt); at != std::string::npos; at = into.find(prompt, at + 1))
-        ++prompts;
+    const std::size_t prompts = prompt.empty() ? 0 : Count(into, prompt);
     while (given < answers.size() && given < prompts) {
       const std::string& answer = answers[given++];
       if (write(fd, answer.data(), answer.size()) < 0) break;
@@ -119,10 +123,7 @@ inline ChildResult RunInChild(const std::function<int()>& body, bool withTermina
   waitpid(child, &result.status, 0);
   close(output[0]);
   if (master >= 0) close(master);
-  std::string cleaned;
-  for (char c : result.terminal)
-    if (c != '\r') cleaned += c;
-  result.terminal = cleaned;
+  std::erase(result.terminal, '\r');
   return result;
 }
 
@@ -131,14 +132,9 @@ inline std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// The executable's file name and the calling thread's system name, as the
-// assertion text shows them.
-inline std::string ExecutableName() {
-  char buffer[4096];
-  const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-  const std::string path(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
-  return path.substr(path.rfind('/') + 1);
-}
+// The executable's file name (as it was started) and the calling thread's
+// system name, as the assertion text shows them.
+inline std::string ExecutableName() { return program_invocation_short_name; }
 inline std::string ThreadName() {
   std::string name = ReadFile("/proc/thread-self/comm");
   while (!name.empty() && name.back() == '\n') name.pop_back();

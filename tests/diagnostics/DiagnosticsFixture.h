@@ -5,16 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 #include <string>
 #include <string_view>
 
+#include "support/TempDirFixture.h"
 #include "tvxcore/config/ClientIdentity.h"
 
 namespace tvxtest {
@@ -25,27 +22,19 @@ inline tvxcore::UTF8String U8(std::string_view text) {
 inline std::string S8(const tvxcore::UTF8String& text) {
   return std::string(text.begin(), text.end());
 }
-// A text literal with its zero bytes.
-template <std::size_t N>
-std::string Bytes(const char (&text)[N]) {
-  return std::string(text, N - 1);
-}
 
 // Environment variable that hands the parent's folder to a fresh process.
 inline constexpr char kRootVariable[] = "TVX_DIAGNOSTICS_TEST_ROOT";
 
-class DiagnosticsTest : public ::testing::Test {
+class DiagnosticsTest : public TempDirTest {
  protected:
   void SetUp() override {
     if (const char* inherited = std::getenv(kRootVariable)) {
       root_ = inherited;
       child_ = true;
     } else {
-      static std::atomic<int> counter{0};
-      root_ =
-          std::filesystem::temp_directory_path() /
-          ("tvxdiag-" + std::to_string(std::random_device{}()) + "-" + std::to_string(counter++));
-      std::filesystem::create_directories(root_ / "home");
+      TempDirTest::SetUp();
+      MakeDir("home");
       ::setenv(kRootVariable, root_.c_str(), 1);
     }
     ::setenv("HOME", (root_ / "home").c_str(), 1);
@@ -55,10 +44,7 @@ class DiagnosticsTest : public ::testing::Test {
   void TearDown() override {
     if (child_) return;
     ::unsetenv(kRootVariable);
-    std::error_code ignored;
-    std::filesystem::permissions(root_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ignored);
-    std::filesystem::remove_all(root_, ignored);
+    TempDirTest::TearDown();
   }
 
   // The identity whose preferences folder is PrefDir() below.
@@ -68,16 +54,13 @@ class DiagnosticsTest : public ::testing::Test {
     tvxcore::config::SetClientName(u"Diag");
   }
 
+  static constexpr char kPref[] = "config/TestCo/Diag/1.0/";
   std::filesystem::path PrefDir() const { return root_ / "config" / "TestCo" / "Diag" / "1.0"; }
 
-  std::string ReadPref(std::string_view name) const {
-    std::ifstream in(PrefDir() / name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-  bool PrefExists(std::string_view name) const { return std::filesystem::exists(PrefDir() / name); }
+  std::string ReadPref(std::string_view name) const { return Read(kPref + std::string(name)); }
+  bool PrefExists(std::string_view name) const { return OnDisk(kPref + std::string(name)); }
   void WritePref(std::string_view name, std::string_view bytes) const {
-    std::filesystem::create_directories(PrefDir());
-    std::ofstream(PrefDir() / name, std::ios::binary) << bytes;
+    Write(kPref + std::string(name), bytes);
   }
 
   // Runs `body` in a fresh process; its failures fail this test. The folder
@@ -109,7 +92,6 @@ class DiagnosticsTest : public ::testing::Test {
     return ::testing::Test::HasFailure() ? 1 : 0;
   }
 
-  std::filesystem::path root_;
   bool child_ = false;
 };
 

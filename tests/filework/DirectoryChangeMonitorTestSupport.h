@@ -33,7 +33,6 @@ class DirectoryChangeMonitorTest : public TempDirTest {
     TempDirTest::TearDown();
   }
 
-  // Runs the main thread's loop for `milliseconds`.
   void Pump(unsigned milliseconds) {
     main_->CallAsynchronously([] { tvxcore::threads::QuitPlatformEventLoop(); }, milliseconds);
     tvxcore::threads::RunPlatformEventLoop();
@@ -48,7 +47,6 @@ class DirectoryChangeMonitorTest : public TempDirTest {
     }
     return true;
   }
-  // How often `path` was delivered.
   int Deliveries(const std::string& path) const {
     int count = 0;
     for (const std::string& seen : *seen_) count += seen == path;

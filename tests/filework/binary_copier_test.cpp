@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <boost/make_shared.hpp>
 #include <chrono>
@@ -67,9 +66,10 @@ struct Log {
 };
 
 // Answers `done` as `how` says; a posted answer comes from a thread of the
-// I/O executor.
+// I/O executor, a held one from the test when it calls `held`.
 template <typename Done>
-void Answer(How how, Done const& done, Done& held, boost::function<void(Done const&)> const& call) {
+void Answer(How how, Done const& done, boost::function<void()>& held,
+            boost::function<void(Done const&)> const& call) {
   switch (how) {
     case How::Posted:
       tvxcore::threads::CreateIOBoundExecutor()->CallAsynchronously([done, call] { call(done); },
@@ -83,7 +83,7 @@ void Answer(How how, Done const& done, Done& held, boost::function<void(Done con
       call(done);
       break;
     case How::Hold:
-      held = done;
+      held = [done, call] { call(done); };
       break;
   }
 }
@@ -94,14 +94,21 @@ struct ReadStep {
   bool fail = false;
 };
 
-class ScriptedSource : public IBinarySource {
+struct WriteStep {
+  How how = How::Posted;
+  bool fail = false;
+};
+
+// Both ends of a copy, answering as scripted. The source sends letters.
+class ScriptedEnds : public IBinarySource, public IBinarySink {
  public:
-  ScriptedSource(std::vector<ReadStep> steps, boost::optional<unsigned long long> size, Log& log)
-      : steps_(std::move(steps)), size_(size), log_(log) {}
+  ScriptedEnds(std::vector<ReadStep> reads, boost::optional<unsigned long long> size,
+               std::vector<WriteStep> writes)
+      : readSteps_(std::move(reads)), size_(size), writeSteps_(std::move(writes)) {}
 
   void Read(ReadDone const& done) override {
-    const std::size_t index = reads_++;
-    const ReadStep step = index < steps_.size() ? steps_[index] : ReadStep{-1};
+    const std::size_t index = reads++;
+    const ReadStep step = index < readSteps_.size() ? readSteps_[index] : ReadStep{-1};
     Block block;
     if (step.length >= 0) {
       block = boost::make_shared<RecycledMemory>();
@@ -110,58 +117,42 @@ class ScriptedSource : public IBinarySource {
         block->Buffer()[i] = static_cast<char>('a' + (sent_++ % 26));
     }
     const SourceState state = step.fail ? kSourceFailure : kSourceSuccess;
-    Answer<ReadDone>(step.how, done, held,
+    Answer<ReadDone>(step.how, done, heldRead,
                      [state, block](ReadDone const& answer) { answer(state, block); });
   }
   boost::optional<unsigned long long> GetSize() override { return size_; }
   void Finished(tvxcore::utility::FinishedSourceState state) override {
-    log_.Add("source " + std::to_string(state));
+    log.Add("source " + std::to_string(state));
   }
 
-  std::atomic<std::size_t> reads_{0};
-  ReadDone held;
-
- private:
-  std::vector<ReadStep> steps_;
-  boost::optional<unsigned long long> size_;
-  Log& log_;
-  std::size_t sent_ = 0;
-};
-
-struct WriteStep {
-  How how = How::Posted;
-  bool fail = false;
-};
-
-class ScriptedSink : public IBinarySink {
- public:
-  ScriptedSink(std::vector<WriteStep> steps, Log& log) : steps_(std::move(steps)), log_(log) {}
-
   void Write(Block const& block, WriteDone const& done) override {
-    const std::size_t index = writes_++;
-    const WriteStep step = index < steps_.size() ? steps_[index] : WriteStep{};
+    const std::size_t index = writes++;
+    const WriteStep step = index < writeSteps_.size() ? writeSteps_[index] : WriteStep{};
     unsigned long long bytes = 0;
     if (!block) {
-      log_.Add("end");
+      log.Add("end");
     } else if (!step.fail) {
       data.append(block->Buffer(), block->Size());
       bytes = block->Size();
     }
     const SinkState state = step.fail ? kSinkFailure : kSinkSuccess;
-    Answer<WriteDone>(step.how, done, held,
+    Answer<WriteDone>(step.how, done, heldWrite,
                       [state, bytes](WriteDone const& answer) { answer(state, bytes); });
   }
   void Finished(tvxcore::utility::FinishedSinkState state) override {
-    log_.Add("sink " + std::to_string(state));
+    log.Add("sink " + std::to_string(state));
   }
 
-  std::atomic<std::size_t> writes_{0};
-  std::string data;
-  WriteDone held;
+  Log log;
+  std::atomic<std::size_t> reads{0}, writes{0};
+  std::string data;  // what the sink kept
+  boost::function<void()> heldRead, heldWrite;
 
  private:
-  std::vector<WriteStep> steps_;
-  Log& log_;
+  std::vector<ReadStep> readSteps_;
+  boost::optional<unsigned long long> size_;
+  std::vector<WriteStep> writeSteps_;
+  std::size_t sent_ = 0;
 };
 
 std::string Letters(std::size_t count) {
@@ -171,21 +162,20 @@ std::string Letters(std::size_t count) {
 }
 
 // A copy between two scripted ends, with its finished function and progress
-// reports recorded in the log.
+// reports recorded in their log.
 struct Copy {
   Copy(std::vector<ReadStep> reads, boost::optional<unsigned long long> size,
        std::vector<WriteStep> writes = {})
-      : source(boost::make_shared<ScriptedSource>(std::move(reads), size, log)),
-        sink(boost::make_shared<ScriptedSink>(std::move(writes), log)),
+      : ends(boost::make_shared<ScriptedEnds>(std::move(reads), size, std::move(writes))),
         copier(BinaryCopier::CreateBinaryCopier(
-            source, sink,
+            ends, ends,
             [this](BinaryCopier::State state) {
-              log.Add("finished " + std::to_string(state));
+              ends->log.Add("finished " + std::to_string(state));
               finished.set_value(state);
             },
             [this](unsigned long long written, boost::optional<unsigned long long> const& total) {
-              log.Add("progress " + std::to_string(written) + "/" +
-                      (total ? std::to_string(*total) : std::string("?")));
+              ends->log.Add("progress " + std::to_string(written) + "/" +
+                            (total ? std::to_string(*total) : std::string("?")));
             })) {}
 
   // The end state; fails the test rather than hang.
@@ -205,14 +195,16 @@ struct Copy {
     for (int i = 0; i < 3; ++i) executor->WaitForQueuedWork();
   }
 
-  Log log;
   std::promise<BinaryCopier::State> finished;
-  boost::shared_ptr<ScriptedSource> source;
-  boost::shared_ptr<ScriptedSink> sink;
+  boost::shared_ptr<ScriptedEnds> ends;
   boost::shared_ptr<BinaryCopier> copier;
 };
 
 TEST(BinaryCopier, EndsAsTheScriptSays) {
+  constexpr auto kDone = BinaryCopier::State_Finished;
+  constexpr auto kSourceError = BinaryCopier::State_SourceError;
+  constexpr auto kSinkError = BinaryCopier::State_SinkError;
+  constexpr How kNow = How::Inline, k2x = How::Twice;
   struct Row {
     const char* name;
     std::vector<ReadStep> script;
@@ -223,65 +215,17 @@ TEST(BinaryCopier, EndsAsTheScriptSays) {
     std::size_t reads;    // read requests the source saw
   };
   const std::vector<Row> rows = {
-      {"empty source", {{-1, How::Inline}}, 0ull, {}, BinaryCopier::State_Finished, 0, 1},
-      {"three blocks",
-       {{100}, {200}, {50}, {-1}},
-       350ull,
-       {},
-       BinaryCopier::State_Finished,
-       350,
-       4},
-      {"unknown size", {{100}, {200}, {-1}}, boost::none, {}, BinaryCopier::State_Finished, 300, 3},
-      {"empty block skipped",
-       {{10}, {0}, {10}, {-1}},
-       20ull,
-       {},
-       BinaryCopier::State_Finished,
-       20,
-       4},
-      {"answers inline",
-       {{10, How::Inline}, {10, How::Inline}, {-1, How::Inline}},
-       20ull,
-       {{How::Inline}, {How::Inline}, {How::Inline}},
-       BinaryCopier::State_Finished,
-       20,
-       3},
-      {"answers twice",
-       {{10, How::Twice}, {10, How::Twice}, {-1, How::Twice}},
-       20ull,
-       {{How::Twice}, {How::Twice}, {How::Twice}},
-       BinaryCopier::State_Finished,
-       20,
-       3},
-      {"short of its size", {{50}, {40}, {-1}}, 100ull, {}, BinaryCopier::State_SourceError, 90, 3},
-      {"beyond its size",
-       {{60}, {50}, {10}, {-1}},
-       100ull,
-       {},
-       BinaryCopier::State_SourceError,
-       60,
-       2},
-      {"source fails",
-       {{10}, {10, How::Posted, true}, {-1}},
-       30ull,
-       {},
-       BinaryCopier::State_SourceError,
-       10,
-       2},
-      {"sink fails",
-       {{10}, {10}, {-1}},
-       20ull,
-       {{How::Posted, true}},
-       BinaryCopier::State_SinkError,
-       0,
-       2},
-      {"sink fails at the end",
-       {{10}, {-1}},
-       10ull,
-       {{}, {How::Posted, true}},
-       BinaryCopier::State_SinkError,
-       10,
-       2},
+      {"empty source", {{-1, kNow}}, 0ull, {}, kDone, 0, 1},
+      {"three blocks", {{100}, {200}, {50}, {-1}}, 350ull, {}, kDone, 350, 4},
+      {"unknown size", {{100}, {200}, {-1}}, boost::none, {}, kDone, 300, 3},
+      {"empty block skipped", {{10}, {0}, {10}, {-1}}, 20ull, {}, kDone, 20, 4},
+      {"sync", {{10, kNow}, {10, kNow}, {-1, kNow}}, 20ull, {{kNow}, {kNow}, {kNow}}, kDone, 20, 3},
+      {"twice", {{10, k2x}, {10, k2x}, {-1, k2x}}, 20ull, {{k2x}, {k2x}, {k2x}}, kDone, 20, 3},
+      {"short of its size", {{50}, {40}, {-1}}, 100ull, {}, kSourceError, 90, 3},
+      {"beyond its size", {{60}, {50}, {10}, {-1}}, 100ull, {}, kSourceError, 60, 2},
+      {"source fails", {{10}, {10, How::Posted, true}, {-1}}, 30ull, {}, kSourceError, 10, 2},
+      {"sink fails", {{10}, {10}, {-1}}, 20ull, {{How::Posted, true}}, kSinkError, 0, 2},
+      {"sink fails at the end", {{10}, {-1}}, 10ull, {{}, {How::Posted, true}}, kSinkError, 10, 2},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -289,12 +233,12 @@ TEST(BinaryCopier, EndsAsTheScriptSays) {
     copy.copier->Start();
     EXPECT_EQ(copy.Wait(), row.expected);
     EXPECT_EQ(copy.copier->GetState(), row.expected);
-    EXPECT_EQ(copy.sink->data, Letters(row.written));
-    EXPECT_EQ(copy.source->reads_.load(), row.reads);
+    EXPECT_EQ(copy.ends->data, Letters(row.written));
+    EXPECT_EQ(copy.ends->reads.load(), row.reads);
 
     // Progress counts confirmed bytes and grows; the two ends' Finished and
     // the finished function come last, in that order.
-    const std::vector<std::string> events = copy.log.Get();
+    const std::vector<std::string> events = copy.ends->log.Get();
     const int end = BinaryCopier::IsError(row.expected) ? 1 : 0;
     std::vector<std::string> tail = {"source " + std::to_string(end), "sink " + std::to_string(end),
                                      "finished " + std::to_string(row.expected)};
@@ -321,46 +265,41 @@ TEST(BinaryCopier, PauseDuringAReadKeepsTheBlockUntilResume) {
   Copy copy({{30, How::Hold}, {-1}}, 30ull);
   copy.copier->Start();
   Copy::Settle();
-  ASSERT_EQ(copy.source->reads_.load(), 1u);
+  ASSERT_EQ(copy.ends->reads.load(), 1u);
   copy.copier->Pause();
-  copy.source->held(IBinarySource::kSourceSuccess, [] {
-    auto block = boost::make_shared<RecycledMemory>();
-    block->Allocate(30);
-    std::copy_n(Letters(30).data(), 30, block->Buffer());
-    return block;
-  }());
-  copy.source->held.clear();  // the answer holds the copy alive
+  copy.ends->heldRead();
+  copy.ends->heldRead.clear();  // the answer holds the copy alive
   Copy::Settle();
   EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Paused);
-  EXPECT_EQ(copy.sink->writes_.load(), 0u);
-  EXPECT_EQ(copy.source->reads_.load(), 1u);
+  EXPECT_EQ(copy.ends->writes.load(), 0u);
+  EXPECT_EQ(copy.ends->reads.load(), 1u);
   copy.copier->Resume();
   EXPECT_EQ(copy.Wait(), BinaryCopier::State_Finished);
-  EXPECT_EQ(copy.sink->data, Letters(30));
+  EXPECT_EQ(copy.ends->data, Letters(30));
 }
 
 TEST(BinaryCopier, CancelWithBothRequestsOutstandingEndsAtOnce) {
-  Copy copy({{10}, {10, How::Hold}, {-1}}, 20ull, {{How::Hold}});
+  Copy copy({{10}, {10, How::Hold, true}, {-1}}, 20ull, {{How::Hold}});
   copy.copier->Start();
-  for (int i = 0; i < 1000 && (copy.source->reads_ < 2 || copy.sink->writes_ < 1); ++i) {
+  for (int i = 0; i < 1000 && (copy.ends->reads < 2 || copy.ends->writes < 1); ++i) {
     Copy::Settle();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  ASSERT_EQ(copy.source->reads_.load(), 2u);
-  ASSERT_EQ(copy.sink->writes_.load(), 1u);
+  ASSERT_EQ(copy.ends->reads.load(), 2u);
+  ASSERT_EQ(copy.ends->writes.load(), 1u);
   copy.copier->Cancel();
   EXPECT_EQ(copy.Wait(), BinaryCopier::State_Cancelled);
 
   // The late answers change nothing and start nothing.
-  copy.source->held(IBinarySource::kSourceFailure, Block());
-  copy.sink->held(IBinarySink::kSinkSuccess, 10);
-  copy.source->held.clear();
-  copy.sink->held.clear();
+  copy.ends->heldRead();
+  copy.ends->heldWrite();
+  copy.ends->heldRead.clear();
+  copy.ends->heldWrite.clear();
   Copy::Settle();
   EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Cancelled);
-  EXPECT_EQ(copy.source->reads_.load(), 2u);
-  EXPECT_EQ(copy.sink->writes_.load(), 1u);
-  EXPECT_EQ(copy.log.Get(), (std::vector<std::string>{"source 2", "sink 2", "finished 6"}));
+  EXPECT_EQ(copy.ends->reads.load(), 2u);
+  EXPECT_EQ(copy.ends->writes.load(), 1u);
+  EXPECT_EQ(copy.ends->log.Get(), (std::vector<std::string>{"source 2", "sink 2", "finished 6"}));
 }
 
 TEST(BinaryCopier, ControlsOutsideTheirStatesDoNothing) {
@@ -376,8 +315,8 @@ TEST(BinaryCopier, ControlsOutsideTheirStatesDoNothing) {
   copy.copier->Pause();
   EXPECT_EQ(copy.copier->GetState(), BinaryCopier::State_Finished);
   Copy::Settle();
-  EXPECT_EQ(copy.source->reads_.load(), 1u);
-  EXPECT_EQ(copy.sink->writes_.load(), 1u);
+  EXPECT_EQ(copy.ends->reads.load(), 1u);
+  EXPECT_EQ(copy.ends->writes.load(), 1u);
 }
 
 }  // namespace

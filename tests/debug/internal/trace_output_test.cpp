@@ -50,11 +50,7 @@ TEST_F(DebuggerOutput, SafeTraceStreamFormatsEachKind) {
     std::string text;
   };
   const Row rows[] = {
-      {[](dbg::SafeTraceStream& s) {
-         s << "narrow "
-           << "\xE9";
-       },
-       "narrow \xC3\xA9"},
+      {[](dbg::SafeTraceStream& s) { s << "narrow \xE9"; }, "narrow \xC3\xA9"},
       {[](dbg::SafeTraceStream& s) { s << u"\u65E5\U0001F600"; }, "\xE6\x97\xA5\xF0\x9F\x98\x80"},
       {[](dbg::SafeTraceStream& s) {
          const unsigned short units[] = {0x41, 0xD800, 0x42, 0};

@@ -100,8 +100,6 @@ TEST_F(VolumeChangeTest, MountPointDifferencesAreDelivered) {
   std::string readOnly = base;
   readOnly.replace(readOnly.find("rw,"), 3, "ro,");
   const Case cases[] = {
-      {"a mount comes", {base, Table({root, mnt, media})}, 1, {media}, {}},
-      {"a mount goes", {base, Table({root})}, 1, {}, {mnt}},
       {"only options change", {base, readOnly}, 0, {}, {}},
       {"an escaped name",
        {base, Table({root, mnt, "/media/my\\040disk"})},
