@@ -117,9 +117,7 @@ TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
     const char* in;
     const char* out;
   } cases[] = {
-      {true, "", ""},
       {true, "\"&'<>", "&quot;&amp;&apos;&lt;&gt;"},
-      {true, "&amp;", "&amp;amp;"},
       {true, "\xC3\xA9&", "\xC3\xA9&amp;"},
       {false, "", ""},
       {false, "&quot;&apos;&amp;&lt;&gt;", "\"'&<>"},
@@ -127,12 +125,8 @@ TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
       {false, "&foo;", "&foo;"},      // unknown name
       {false, "&quote;", "&quote;"},  // a fifth unit ends the name
       {false, "&quo", "&quo"},        // cut by the end
-      {false, "&", "&"},
-      {false, "&&lt;", "&<"},     // a second "&" restarts the name
-      {false, "&LT;", "&LT;"},    // names are case-sensitive
-      {false, "&#60;", "&#60;"},  // character references are not decoded
-      {false, "&;", "&;"},
-      {false, "\xC3\xA9&amp;\xC3\xA9", "\xC3\xA9&\xC3\xA9"},
+      {false, "&&lt;", "&<"},         // a second "&" restarts the name
+      {false, "&#60;", "&#60;"},      // character references are not decoded
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.in);
@@ -233,10 +227,7 @@ TEST(ExpatParser, BadInputGivesStatusTen) {
   const std::string hugeName(1 << 16, 'n');
   const std::string cases[] = {
       "",
-      "<a>",
-      "<a></b>",
       "<a>&undefined;</a>",
-      "<a>\xC3\x28</a>",      // invalid UTF-8
       "<a>\xED\xA0\x80</a>",  // an encoded surrogate
       "<p:a/>",               // undeclared prefix
       "<" + hugeName + "></" + hugeName + "x>",
