@@ -347,20 +347,22 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
        Map(List(Pair("a", "<int type='signed'>5</int>") +
                 Pair("b", "<int type='signed' size='8'>5</int>"))),
        List("")},
-      {"unreadable numbers are 0, a readable prefix is kept, a number may come in pieces, "
-       "one past the range is the largest",
+      {"unreadable numbers are 0 (\"1e\" and \"inf\" too, as to a stream), a readable prefix is "
+       "kept, a number may come in pieces, one past the range is the largest",
        Map(List(Pair("a", i32 + "abc</int>") + Pair("b", "<double>12.5abc</double>") +
                 Pair("c", i32 + "  42 </int>") + Pair("d", i32 + "</int>") +
                 Pair("e", i32 + "99999999999</int>") + Pair("f", "<float>-</float>") +
-                Pair("g", u64 + "-1</int>") + Pair("h", "<double>0x1p3</double>") +
+                Pair("g", u64 + "-1</int>") + Pair("h", "<double>1e</double>") +
                 Pair("i", i32 + "-4<!---->2</int>") +
-                Pair("j", "<double>1.797693134862316e+308</double>"))),
+                Pair("j", "<double>1.797693134862316e+308</double>") +
+                Pair("k", "<double>inf</double>"))),
        List(Pair("a", i32 + "0</int>\n") + Pair("b", "<double>12.5</double>\n") +
             Pair("c", i32 + "42</int>\n") + Pair("d", i32 + "0</int>\n") +
             Pair("e", i32 + "2147483647</int>\n") + Pair("f", "<float>0</float>\n") +
             Pair("g", u64 + "18446744073709551615</int>\n") + Pair("h", "<double>0</double>\n") +
             Pair("i", i32 + "-42</int>\n") +
-            Pair("j", "<double>1.797693134862316e+308</double>\n"))},
+            Pair("j", "<double>1.797693134862316e+308</double>\n") +
+            Pair("k", "<double>0</double>\n"))},
       {"text outside values is dropped, a value without a key goes under the empty key, "
        "keys and strings come in pieces",
        Map("<prop.list>x<prop.pair>y<key>k&amp;<!--c-->1</key>z<string>v&lt;<![CDATA[<w>]]>"
