@@ -58,9 +58,6 @@ class PropListFiles : public tvxtest::TempDirTest {
   static PropList Sample() {
     PropList list;
     tvxtest::FillEveryType(list);
-    PropList* window = list.NewSubList(U8("window"));
-    utils::WriteRect32(U8("bounds"), geom::RectT<long>{-10, 20, 1930, 1100}, *window);
-    utils::WritePointF32(U8("origin"), geom::PointT<float>{1.5f, -2.25f}, *window);
     return list;
   }
   // A list that holds something, to show a failed load empties it.

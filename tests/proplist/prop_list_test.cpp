@@ -85,8 +85,6 @@ TEST(PropList, TheLastSetterDecidesTheType) {
   PropList list;
   list.SetValue(U8("b"), true);
   list.SetValue(U8("b"), 1.0);
-  bool b = false;
-  EXPECT_FALSE(list.GetValue(U8("b"), b));
   EXPECT_EQ(list.GetPropertyType(U8("b")), kPropListType_Double);
 
   // Same type: replaced in place; sub-list replaced by a scalar and back.
