@@ -13,6 +13,7 @@ using tvxtest::U;
 // first, before any test of this binary sets a value.
 TEST(ClientIdentity, StartsWithTheDefaults) {
   EXPECT_FALSE(IsClientNameInitialized());
+  EXPECT_EQ(S(GetClientVersion()), "No Client Version");
   EXPECT_EQ(S(GetSuiteClientName()), "No Company Name No Client Name QXNo Client Version (Linux)");
 }
 
