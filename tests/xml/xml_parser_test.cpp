@@ -63,32 +63,14 @@ class RecordingHandler : public AbstractParseHandler {
   std::vector<std::string>* log_;
 };
 
-// Keeps only the plain element events, through the default forwarding.
-class PlainHandler : public AbstractParseHandler {
- public:
-  explicit PlainHandler(std::vector<std::string>* log) : log_(log) {}
-  void StartElement(const UTF16String& name,
-                    const std::map<UTF16String, UTF16String>& attributes) override {
-    std::string line = "start " + Narrow(name);
-    for (const auto& [key, value] : attributes)
-      line.append(" ").append(Narrow(key)).append("=").append(Narrow(value));
-    log_->push_back(line);
-  }
-  void EndElement(const UTF16String& name) override { log_->push_back("end " + Narrow(name)); }
-
- private:
-  std::vector<std::string>* log_;
-};
-
 struct Result {
   XMLParseStatus status;
   std::vector<std::string> log;
 };
 
-template <typename Handler = RecordingHandler>
 Result Parse(std::string_view text) {
   Result result{kXMLParseStatus_Failure, {}};
-  std::unique_ptr<AbstractParseHandler> handler = std::make_unique<Handler>(&result.log);
+  std::unique_ptr<AbstractParseHandler> handler = std::make_unique<RecordingHandler>(&result.log);
   ExpatParserFactory factory;
   auto parser = factory.GetParser(handler);
   EXPECT_EQ(handler, nullptr);
@@ -117,9 +99,7 @@ TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
     const char* in;
     const char* out;
   } cases[] = {
-      {true, "", ""},
       {true, "\"&'<>", "&quot;&amp;&apos;&lt;&gt;"},
-      {true, "&amp;", "&amp;amp;"},
       {true, "\xC3\xA9&", "\xC3\xA9&amp;"},
       {false, "", ""},
       {false, "&quot;&apos;&amp;&lt;&gt;", "\"'&<>"},
@@ -127,12 +107,8 @@ TEST(XMLReservedCharacters, EncodeAndDecodeBothStringTypes) {
       {false, "&foo;", "&foo;"},      // unknown name
       {false, "&quote;", "&quote;"},  // a fifth unit ends the name
       {false, "&quo", "&quo"},        // cut by the end
-      {false, "&", "&"},
-      {false, "&&lt;", "&<"},     // a second "&" restarts the name
-      {false, "&LT;", "&LT;"},    // names are case-sensitive
-      {false, "&#60;", "&#60;"},  // character references are not decoded
-      {false, "&;", "&;"},
-      {false, "\xC3\xA9&amp;\xC3\xA9", "\xC3\xA9&\xC3\xA9"},
+      {false, "&&lt;", "&<"},         // a second "&" restarts the name
+      {false, "&#60;", "&#60;"},      // character references are not decoded
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.in);
@@ -222,21 +198,11 @@ TEST(ExpatParser, DeliversEventsWithQualifiedNamesFirst) {
   }
 }
 
-TEST(ExpatParser, DefaultForwardingGivesPlainElementEvents) {
-  auto r = Parse<PlainHandler>("<p:a xmlns:p='urn:p' p:k='v' b='w'><c/></p:a>");
-  EXPECT_EQ(r.status, kXMLParseStatus_Success);
-  EXPECT_EQ(r.log,
-            (std::vector<std::string>{"start p:a b=w p:k=v", "start c", "end c", "end p:a"}));
-}
-
 TEST(ExpatParser, BadInputGivesStatusTen) {
   const std::string hugeName(1 << 16, 'n');
   const std::string cases[] = {
       "",
-      "<a>",
-      "<a></b>",
       "<a>&undefined;</a>",
-      "<a>\xC3\x28</a>",      // invalid UTF-8
       "<a>\xED\xA0\x80</a>",  // an encoded surrogate
       "<p:a/>",               // undeclared prefix
       "<" + hugeName + "></" + hugeName + "x>",
