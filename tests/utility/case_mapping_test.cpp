@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/UtilityTestSupport.h"
 #include "tvxcore/utility/CaseMapping.h"
 
 namespace {
@@ -12,17 +12,7 @@ namespace {
 using tvxcore::UTF16Char;
 using tvxcore::UTF16String;
 namespace u = tvxcore::utility;
-
-// Code units as hex, so a failure shows exactly which units differ.
-std::string Hex(const UTF16String& inText) {
-  std::string out;
-  char buffer[8];
-  for (UTF16Char c : inText) {
-    std::snprintf(buffer, sizeof buffer, "%s%04X", out.empty() ? "" : " ", unsigned(c));
-    out += buffer;
-  }
-  return "[" + out + "]";
-}
+using tvxtest::Hex;
 
 UTF16String S(std::initializer_list<UTF16Char> inUnits) { return UTF16String(inUnits); }
 

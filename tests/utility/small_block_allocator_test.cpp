@@ -91,9 +91,7 @@ TEST(SmallBlockAllocator, BlocksAreAlignedDistinctAndKeepTheirContents) {
 }
 
 TEST(SmallBlockAllocator, DisposeOfNullAndSizesWithinOneClassAreHarmless) {
-  for (std::size_t size : {std::size_t{0}, std::size_t{16}, std::size_t{4160}, std::size_t{9000},
-                           std::size_t{66624}, std::size_t{932800}})
-    SmallBlockAllocator::Dispose(nullptr, size);
+  for (std::size_t size : {16, 9000}) SmallBlockAllocator::Dispose(nullptr, size);
   // A size that differs from the allocated one but falls in the same class
   // reaches the same manager.
   void* a = SmallBlockAllocator::Allocate(20);
@@ -130,11 +128,6 @@ TEST(SmallBlockAllocator, ContainersAndAllocatedClassesUseTheHeap) {
   SmallBlockAllocator::vector<int> numbers;
   for (int i = 0; i < 5000; ++i) numbers.push_back(i * 3);
   for (int i = 0; i < 5000; ++i) ASSERT_EQ(numbers[i], i * 3);
-  SmallBlockAllocator::map<int, SmallBlockAllocator::vector<int>> byKey;
-  for (int i = 0; i < 300; ++i) byKey[i % 17].push_back(i);
-  int total = 0;
-  for (const auto& [key, values] : byKey) total += static_cast<int>(values.size());
-  EXPECT_EQ(total, 300);
   EXPECT_TRUE(SmallBlockAllocator::STLAllocator<int>() ==
               SmallBlockAllocator::STLAllocator<double>());
   EXPECT_FALSE(SmallBlockAllocator::STLAllocator<int>() !=
