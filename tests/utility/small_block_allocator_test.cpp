@@ -66,16 +66,11 @@ TEST(SmallBlockAllocator, ActualSizesFollowTheClassTable) {
         *std::lower_bound(classes.begin(), classes.end(), std::max<std::size_t>(s, 1));
     ASSERT_EQ(SmallBlockAllocator::GetActualAllocationSize(s), expected) << "request " << s;
   }
-  struct Case {
-    std::size_t request, actual;
-  } const cases[] = {{0, 16}, {4160, 4352}, {66624, 66624}, {8193, 8193}, {932800, 932800}};
-  for (const auto& c : cases)
-    EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(c.request), c.actual) << c.request;
+  EXPECT_EQ(SmallBlockAllocator::GetActualAllocationSize(8193), 8193u);  // beyond the table
 }
 
 TEST(SmallBlockAllocator, BlocksAreAlignedDistinctAndKeepTheirContents) {
-  const std::size_t sizes[] = {0, 1, 15, 16, 17, 100, 128, 129, 256, 500, 513, 700, 1000, 1024,
-                               1025, 3000, 4096, 4097, 4160, 5000, 8192, 8193, 20000, 66624, 932800,
+  const std::size_t sizes[] = {0, 1, 17, 300, 700, 1025, 4097, 4160, 8192, 8193, 66624, 932800,
                                // from pages on huge-page boundaries
                                std::size_t{2} << 20, (std::size_t{2} << 20) + 1,
                                (std::size_t{5} << 20) + 7};
