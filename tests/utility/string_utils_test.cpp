@@ -62,39 +62,30 @@ TEST(ReplaceInString, InsertsValuesByIndexAndKeepsOtherAts) {
   EXPECT_EQ(ReplaceInString(u"@9", twelve), u"nine");
 }
 
-TEST(Ampersands, LocatesTheMnemonicMark) {
+TEST(Ampersands, LocatesTheMnemonicMarkAndStripsMarksForDisplay) {
   struct Case {
     UTF16String text;
-    std::size_t position;
-    std::size_t displayPosition;
+    std::size_t position, displayPosition;
+    UTF16String stripped, strippedWithParenthesized;
   };
   const Case cases[] = {
-      {u"Save &As", 5, 5},           {u"&&&x", 2, 1},
-      {u"x&", kNotFound, kNotFound}, {u"a & b", kNotFound, kNotFound},
-      {u"&&", kNotFound, kNotFound},
+      {u"Save &As", 5, 5, u"Save As", u"Save As"},
+      {u"&&&x", 2, 1, u"&x", u"&x"},
+      {u"Fish && Chips", kNotFound, kNotFound, u"Fish & Chips", u"Fish & Chips"},
+      {u"Open (&O)", 6, 6, u"Open (O)", u"Open "},
+      {u"(&A)(&B)", 1, 1, u"(A)(B)", u"(B)"},  // the first parenthesised mark only
+      {u"x&", kNotFound, kNotFound, u"x&", u"x&"},
+      {u"a & b", kNotFound, kNotFound, u"a & b", u"a & b"},
+      {u"&&", kNotFound, kNotFound, u"&", u"&"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(LocateSingleAmpersandInString(c.text, false), c.position);
     EXPECT_EQ(LocateSingleAmpersandInString(c.text, true), c.displayPosition);
-  }
-}
-
-TEST(Ampersands, StripsMarksForDisplay) {
-  struct Case {
-    UTF16String text;
-    bool parenthesized;
-    UTF16String expected;
-  };
-  const Case cases[] = {
-      {u"Save &As", false, u"Save As"}, {u"Fish && Chips", false, u"Fish & Chips"},
-      {u"Open (&O)", true, u"Open "},   {u"Open (&O)", false, u"Open (O)"},
-      {u"(&A)(&B)", true, u"(B)"},      {u"x&", false, u"x&"},
-      {u"a & b", false, u"a & b"},      {u"&&&x", false, u"&x"},
-  };
-  for (const auto& c : cases) {
-    UTF16String text = c.text;
-    StripDisplayString(text, c.parenthesized);
-    EXPECT_EQ(text, c.expected);
+    for (bool parenthesized : {false, true}) {
+      UTF16String text = c.text;
+      StripDisplayString(text, parenthesized);
+      EXPECT_EQ(text, parenthesized ? c.strippedWithParenthesized : c.stripped);
+    }
   }
 }
 
