@@ -190,7 +190,6 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
   SmallBlockAllocator::Dispose(other, 64);
 }
 
-// Whether this process caches, as the environment asks.
 bool CachingWanted() {
   const char* value = std::getenv("TVX_SMALLBLOCK_THREAD_CACHE");
   return value == nullptr || std::strcmp(value, "0") != 0;
