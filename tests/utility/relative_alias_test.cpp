@@ -285,6 +285,7 @@ TEST_F(RelativeAliasTest, StoredTextThatIsNoRecordRaisesItsError) {
       {"{", fu::kRelativeAliasMagic},
       {"{\"fullpath\":\"/t\"}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"ascendcount_base\":\"1\"}}", fu::kRelativeAliasMagic},
+      {"{\"SerializerWrappedObject\":{\"fullpath\":\"/\xff\"}}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"fullpath\":5}}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"target_is_folder\":1}}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"ascendcount_base\":-1}}",
