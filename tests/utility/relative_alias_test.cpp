@@ -284,6 +284,7 @@ TEST_F(RelativeAliasTest, StoredTextThatIsNoRecordRaisesItsError) {
       {"", fu::kRelativeAliasInvalidPath},
       {"{", fu::kRelativeAliasMagic},
       {"{\"fullpath\":\"/t\"}", fu::kRelativeAliasMagic},
+      {"{\"SerializerWrappedObject\":[]}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"ascendcount_base\":\"1\"}}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"fullpath\":\"/\xff\"}}", fu::kRelativeAliasMagic},
       {"{\"SerializerWrappedObject\":{\"fullpath\":5}}", fu::kRelativeAliasMagic},
