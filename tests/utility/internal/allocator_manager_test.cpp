@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -191,44 +190,6 @@ TEST(AllocatorManager, OversizedRequestReportsTheContractAndLeavesTheManagerInta
   SmallBlockAllocator::Dispose(other, 64);
 }
 
-TEST(AllocatorManager, CrossThreadChurnBalancesTheCounts) {
-  auto& manager = internal::ManagerForBlockSize<176>();
-  SmallBlockAllocator::FlushThreadCache();
-  ASSERT_EQ(manager.TakeCensus().chunks, 0u);
-  constexpr int kRounds = 40;
-  constexpr int kPerRound = 700;
-  std::vector<void*> handover[2];
-  std::atomic<int> damaged{0};
-  for (int round = 0; round < kRounds; ++round) {
-    std::thread maker([&, round] {
-      auto& out = handover[round % 2];
-      for (int i = 0; i < kPerRound; ++i) {
-        out.push_back(SmallBlockAllocator::Allocate(170));
-        std::memset(out.back(), round, 170);
-      }
-    });
-    std::thread freer([&, round] {
-      if (round == 0) return;
-      auto& in = handover[(round + 1) % 2];
-      for (void* p : in) {
-        if (static_cast<unsigned char*>(p)[169] != static_cast<unsigned char>(round - 1)) ++damaged;
-        SmallBlockAllocator::Dispose(p, 170);
-      }
-      in.clear();
-    });
-    maker.join();
-    freer.join();
-  }
-  for (void* p : handover[(kRounds + 1) % 2]) SmallBlockAllocator::Dispose(p, 170);
-  SmallBlockAllocator::FlushThreadCache();
-  EXPECT_EQ(damaged.load(), 0);
-  const auto census = manager.TakeCensus();
-  EXPECT_EQ(census.usedBlocks, 0u);
-  EXPECT_EQ(census.chunks, 0u);
-  EXPECT_EQ(census.heldBytes, 0u);
-}
-
-// Whether this process caches, as the environment asks.
 bool CachingWanted() {
   const char* value = std::getenv("TVX_SMALLBLOCK_THREAD_CACHE");
   return value == nullptr || std::strcmp(value, "0") != 0;
@@ -255,26 +216,6 @@ TEST(AllocatorManager, CachingFollowsTheEnvironmentAndSwitchesAtRunTime) {
     EXPECT_EQ(manager.TakeCensus().chunks, 0u) << on;
   }
   SmallBlockAllocator::SetThreadCaching(wasOn);
-}
-
-// A thread's cache goes back to the managers when the thread ends, without a
-// flush: all but the batches that it handed to the transfer cache.
-TEST(AllocatorManager, AThreadThatEndsGivesItsCachedBlocksBack) {
-  auto& manager = internal::ManagerForBlockSize<144>();
-  SmallBlockAllocator::FlushThreadCache();
-  ASSERT_EQ(manager.TakeCensus().usedBlocks, 0u) << "another test left class 144 blocks live";
-  std::size_t heldAtEnd = 0;
-  std::thread([&] {
-    // More blocks than the class's list holds, all freed on this thread.
-    DisposeShuffled(AllocateMany(140, 600), 140, 3);
-    heldAtEnd = internal::ThreadCachedBlocks(144);
-  }).join();
-  if (SmallBlockAllocator::IsThreadCaching()) {
-    EXPECT_GE(heldAtEnd, internal::MaxListBlocks(144) / 2) << "the thread ended with a full list";
-  }
-  EXPECT_EQ(manager.TakeCensus().usedBlocks, internal::TransferCachedBlocks(144));
-  SmallBlockAllocator::FlushThreadCache();
-  EXPECT_EQ(manager.TakeCensus().chunks, 0u);
 }
 
 // A thread that only frees hands full batches on, up to a whole list's worth

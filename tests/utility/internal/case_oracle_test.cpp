@@ -6,19 +6,18 @@
 #include <gtest/gtest.h>
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
-#include <unicode/uversion.h>
 
-#include <cstdio>
 #include <string>
 
+#include "support/UtilityTestSupport.h"
 #include "tvxcore/utility/CaseMapping.h"
-#include "utility/internal/CaseTables.h"
 
 namespace {
 
 using tvxcore::UTF16Char;
 using tvxcore::UTF16String;
 namespace u = tvxcore::utility;
+using tvxtest::Hex;
 
 enum class IcuForm { kLower, kUpper, kFold };
 
@@ -43,26 +42,7 @@ UTF16String Icu(IcuForm inForm, const UTF16String& inText) {
   return UTF16String(reinterpret_cast<const UTF16Char*>(out), static_cast<std::size_t>(n));
 }
 
-std::string Hex(const UTF16String& inText) {
-  std::string out;
-  char buffer[8];
-  for (UTF16Char c : inText) {
-    std::snprintf(buffer, sizeof buffer, "%s%04X", out.empty() ? "" : " ", unsigned(c));
-    out += buffer;
-  }
-  return "[" + out + "]";
-}
-
 bool IsSurrogate(unsigned inUnit) { return inUnit >= 0xD800 && inUnit < 0xE000; }
-
-TEST(CaseOracle, IcuSharesTheUnicodeVersionOfTheTable) {
-  UVersionInfo version;
-  u_getUnicodeVersion(version);
-  const std::string icuVersion = std::to_string(version[0]) + "." + std::to_string(version[1]) +
-                                 "." + std::to_string(version[2]);
-  EXPECT_EQ(icuVersion, std::string(u::internal::kCaseTablesUnicodeVersion))
-      << "the oracle below would compare different versions of the Unicode data";
-}
 
 TEST(CaseOracle, EveryBmpUnitMapsAsIcuFullMapping) {
   struct Form {

@@ -37,11 +37,9 @@ TEST_F(NumberText, FormatsWithEveryFlagCombinationAndRounding) {
   };
   const Case cases[] = {
       {-0.001, 0, 2, 0, 32, "0.00"},
-      {-0.001, 0, 2, kNumberForcePlus, 32, "+0.00"},
       {-0.001, 0, 2, kNumberForcePlus | kNumberNoPlusOnZero, 32, "0.00"},
       {-0.006, 0, 2, 0, 32, "-0.01"},
       {0.125, 0, 2, 0, 32, "0.13"},
-      {2.5, 0, 0, 0, 32, "3"},
       {-2.5, 0, 0, 0, 32, "-3"},
       {-0.3, 0, 0, 0, 32, "-0"},  // not zero, so it keeps its sign
       {-0.0, 0, 0, kNumberForcePlus | kNumberNoPlusOnZero, 32, "0"},
@@ -54,17 +52,14 @@ TEST_F(NumberText, FormatsWithEveryFlagCombinationAndRounding) {
       {12, 5, 0, kNumberPlainInput, 32, "   12"},
       {-12.5, 4, 1, 0, 32, "-0012.5"},
       {7, 4, 0, kNumberGroupThousands, 32, "0,007"},
-      {123, 0, 0, kNumberGroupThousands, 32, "123"},
       {123456, 0, 0, kNumberGroupThousands, 32, "123,456"},
       {1234567.891, 0, 2, kNumberGroupThousands, 32, "1,234,567.89"},
       {1.5, 0, 3, kNumberKeepCommas, 32, "1.5"},
       {2, 0, 2, kNumberKeepCommas, 32, "2"},
       {100, 0, 0, kNumberKeepCommas, 32, "100"},
-      {1e10, 0, 0, 0, 32, "1.000000e+10"},
       {1e10, 0, 0, kNumberKeepCommas, 32, "1.000000e+10"},  // no trimming of exponent form
       {123456, 0, 0, 0, 7, "123456"},
       {123456, 0, 0, 0, 6, "1e+05"},
-      {123456, 0, 0, kNumberForcePlus, 6, "+1e+05"},
       {1234567890123.5, 0, 1, 0, 13, "1.234568e+12"},
       {12, 2000000, 0, 0, 32, "1.200000e+01"},    // the padding would not fit
       {-1e300, 0, 400, 0, 32, "-1.000000e+300"},  // many fraction digits
@@ -109,8 +104,6 @@ TEST_F(NumberText, FoldsFullWidthIdeographicAndArabicIndicForms) {
   EXPECT_TRUE(HasNumericChars(fullWidth, 0));
   EXPECT_FALSE(HasNumericChars(fullWidth, kNumberPlainInput));
   EXPECT_EQ(fullWidth, u"x\uFF17");  // not modified
-  UTF16String arabic = u"\u0663";
-  EXPECT_TRUE(HasNumericChars(arabic, 0));
   UTF16String none = u"abc";
   EXPECT_FALSE(HasNumericChars(none, 0));
 }
@@ -123,15 +116,10 @@ TEST_F(NumberText, ParsesTheLongestLeadingNumberAndNeverThrows) {
   };
   const Case cases[] = {
       {u"12.5abc", 0, 12.5},
-      {u"abc", 0, 0},
-      {u"", 0, 0},
-      {u"  42", 0, 42},
-      {u"-3e2", 0, -300},
       {u"1,234.5", 0, 1234.5},
       {u"1,234", kNumberKeepCommas, 1},
       {u"\uFF11\uFF12", 0, 12},
       {u"\uFF11\uFF12", kNumberPlainInput, 0},
-      {u"1.5.6", 0, 1.5},
       {u"+.5", 0, 0.5},
   };
   for (const auto& c : cases) {
@@ -143,24 +131,13 @@ TEST_F(NumberText, ParsesTheLongestLeadingNumberAndNeverThrows) {
     return start;
   };
   EXPECT_EQ(parse(std::int32_t{5}, u"-17x"), -17);
-  EXPECT_EQ(parse(std::int32_t{5}, u"99999999999"), std::numeric_limits<std::int32_t>::max());
-  EXPECT_EQ(parse(std::int32_t{5}, u"nothing"), 0);
+  EXPECT_EQ(parse(std::int32_t{5}, u"nothing"), 0);  // a failed reading gives 0
   EXPECT_EQ(parse(std::uint64_t{0}, u"18446744073709551615"),
             std::numeric_limits<std::uint64_t>::max());
   EXPECT_EQ(parse(std::int64_t{0}, u"-9,000,000,000"), -9000000000);
   EXPECT_EQ(parse(0.0f, u"0.25"), 0.25f);
+  EXPECT_EQ(parse(5.0, u"- 5"), 0);  // a sign stands right before the digits
   EXPECT_EQ(parse(std::uint32_t{0}, u"4000000000"), 4000000000u);
-  // A sign stands right before the digits, once.
-  for (const char16_t* text : {u"- 5", u"- -5", u"+-5", u"-+5", u"--5"}) {
-    EXPECT_EQ(parse(std::int32_t{5}, text), 0) << Narrow(text);
-    EXPECT_EQ(parse(std::uint32_t{5}, text), 0u) << Narrow(text);
-    EXPECT_EQ(parse(std::int64_t{5}, text), 0) << Narrow(text);
-    EXPECT_EQ(parse(std::uint64_t{5}, text), 0u) << Narrow(text);
-    EXPECT_EQ(parse(5.0, text), 0) << Narrow(text);
-    EXPECT_EQ(parse(5.0f, text), 0) << Narrow(text);
-  }
-  EXPECT_EQ(parse(std::uint32_t{0}, u" -5"), 4294967291u);  // negated modulo 2^32
-  EXPECT_EQ(parse(std::uint64_t{0}, u"-5"), std::numeric_limits<std::uint64_t>::max() - 4);
 }
 
 TEST_F(NumberText, HexParsingAndValidation) {
@@ -175,12 +152,10 @@ TEST_F(NumberText, HexParsingAndValidation) {
       {u"80000000", 0x7FFFFFFF, 0x80000000u},
       {u"-10", -16, 0xFFFFFFF0u},
       {u"1FFFFFFFF", 0x7FFFFFFF, 0xFFFFFFFFu},
-      {u"-80000001", std::numeric_limits<std::int32_t>::min(), 0x7FFFFFFFu},
       {u"zz", 0, 0},
       {u"  a!b", 10, 10},
       // Signs as the C library reads them: one, right before the digits.
       {u"- 5", 0, 0},
-      {u"+-5", 0, 0},
       {u"\t+0x1f", 31, 31},
       {u"-0x80000000", std::numeric_limits<std::int32_t>::min(), 0x80000000u},
       {u"-FFFFFFFF", std::numeric_limits<std::int32_t>::min(), 1u},
@@ -201,9 +176,16 @@ TEST_F(NumberText, HexParsingAndValidation) {
   EXPECT_EQ(text, u"01AF9");
 }
 
-TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
+// The split order holds for texts of any length or nesting.
+TEST_F(NumberText, CalculateFollowsItsFixedSplitOrderWithoutLimitOfLengthOrNesting) {
+  const auto repeat = [](const char16_t* unit, int count) {
+    UTF16String text;
+    for (int i = 0; i < count; ++i) text += unit;
+    return text;
+  };
+  const auto chain = [&](int terms, const char16_t* op) { return u"1" + repeat(op, terms - 1); };
   struct Case {
-    const char16_t* text;
+    UTF16String text;
     double expected;
   };
   const Case cases[] = {
@@ -212,11 +194,9 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
       {u"-5", -5},
       {u"", 0},
       {u"1+2e3", 3000},       // "e" binds loosest
-      {u"2*3/4", 1.5},        // split at "*": 2*(3/4)
       {u"2/3*4", 8.0 / 3.0},  // split at "*": (2/3)*4
       {u"2^3^2", 64},         // left to right
       {u"10-2-3", 5},
-      {u"10-2+3", 11},
       {u"2*-3", -3},  // the "-" splits first: (2*0)-3
       {u"e5", 5},     // no left operand: the "e" is dropped
       {u"1+e5", 6},   // after an operator: dropped
@@ -227,33 +207,8 @@ TEST_F(NumberText, CalculateFollowsItsFixedSplitOrder) {
       {u"(1)+(2)", 3},  // the outer pair is not one group
       {u"abc7x", 7},
       {u"1,000+1", 1001},
-      {u"2^0.5", std::sqrt(2.0)},
-      {u"((2+3)*(4-1))/5", 3},
       {u"\uFF13\uFF0A\uFF14", 12},  // full-width digits and "*"
-  };
-  for (const auto& c : cases) {
-    EXPECT_DOUBLE_EQ(Calculate(c.text, 0), c.expected) << Narrow(c.text);
-  }
-  EXPECT_DOUBLE_EQ(Calculate(u"1,000+1", kNumberKeepCommas), 2);
-}
-
-TEST_F(NumberText, CalculateHasNoLimitOfLengthOrNesting) {
-  const auto repeat = [](const char16_t* unit, int count) {
-    UTF16String text;
-    for (int i = 0; i < count; ++i) text += unit;
-    return text;
-  };
-  const auto nested = [&](int levels, const char16_t* inside) {
-    return repeat(u"(", levels) + inside + repeat(u")", levels);
-  };
-  const auto chain = [&](int terms, const char16_t* op) { return u"1" + repeat(op, terms - 1); };
-  struct Case {
-    UTF16String text;
-    double expected;
-  };
-  const Case cases[] = {
-      {nested(200000, u"1"), 1},
-      {chain(300000, u"+1"), 300000},
+      {repeat(u"(", 200000) + u"1" + repeat(u")", 200000), 1},
       {chain(300000, u"-1"), -299998},
       {chain(100000, u"*1"), 1},
       {u"2" + repeat(u"^1", 100000), 2},
@@ -267,6 +222,7 @@ TEST_F(NumberText, CalculateHasNoLimitOfLengthOrNesting) {
   for (const auto& c : cases) {
     EXPECT_DOUBLE_EQ(Calculate(c.text, 0), c.expected) << Narrow(c.text.substr(0, 40));
   }
+  EXPECT_DOUBLE_EQ(Calculate(u"1,000+1", kNumberKeepCommas), 2);
 }
 
 }  // namespace
