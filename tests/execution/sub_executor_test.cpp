@@ -47,10 +47,7 @@ TEST(SubExecutor, WidthComesFromTheRequestAndTheParent) {
     if (c.parentThreads >= 0) parent = boost::make_shared<ManualExecutor>(c.parentThreads);
     auto sub = CreateSubExecutor(parent, c.requested);
     SCOPED_TRACE(std::to_string(c.parentThreads) + " " + std::to_string(c.requested));
-    ASSERT_EQ(sub != nullptr, c.width > 0);
-    if (sub) {
-      EXPECT_EQ(sub->GetThreadCount(), c.width);
-    }
+    EXPECT_EQ(sub ? sub->GetThreadCount() : 0, c.width);
   }
 }
 
@@ -118,8 +115,6 @@ TEST(SubExecutor, DelayedCallsRunWhenDueOrJoinTheQueue) {
     auto sub = CreateSubExecutor(parent, 1);
     Log log;
     ASSERT_TRUE(sub->CallAsynchronously(log.Item("d"), 25));
-    EXPECT_EQ(parent->Delayed(), 1u);
-    EXPECT_EQ(parent->Due(), 0u);
     Gate hold(false);
     std::thread busy;
     if (c.busy) {

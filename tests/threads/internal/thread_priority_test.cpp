@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/AddressSpace.h"
 #include "platform/Thread.h"
 #include "threads/internal/LockFreeStack.h"
 #include "threads/internal/ThreadPriorityMap.h"
@@ -105,15 +104,6 @@ TEST(LockFreeStackDeathTest, PackedFormRefusesAnAddressItCannotHold) {
   EXPECT_DEATH(stack.Push(reinterpret_cast<void*>(std::uintptr_t{1} << 48)),
                "not 16-byte aligned below 2\\^48");
   EXPECT_TRUE(stack.IsEmpty());
-}
-
-TEST(LockFreeStack, TheProcessUsesOneFormFittingItsAddressSpace) {
-  const bool wide = internal::UsesWideStacks();
-  EXPECT_EQ(wide, tvxcore::platform::MappingsCanReachAbove(48));
-  if (!wide) {
-    EXPECT_FALSE(tvxcore::platform::MappingsCanReachAbove(47))
-        << "packed only where nothing lies above 2^47";
-  }
 }
 
 }  // namespace
