@@ -28,15 +28,18 @@ using tvxtest::FinishesInTime;
 // A kind: how to make one, whether it owns a pool's controls (pause, waiting
 // for the work due from inside) and reports what items throw, and how to
 // wait for the work due (after Terminate: for the threads' end). A kind of
-// width 1 runs items one at a time in the order they were queued.
+// width 1 runs items one at a time in the order they were queued. kLoad
+// items come from each of four threads at once.
 struct ThreadedKind {
   static constexpr bool kThreaded = true;
+  static constexpr int kLoad = 25000;
   static void WaitForQueuedWork(AsyncThreadedExecutor& executor) { executor.WaitForQueuedWork(); }
 };
 
 template <int Threads>
 struct WorkQueueKind : ThreadedKind {
   static constexpr bool kReportsFailures = true;
+  static constexpr int kLoad = 250000;  // past the ring of the pool's queue
   static boost::shared_ptr<AsyncThreadedExecutor> Create() {
     return CreateAsyncThreadedExecutor("Contract", Threads, ThreadPriority_Normal, {}, {});
   }
@@ -56,6 +59,7 @@ struct SubExecutorKind : ThreadedKind {
 // One thread running an event loop; what its items throw is dropped silently.
 struct EventLoopKind {
   static constexpr bool kThreaded = false;
+  static constexpr int kLoad = 25000;
   static constexpr bool kReportsFailures = false;
   static boost::shared_ptr<AsyncEventLoopExecutor> Create() {
     return CreateAsyncEventLoopExecutor("Contract", ThreadPriority_Normal, {}, {});
@@ -92,11 +96,10 @@ class AsyncExecutorContract : public ::testing::Test {
 
 TYPED_TEST_SUITE(AsyncExecutorContract, ExecutorKinds);
 
-// Producers on several threads at once, each item counted where it runs.
 TYPED_TEST(AsyncExecutorContract, RunsEveryItemOnceOnItsOwnThreadsWithinItsWidth) {
   auto& executor = this->executor_;
   EXPECT_FALSE(executor->IsCurrentThreadExecutorThread());
-  constexpr int kProducers = 4, kItems = 25000;
+  constexpr int kProducers = 4, kItems = TypeParam::kLoad;
   const int width = executor->GetThreadCount();
   std::mutex mutex;
   std::vector<std::vector<int>> order(kProducers);

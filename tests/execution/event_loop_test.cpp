@@ -110,7 +110,6 @@ TEST(EventLoop, WatchedDescriptorsAreServedByTheLoop) {
   });
   ASSERT_TRUE(watch);
   EXPECT_FALSE(WatchReadableOnCurrentThread(fds[0], [] {})) << "watched already";
-  EXPECT_FALSE(WatchReadableOnCurrentThread(-1, [] {}));
   auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
   std::thread writer([&] { ASSERT_EQ(::write(fds[1], "fd.", 3), 3); });
   EXPECT_TRUE(LoopEndsInTime(adaptor));

@@ -213,7 +213,6 @@ TEST(SharedThreads, ReserveKeepsTwoIdleTemporaryExecutorsPaused) {
   ASSERT_NE(fresh, nullptr);
   EXPECT_NE(fresh, borrowed[0]);
   EXPECT_NE(fresh, borrowed[1]);
-  EXPECT_FALSE(fresh->IsTerminated());
   fresh->Terminate();
   for (auto const& executor : borrowed) executor->WaitForQueuedWork();
   fresh->WaitForQueuedWork();

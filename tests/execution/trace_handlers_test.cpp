@@ -30,8 +30,6 @@
 namespace {
 
 namespace dbg = tvxcore::debug;
-using tvxcore::UTF8String;
-
 using tvxtest::SetDebugSetting;
 
 const char kWarning[] =
@@ -42,7 +40,7 @@ using TraceHandlers = tvxtest::DiagnosticsTest;
 
 TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
   // Settings as "key=value" words; Create.. is CreateLogFilesThatDoNotExist.
-  const std::type_info* const kNone = nullptr;  // the handler before stays in front
+  // A null front: the handler before stays in front.
   const std::type_info* const kRolling = &typeid(dbg::RollingTraceHandler);
   const std::type_info* const kTimestamp = &typeid(dbg::TimestampTraceHandler);
   const std::type_info* const kAsync = &typeid(dbg::AsyncTraceHandler);
@@ -53,12 +51,12 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
     bool warned;                  // the rolling handler's warning came first
     bool timestampNames;          // the log's name has a timestamp
   } kCases[] = {
-      {"", kNone, false, false, false},
-      {"MaxLogSize=1000 RolloverLogsDaily=true", kNone, false, false, false},
+      {"", nullptr, false, false, false},
+      {"MaxLogSize=1000 RolloverLogsDaily=true", nullptr, false, false, false},
       {"Create=true MaxLogSize=1000", kRolling, false, true, false},
       {"Create=true RolloverLogsDaily=true", kRolling, false, true, false},
       {"Create=true MaxLogSize=1000 AddTimestampToLogFileNames=true", kRolling, false, false, true},
-      {"AddTimestampToLogFileNames=true", kNone, false, false, true},
+      {"AddTimestampToLogFileNames=true", nullptr, false, false, true},
       {"AddUTCTimestampToTraces=true", kTimestamp, true, false, false},
       {"AddUTCTimestampToTraces=true Create=true MaxLogSize=5", kTimestamp, true, true, false},
       {"TraceAsync=true", kAsync, false, false, false},
@@ -81,14 +79,14 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
       {
         dbg::TraceHandlerInstaller installer;
         dbg::TraceHandler* const master = dbg::GetMasterTraceHandler();
-        if (c.front == kNone)
+        if (c.front == nullptr)
           EXPECT_EQ(master, &before);
         else
           EXPECT_TRUE(typeid(*master) == *c.front) << typeid(*master).name();
         dbg::Trace("a line\n");
         dbg::Trace("another\n");
       }
-      if (c.front == kNone)
+      if (c.front == nullptr)
         EXPECT_EQ(dbg::GetMasterTraceHandler(), &before);
       else
         EXPECT_NE(dynamic_cast<dbg::DefaultTraceHandler*>(dbg::GetMasterTraceHandler()), nullptr);
@@ -110,7 +108,7 @@ TEST_F(TraceHandlers, SwitchesBuildTheChainInFrontOfTheHandlerBefore) {
       }
       tvxcore::UTF16String path;
       ASSERT_TRUE(tvxcore::console::ConsoleLogFile::GetInstance()->GetLogFilePath(path, false));
-      const UTF8String name = tvxcore::utility::UTF16to8(path);
+      const auto name = tvxcore::utility::UTF16to8(path);
       EXPECT_EQ(std::regex_search(std::string(name.begin(), name.end()),
                                   std::regex(R"(/Diag \d{8}-\d{6}_\d{6}\.txt$)")),
                 c.timestampNames);

@@ -52,8 +52,7 @@ TEST(CreateNamedThread, GivesTheSystemTheFirst15BytesOfTheName) {
   }
 }
 
-// Whether a thread is the registered main one: the main-thread registration
-// test in tests/execution.
+// Which thread is the registered main one: tests/execution/event_loop_test.cpp.
 TEST(ThreadIdentity, IdsAreTheSystems) {
   const auto mainId = GetCurrentThreadID();
   EXPECT_EQ(mainId, GetCurrentProcessID()) << "the first thread has the process's id";

@@ -105,8 +105,7 @@ TEST_F(TraceClocks, RollsBySizeAfterTheLimitIsPassedAndByDay) {
     std::vector<int> dayOfLine;  // added to the first day, per line
     std::vector<const char*> file;
   } kCases[] = {
-      // 10, 20 (equal to the limit is not past it), 30, then the next line
-      // rolls.
+      // 10, 20 (at the limit is not past it), 30; the next line rolls.
       {"20",
        false,
        {0, 0, 0, 0, 0, 0, 0},

@@ -41,12 +41,10 @@ TEST(PlatformEventLoop, NotifyLaneGoesFirstAndQuitKeepsItsPlace) {
   EXPECT_EQ(loop, EventLoop::ForCurrentThread()) << "one loop a thread";
   const auto channel = loop->OpenChannel();
   std::string log;
-  struct Step {
-    char c;
-    Lane lane;
-  } const steps[] = {
-      {'a', Lane::kPosted}, {'N', Lane::kNotify}, {'b', Lane::kPosted}, {'O', Lane::kNotify}};
-  for (const auto& s : steps) ASSERT_TRUE(loop->Post(channel, Note(log, s.c), s.lane));
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'a'), Lane::kPosted));
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'N'), Lane::kNotify));
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'b'), Lane::kPosted));
+  ASSERT_TRUE(loop->Post(channel, Note(log, 'O'), Lane::kNotify));
   ASSERT_TRUE(loop->PostQuit());
   ASSERT_TRUE(loop->Post(channel, Note(log, 'c'), Lane::kPosted));
   EXPECT_EQ(loop->Run(-1), RunResult::kQuit);
@@ -74,7 +72,6 @@ TEST(PlatformEventLoop, ClosedChannelsAndEndedThreadsDestroyWhatTheyHold) {
 
   auto loop = EventLoop::ForCurrentThread();
   const auto kept = loop->OpenChannel(), closed = loop->OpenChannel();
-  EXPECT_NE(kept, closed);
   std::string log;
   ASSERT_TRUE(
       loop->Post(closed, std::make_unique<Probe>([&] { log += 'x'; }, &destroyed), Lane::kNotify));
