@@ -27,10 +27,6 @@ class ManualExecutor final : public tvxcore::threads::AsyncExecutor {
     std::lock_guard<std::mutex> lock(mutex_);
     return due_.size();
   }
-  size_t Delayed() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return delayed_.size();
-  }
   // Runs the oldest undelayed call / the oldest delayed one; false if none.
   bool Run() { return Pop(due_); }
   bool Fire() { return Pop(delayed_); }

@@ -3,14 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <boost/function.hpp>
 #include <boost/make_shared.hpp>
 #include <memory>
 
 #include "execution/ExecutorTestSupport.h"
 #include "tvxcore/threads/AsyncExecutor.h"
-#include "tvxcore/threads/Gate.h"
 
 namespace {
 

