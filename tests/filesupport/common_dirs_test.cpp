@@ -34,25 +34,18 @@ using tvxtest::U;
 class Environment {
  public:
   ~Environment() {
-    for (const auto& [name, value] : saved_) {
-      if (value)
-        ::setenv(name.c_str(), value->c_str(), 1);
-      else
-        ::unsetenv(name.c_str());
-    }
+    for (const auto& [name, value] : saved_) Put(name, value ? value->c_str() : nullptr);
   }
   void Set(const std::string& name, const char* value) {
-    if (saved_.find(name) == saved_.end()) {
-      const char* old = std::getenv(name.c_str());
-      saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-    }
-    if (value)
-      ::setenv(name.c_str(), value, 1);
-    else
-      ::unsetenv(name.c_str());
+    const char* old = std::getenv(name.c_str());
+    saved_.try_emplace(name, old ? std::optional<std::string>(old) : std::nullopt);
+    Put(name, value);
   }
 
  private:
+  static void Put(const std::string& name, const char* value) {
+    value ? ::setenv(name.c_str(), value, 1) : ::unsetenv(name.c_str());
+  }
   std::map<std::string, std::optional<std::string>> saved_;
 };
 

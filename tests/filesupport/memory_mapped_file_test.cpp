@@ -40,13 +40,9 @@ TEST(MemoryMappedFile, TwoObjectsOfOneNameShareWrites) {
   MemoryMappedFile first, second;
   ASSERT_TRUE(first.Open(name, 4096, kCreate | kMap | kWrite));
   ASSERT_TRUE(second.Open(name, 4096, kCreate | kMap | kWrite));  // finds it: opens
-  EXPECT_TRUE(first.MappedMemoryIsWritable());
-  EXPECT_TRUE(second.MappedMemoryIsWritable());
   char* a = static_cast<char*>(first.GetAddress());
   char* b = static_cast<char*>(second.GetAddress());
   EXPECT_NE(a, b);
-  std::strcpy(a, "from the first");
-  EXPECT_STREQ(b, "from the first");
   b[4095] = 'z';
   EXPECT_EQ(a[4095], 'z');
 
