@@ -10,7 +10,6 @@
 #include <string>
 #include <typeinfo>
 #include <utility>
-#include <vector>
 
 #include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"

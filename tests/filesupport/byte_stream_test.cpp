@@ -1,4 +1,4 @@
-// The stream bases, their client slots and exceptions, and the contract every
+// The stream bases and their client slots, and the contract every
 // reading and every writing stream keeps: bytes in order, positions, lengths
 // and the end, run over each kind of stream.
 #include <gtest/gtest.h>
@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -14,7 +13,6 @@
 #include <sstream>
 #include <string>
 #include <tuple>
-#include <type_traits>
 #include <vector>
 
 #include "support/CompletedStream.h"
@@ -123,17 +121,6 @@ TEST(ByteStreamBase, DefaultOperationsLoopOverGetAndPut) {
   EXPECT_TRUE(sink.bytes.empty());
   sink.WriteBlock(bytes, 3);
   EXPECT_EQ(sink.bytes, "\x01\x02\x03");
-}
-
-TEST(ByteStreamExceptions, CarryNoTextAndEofErrorIsNoIoError) {
-  static_assert(std::is_base_of_v<fs::byte_stream_exception, fs::eof_error> &&
-                std::is_base_of_v<fs::byte_stream_exception, fs::io_error> &&
-                !std::is_base_of_v<fs::io_error, fs::eof_error> &&
-                std::is_copy_assignable_v<fs::eof_error>);
-  const std::string plain = std::exception().what();
-  EXPECT_EQ(fs::byte_stream_exception().what(), plain);
-  EXPECT_EQ(fs::eof_error().what(), plain);
-  EXPECT_EQ(fs::io_error().what(), plain);
 }
 
 namespace {

@@ -164,7 +164,6 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
   const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
   EXPECT_EQ(N(commondirs::MainExecutableFile().FullPath()), exe);
   EXPECT_EQ(N(Dir::AppDir().FullPath()), std::filesystem::path(exe).parent_path().string());
-  EXPECT_EQ(Dir::PackageDir(), Dir::AppDir());
 
   // The folders worked out from the application folder, and their overrides.
   using Folder = Dir (*)();

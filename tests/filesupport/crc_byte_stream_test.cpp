@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
@@ -56,28 +54,6 @@ TEST(OCRCByteStream, GivesTheCRC32OfZlibAndPNG) {
     EXPECT_EQ(Sum(row.bytes), row.crc);
     EXPECT_EQ(Sum(row.bytes, true), row.crc);
   }
-}
-
-TEST(OCRCByteStream, ValueAtAnyTimeLeavesTheSumAlone) {
-  // Random pieces, by blocks and bytes mixed, with the value asked after each:
-  // each value is that of all bytes so far.
-  const std::string text = Pattern(20000);
-  std::mt19937 random(99);
-  std::string sink;
-  fs::OStringByteStream out(sink);
-  StringCRCStream crc(out);
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const std::size_t piece = std::min<std::size_t>(random() % 700, text.size() - done);
-    if (random() % 2 == 0) {
-      crc.WriteBlock(Bytes(text) + done, static_cast<std::uint32_t>(piece));
-    } else {
-      for (std::size_t i = 0; i < piece; ++i) crc.Put(Bytes(text)[done + i]);
-    }
-    done += piece;
-    ASSERT_EQ(crc.Value(), Sum(text.substr(0, done))) << done << " bytes";
-  }
-  EXPECT_EQ(sink, text) << "every byte passed through, in order";
 }
 
 TEST(OCRCByteStream, PassesBytesOnAsTheyCameAndPositionsToTheInnerStream) {

