@@ -29,17 +29,6 @@ namespace fs = tvxcore::filesupport;
 
 namespace {
 
-// A writer with nothing but Put().
-class RecordingSink : public fs::OByteStream {
- public:
-  void Put(unsigned char byte) override { bytes += static_cast<char>(byte); }
-  void CurPos(unsigned long long) override {}
-  unsigned long long CurPos() const override { return bytes.size(); }
-  void OSFlush() override {}
-  void Truncate(unsigned long long) override {}
-  std::string bytes;
-};
-
 using tvxtest::Bytes;
 using tvxtest::Completed;
 using tvxtest::UnknownLengthSource;
@@ -97,30 +86,21 @@ TEST(ByteStreamBase, CallbacksRunOldestFirstWhenTheStreamDiesWithTheSlotsStillTh
                 {'A', 0, stream, 1, 11}, {'B', 0, stream, 4, 44}, {'A', 0, stream, 1, 11}}));
 }
 
-TEST(ByteStreamBase, DefaultOperationsLoopOverGetAndPut) {
+// The string streams keep the default ReadBlock and WriteBlock, which the
+// contract below runs; here what only a reader of unknown length shows.
+TEST(ByteStreamBase, DefaultOperationsLoopOverGet) {
   UnknownLengthSource source("abcdef");
   EXPECT_EQ(source.Length(), 0u);
   EXPECT_TRUE(source.AtTheEnd()) << "default length 0 is reached at position 0";
 
-  unsigned char block[8] = {};
+  unsigned char block[8];
+  std::memset(block, '-', sizeof block);
   source.ReadBlock(block, 0);
   EXPECT_EQ(source.gets, 0) << "a count of 0 reads nothing";
-  source.ReadBlock(block, 3);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 3), "abc");
-  EXPECT_EQ(source.gets, 3);
-  EXPECT_FALSE(source.AtTheEnd());
-
-  std::memset(block, '-', sizeof block);
+  source.CurPos(3);
   EXPECT_THROW(source.ReadBlock(block, 5), fs::eof_error);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(block), 5), "def--")
       << "bytes before the end are stored";
-
-  RecordingSink sink;
-  const unsigned char bytes[] = {1, 2, 3};
-  sink.WriteBlock(bytes, 0);
-  EXPECT_TRUE(sink.bytes.empty());
-  sink.WriteBlock(bytes, 3);
-  EXPECT_EQ(sink.bytes, "\x01\x02\x03");
 }
 
 namespace {

@@ -23,14 +23,6 @@ using tvxtest::Bytes;
 
 namespace {
 
-class PlatformStreams : public tvxtest::TempDirTest {
- protected:
-  File FileAt(std::string_view relative) const { return File(Path(relative)); }
-
-  // Opens a reader or a writer and closes it again.
-  std::string OpenOutcome(std::string_view name, bool writer, int flags) const;
-};
-
 // Which exception a call threw: "none", or the name of the stream or file
 // exception, so one table row states the expected outcome.
 std::string Outcome(const std::function<void()>& call) {
@@ -48,15 +40,21 @@ std::string Outcome(const std::function<void()>& call) {
   }
 }
 
-std::string PlatformStreams::OpenOutcome(std::string_view name, bool writer, int flags) const {
-  return Outcome([&] {
-    if (writer) {
-      OPlatformByteStream out(FileAt(name), flags);
-    } else {
-      IPlatformByteStream in(FileAt(name), flags);
-    }
-  });
-}
+class PlatformStreams : public tvxtest::TempDirTest {
+ protected:
+  File FileAt(std::string_view relative) const { return File(Path(relative)); }
+
+  // Opens a reader or a writer and closes it again.
+  std::string OpenOutcome(std::string_view name, bool writer, int flags) const {
+    return Outcome([&] {
+      if (writer) {
+        OPlatformByteStream out(FileAt(name), flags);
+      } else {
+        IPlatformByteStream in(FileAt(name), flags);
+      }
+    });
+  }
+};
 
 // Lets a test hand a descriptor from one writer to another, as a derived
 // stream that opens its file itself would.
