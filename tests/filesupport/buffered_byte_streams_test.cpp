@@ -74,7 +74,6 @@ class RecordingSource : public IByteStream {
  private:
   bool FailsNow() { return failAtCall > 0 && --failAtCall == 0; }
 
- private:
   unsigned long long length_;
   unsigned long long pos_ = 0;
 };

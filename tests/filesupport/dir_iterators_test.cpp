@@ -78,12 +78,9 @@ TEST_F(DirIteratorTest, FilesAndSubdirectoriesAreListedApartWithLinksByWhatTheyR
             (Names{".hidden", "UPPER.LNK", "a.txt", "b.txt", "broken", "file-link"}));
   EXPECT_EQ(Relative(Dirs(dir)), (Names{"linked", "real", "sub2"}));
   EXPECT_EQ(Relative(Files(Dir(Path("linked")))), (Names{"linked/inside.txt"}));
-  auto first = dir.BeginFiles();
-  EXPECT_EQ(first, Dir::FileIterator(first));                  // a copy stands at the same place
-  EXPECT_NE(first, dir.BeginFiles());                          // a new listing is a new snapshot
+  EXPECT_NE(dir.BeginFiles(), dir.BeginFiles());               // a new listing is a new snapshot
   EXPECT_EQ(Dir(Path("sub2")).BeginFiles(), Dir::EndFiles());  // no files
   EXPECT_EQ(Dir(Path("missing")).BeginSubdirs(), Dir::EndSubdirs());
-  EXPECT_EQ(Dir(Path("a.txt")).BeginFiles(), Dir::EndFiles());  // not a directory
   EXPECT_EQ(Dir::DirIterator(), Dir::DirIterator());
   EXPECT_NE(Dir::DirIterator(), Dir::EndSubdirs());  // no helper equals only no helper
 }
