@@ -85,9 +85,7 @@ template <typename T>
 concept Writable = requires(fs::OByteStream& out, const T& value) {
   out << value;
 };
-static_assert(!Writable<char[5]>);
-static_assert(!Writable<const char*>);
-static_assert(!Writable<int*>);
+static_assert(!Writable<char[5]> && !Writable<const char*> && !Writable<int*>);
 static_assert(Writable<std::string> && Writable<bool> && Writable<double>);
 
 // long is 8 bytes here and 4 in the encoding: neither may be taken silently.

@@ -50,7 +50,6 @@ void ExpectFailure(const char* key, const std::function<void()>& call,
   } catch (const std::exception& e) {
     const std::string text = e.what();
     EXPECT_EQ(typeid(e), typeid(Expected)) << "line " << at.line() << ": " << text;
-    // The default texts, exactly as the library must carry them.
     static const std::map<std::string, std::string> kDefaults = {
         {"Create/accessdenied", "Could not create the file '@0'. Access was denied."},
         {"Create/fnf", "Could not create the file '@0'. The file could not be found."},

@@ -1,15 +1,18 @@
 // The translation of errno to the Windows codes the file tables are keyed by,
-// the tables themselves, and the path codec.
+// the tables themselves, the path codec, and where resource folders are found.
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <typeinfo>
 #include <utility>
 
+#include "filesupport/internal/AuxiliaryResources.h"
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
+#include "platform/HostInfo.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
@@ -147,3 +150,30 @@ TEST(PathCodec, NamesRoundTripWhateverTheirBytesButZeroUnitsCantNameAFile) {
   EXPECT_TRUE(internal::ToNative(UTF16String{0xD800, u'a'}, out));  // lone surrogate passes
   EXPECT_EQ(out, std::string("\xED\xA0\x80") + "a");
 }
+
+namespace {
+
+void Here() {}
+
+// Resource folders are looked for beside the module, in the share folder
+// next to it and beside the executable; the first that exists wins, and its
+// path must name the folder on disk even when that name isn't UTF-8.
+TEST(AuxiliaryResources, ShareFolderIsFoundEvenWhenItsNameIsNotUTF8) {
+  const std::string module = platform::ModuleDirectoryOf(reinterpret_cast<const void*>(&Here));
+  ASSERT_FALSE(module.empty());
+  const std::filesystem::path share = std::filesystem::path(module) / ".." / "share";
+  // A Latin-1 byte on disk, which the library's paths carry as U+DCE9.
+  const std::filesystem::path folder = share / "tvxcore" / "tvx-aux-dict\xE9";
+  std::filesystem::create_directories(folder);
+  const UTF16String path = filesupport::internal::GetAuxiliaryResourcesPath(
+      reinterpret_cast<const void*>(&Here), u"de.dict", u"tvx-aux-dict\xDCE9");
+  std::error_code ignored;
+  std::filesystem::remove(folder, ignored);
+  std::filesystem::remove(share / "tvxcore", ignored);  // only when empty
+  std::filesystem::remove(share, ignored);
+
+  const std::string dir = module + "/../share/tvxcore/";  // the build folder is ASCII
+  EXPECT_EQ(path, UTF16String(dir.begin(), dir.end()) + u"tvx-aux-dict\xDCE9/de.dict");
+}
+
+}  // namespace
