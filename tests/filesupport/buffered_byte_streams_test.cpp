@@ -140,6 +140,7 @@ TEST(BufferedReading, EndOfStreamAndBadSizes) {
   in.CurPos(5000);
   EXPECT_THROW(in.Get(), eof_error);
   EXPECT_THROW(in.CurPos(5001), eof_error);
+  EXPECT_EQ(in.CurPos(), 5000u) << "neither moved";
   EXPECT_TRUE(source.log.calls.empty());  // none of that asked the inner stream
 
   // The window can't hold less than one block.
