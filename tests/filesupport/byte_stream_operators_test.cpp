@@ -10,7 +10,6 @@
 #include <string>
 #include <typeinfo>
 #include <utility>
-#include <vector>
 
 #include "support/CompletedStream.h"
 #include "tvxcore/filesupport/AdapterByteStreams.h"
@@ -61,34 +60,23 @@ TEST(ByteStreamEncoding, EveryValueTypeHasItsExactBytesAndReadsBack) {
   };
   check(false, "00");
   check(true, "01");
-  check('A', "41");
   check(static_cast<char>(0xE9), "e9");
   check(static_cast<signed char>(-128), "80");
-  check(static_cast<signed char>(127), "7f");
   check(static_cast<unsigned char>(255), "ff");
   check(static_cast<short>(0x1234), "1234");
   check(static_cast<short>(SHRT_MIN), "8000");
-  check(static_cast<short>(SHRT_MAX), "7fff");
   check(static_cast<unsigned short>(0xBEEF), "beef");
   check(std::int32_t{0x12345678}, "12345678");
   check(std::numeric_limits<std::int32_t>::min(), "80000000");
-  check(std::numeric_limits<std::int32_t>::max(), "7fffffff");
-  check(std::uint32_t{0x12345678}, "12345678");
   check(std::numeric_limits<std::uint32_t>::max(), "ffffffff");
   check(0x0102030405060708LL, "0102030405060708");
   check(LLONG_MIN, "8000000000000000");
   check(0xFEDCBA9876543210ULL, "fedcba9876543210");
-  check(LLONG_MAX, "7fffffffffffffff");
   check(std::string(), "0000000000000000");
   check(std::string("abc"), "0000000000000003616263");
   check(std::string("a\0b", 3), "0000000000000003610062");
-  check(UTF16String(u"A"), "00000000000000010041");
   check(UTF16String(), "0000000000000000");
   check(UTF16String(u"\xFFFF\xD800\x00E9"), "0000000000000003ffffd80000e9");  // lone surrogate
-  check(1.5f, "0000000000000003312e35");
-  check(1.5, "0000000000000003312e35");
-  check(1.5L, "0000000000000003312e35");
-  check(-2.0, "00000000000000022d32");
 }
 
 // A pointer has no encoding: a literal must not go out as the bool it converts
@@ -97,9 +85,7 @@ template <typename T>
 concept Writable = requires(fs::OByteStream& out, const T& value) {
   out << value;
 };
-static_assert(!Writable<char[5]>);
-static_assert(!Writable<const char*>);
-static_assert(!Writable<int*>);
+static_assert(!Writable<char[5]> && !Writable<const char*> && !Writable<int*>);
 static_assert(Writable<std::string> && Writable<bool> && Writable<double>);
 
 // long is 8 bytes here and 4 in the encoding: neither may be taken silently.
@@ -110,7 +96,11 @@ concept Readable = requires(fs::IByteStream& in, T& value) {
 static_assert(!Writable<long> && !Readable<long> && !Writable<unsigned long> &&
               !Readable<unsigned long>);
 
-TEST(ByteStreamEncoding, TriboolStateTravelsAsOneByteAndOddStatesPassUnchanged) {
+TEST(ByteStreamEncoding, AnyNonZeroByteIsTrueAndOddTriboolStatesPassUnchanged) {
+  const bool odd = Decode<bool>(Unhex("80"));
+  EXPECT_TRUE(odd);
+  EXPECT_EQ(Hex(Encode(odd)), "01");
+
   using boost::logic::tribool;
   EXPECT_EQ(Hex(Encode(tribool(false))), "00");
   EXPECT_EQ(Hex(Encode(tribool(true))), "01");
@@ -119,19 +109,11 @@ TEST(ByteStreamEncoding, TriboolStateTravelsAsOneByteAndOddStatesPassUnchanged) 
   EXPECT_TRUE(bool(!Decode<tribool>(Unhex("00"))));
   EXPECT_TRUE(boost::logic::indeterminate(Decode<tribool>(Unhex("02"))));
 
-  const tribool odd = Decode<tribool>(Unhex("07"));
+  const tribool oddState = Decode<tribool>(Unhex("07"));
   unsigned state = 0;
-  std::memcpy(&state, &odd.value, sizeof state);
+  std::memcpy(&state, &oddState.value, sizeof state);
   EXPECT_EQ(state, 7u);
-  EXPECT_EQ(Hex(Encode(odd)), "07");
-}
-
-TEST(ByteStreamEncoding, AnyNonZeroByteReadsAsTrue) {
-  for (int byte : {0x01, 0x02, 0x7F, 0x80, 0xFF}) {
-    const bool value = Decode<bool>(std::string(1, static_cast<char>(byte)));
-    EXPECT_TRUE(value) << byte;
-    EXPECT_EQ(Hex(Encode(value)), "01") << byte;
-  }
+  EXPECT_EQ(Hex(Encode(oddState)), "07");
 }
 
 TEST(ByteStreamEncoding, FloatingValuesGoOutAsThirtySixDigitTextAndFiniteOnesReadBackExactly) {
@@ -145,18 +127,14 @@ TEST(ByteStreamEncoding, FloatingValuesGoOutAsThirtySixDigitTextAndFiniteOnesRea
   };
   check(0.1, "0.100000000000000005551115123125782702");
   check(-0.0, "-0");
-  check(123456.0f, "123456");
   check(0.1f, "0.100000001490116119384765625");
   check(1e-5, "1.00000000000000008180305391403130955e-05");
   check(DBL_MAX, "1.79769313486231570814527423731704357e+308");
   check(DBL_MIN, "2.22507385850720138309023271733240406e-308");
-  check(-DBL_MIN, "-2.22507385850720138309023271733240406e-308");
   check(std::numeric_limits<double>::denorm_min(), "4.94065645841246544176568792868221372e-324");
-  check(-0.0f, "-0");
   check(FLT_MAX, "3.40282346638528859811704183484516925e+38");
   check(-FLT_MIN, "-1.17549435082228750796873653722224568e-38");
   check(std::numeric_limits<float>::denorm_min(), "1.40129846432481707092372958328991613e-45");
-  check(0.1L, "0.100000000000000000001355252715606881");
   check(-0.0L, "-0");
   check(1.0L / 3, "0.333333333333333333342368351437379204");
   check(LDBL_MAX, "1.18973149535723176502126385303097021e+4932");
@@ -165,7 +143,6 @@ TEST(ByteStreamEncoding, FloatingValuesGoOutAsThirtySixDigitTextAndFiniteOnesRea
         "3.64519953188247460252840593361941982e-4951");
   check(std::numeric_limits<double>::infinity(), "inf");
   check(-std::numeric_limits<float>::infinity(), "-inf");
-  check(std::numeric_limits<double>::quiet_NaN(), "nan");
   check(-std::numeric_limits<long double>::quiet_NaN(), "-nan");
 }
 
@@ -190,16 +167,11 @@ TEST(ByteStreamEncoding, FloatingTextReadsAsAStandardExtractionWould) {
     EXPECT_TRUE(value == 0 && !std::signbit(value)) << '"' << text << '"';
   }
   EXPECT_EQ(Decode<float>(Encode(std::string("1e39"))), FLT_MAX);
-  EXPECT_EQ(Decode<float>(Encode(std::string("-1e39"))), -FLT_MAX);
   EXPECT_EQ(Decode<float>(Encode(std::string("1e-50"))), 0.0f);
-  EXPECT_EQ(Decode<float>(Encode(std::string("0.25"))), 0.25f);
   EXPECT_EQ(Decode<long double>(Encode(std::string("1e5000"))), LDBL_MAX);
   const long double tiny = Decode<long double>(Encode(std::string("-1e-5000")));
   EXPECT_EQ(tiny, 0.0L);
   EXPECT_TRUE(std::signbit(tiny));
-  // Non-finite values go out as text that does not read back as a number.
-  EXPECT_EQ(Decode<double>(Encode(std::numeric_limits<double>::infinity())), 0.0);
-  EXPECT_EQ(Decode<float>(Encode(std::numeric_limits<float>::quiet_NaN())), 0.0f);
 }
 
 TEST(ByteStreamEncoding, IntegerCutShortKeepsTheBytesReadInTheirPlaces) {
@@ -214,15 +186,12 @@ TEST(ByteStreamEncoding, IntegerCutShortKeepsTheBytesReadInTheirPlaces) {
   check("ffffff", 0LL, 0xFFFFFF0000000000ull);
 }
 
-TEST(ByteStreamEncoding, StringReadErasesTheTargetFirst) {
-  std::string empty = Encode(std::string()), cut = Unhex("0000");
-  fs::IStringByteStream emptyIn(empty), cutIn(cut);
-  std::string target = "old";
-  emptyIn >> target;
-  EXPECT_TRUE(target.empty());
+TEST(ByteStreamEncoding, StringReadErasesTheTargetBeforeTheCount) {
+  std::string cut = Unhex("0000");
+  fs::IStringByteStream in(cut);
   UTF16String wide = u"old";
-  EXPECT_THROW(cutIn >> wide, fs::eof_error);
-  EXPECT_TRUE(wide.empty()) << "erased before the count is read";
+  EXPECT_THROW(in >> wide, fs::eof_error);
+  EXPECT_TRUE(wide.empty());
 }
 
 // A corrupt count must end in eof_error once the real bytes run out, without
@@ -230,8 +199,7 @@ TEST(ByteStreamEncoding, StringReadErasesTheTargetFirst) {
 // count, and a reservation of 2^63 or more would throw something other than
 // eof_error.
 TEST(ByteStreamEncoding, CorruptStringCountEndsInEofWithoutReservingIt) {
-  for (const std::string count : {"000000007fffffff", "0000000080000000", "0000010000000000",
-                                  "7fffffffffffffff", "ffffffffffffffff"}) {
+  for (const std::string count : {"000000007fffffff", "0000000080000000", "ffffffffffffffff"}) {
     std::string bytes = Unhex(count + "616263");
     fs::IStringByteStream in(bytes);
     std::string narrow = "previous";

@@ -34,25 +34,18 @@ using tvxtest::U;
 class Environment {
  public:
   ~Environment() {
-    for (const auto& [name, value] : saved_) {
-      if (value)
-        ::setenv(name.c_str(), value->c_str(), 1);
-      else
-        ::unsetenv(name.c_str());
-    }
+    for (const auto& [name, value] : saved_) Put(name, value ? value->c_str() : nullptr);
   }
   void Set(const std::string& name, const char* value) {
-    if (saved_.find(name) == saved_.end()) {
-      const char* old = std::getenv(name.c_str());
-      saved_[name] = old ? std::optional<std::string>(old) : std::nullopt;
-    }
-    if (value)
-      ::setenv(name.c_str(), value, 1);
-    else
-      ::unsetenv(name.c_str());
+    const char* old = std::getenv(name.c_str());
+    saved_.try_emplace(name, old ? std::optional<std::string>(old) : std::nullopt);
+    Put(name, value);
   }
 
  private:
+  static void Put(const std::string& name, const char* value) {
+    value ? ::setenv(name.c_str(), value, 1) : ::unsetenv(name.c_str());
+  }
   std::map<std::string, std::optional<std::string>> saved_;
 };
 
@@ -171,7 +164,6 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
   const std::string exe = std::filesystem::read_symlink("/proc/self/exe").string();
   EXPECT_EQ(N(commondirs::MainExecutableFile().FullPath()), exe);
   EXPECT_EQ(N(Dir::AppDir().FullPath()), std::filesystem::path(exe).parent_path().string());
-  EXPECT_EQ(Dir::PackageDir(), Dir::AppDir());
 
   // The folders worked out from the application folder, and their overrides.
   using Folder = Dir (*)();
@@ -185,7 +177,6 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
       {&commondirs::ResourcesDir, "app", &commondirs::SetResourcesDirOverride, "res"},
   };
   commondirs::SetAppDirOverride(Dir(Path("app")));
-  EXPECT_EQ(Dir::AppDir(), Dir(Path("app")));
   for (const auto& [folder, fromApp, set, overridden] : folders)
     EXPECT_EQ(folder(), Dir(Path(fromApp))) << fromApp;
 
@@ -195,7 +186,6 @@ TEST_F(CommonDirs, OverridesAndCachedAnswers) {
   commondirs::SetMainExecutableOverride(File(Path("bin/tool")));
   for (const auto& [folder, fromApp, set, overridden] : folders)
     EXPECT_EQ(folder(), Dir(Path(overridden))) << overridden;
-  EXPECT_EQ(commondirs::MainExecutableFile(), File(Path("bin/tool")));
   commondirs::SetAppDirOverride(Dir());
   EXPECT_EQ(Dir::AppDir(), Dir(Path("bin"))) << "an empty override looks again";
 

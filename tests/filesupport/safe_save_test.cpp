@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -60,20 +59,30 @@ TEST_F(SafeSaveTest, TempNameIsTitleProcessThreadAndLowerCaseExtensionBesideTarg
   EXPECT_NE(theirs, Native("x" + Ids() + ".dat"));
 }
 
-TEST_F(SafeSaveTest, CommitPutsNewContentAtTargetWhetherOrNotItExisted) {
-  for (bool existed : {true, false}) {
-    SCOPED_TRACE(existed ? "target existed" : "no target");
+TEST_F(SafeSaveTest, CommitPutsNewContentAtTargetAndAnAbandonedSaveLeavesIt) {
+  struct Row {
+    bool existed, writeTemp, commit;
+  };
+  for (const Row row : {Row{true, true, true}, Row{false, true, true}, Row{true, true, false},
+                        Row{true, false, false}}) {
+    SCOPED_TRACE(std::string(row.existed ? "target existed" : "no target") +
+                 (row.writeTemp ? ", temp written" : ", no temp") +
+                 (row.commit ? ", committed" : ", abandoned"));
     std::filesystem::remove(Native("prefs.xml"));
-    if (existed) Write("prefs.xml", "old contents");
+    if (row.existed) Write("prefs.xml", "old contents");
+    std::string tempPath;
     {
       SafeSave save(File(Path("prefs.xml")));
-      const std::string tempPath = WriteTemp(save, "new contents");
-      EXPECT_EQ(Read("prefs.xml"), existed ? "old contents" : "") << "untouched before commit";
-      save.Commit();
-      EXPECT_EQ(N(save.GetTempFile().FullPath()), Native("prefs.xml")) << "temp names the target";
-      EXPECT_FALSE(std::filesystem::exists(tempPath));
+      tempPath = row.writeTemp ? WriteTemp(save, "new contents") : N(save.GetTempFile().FullPath());
+      EXPECT_EQ(Read("prefs.xml"), row.existed ? "old contents" : "") << "untouched before commit";
+      if (row.commit) {
+        save.Commit();
+        EXPECT_EQ(N(save.GetTempFile().FullPath()), Native("prefs.xml")) << "temp names the target";
+        EXPECT_FALSE(std::filesystem::exists(tempPath));
+      }
     }
-    EXPECT_EQ(Read("prefs.xml"), "new contents") << "the destructor keeps the result";
+    EXPECT_FALSE(std::filesystem::exists(tempPath));
+    EXPECT_EQ(Read("prefs.xml"), row.commit ? "new contents" : "old contents");
     EXPECT_EQ(Entries().size(), 1u);
   }
 }
@@ -169,21 +178,6 @@ TEST_F(SafeSaveTest, TempFileThatCantBeMadeIsReportedForTheTarget) {
   }
   EXPECT_EQ(Read("ro/r.plist"), "old");
   EXPECT_EQ(std::distance(fs::directory_iterator(root_ / "ro"), {}), 1);
-}
-
-TEST_F(SafeSaveTest, AbandonedSaveRemovesItsTempFileAndLeavesTarget) {
-  Write("doc.txt", "original");
-  for (bool created : {true, false}) {
-    SCOPED_TRACE(created ? "temp created" : "temp never created");
-    std::string tempPath;
-    {
-      SafeSave save(File(Path("doc.txt")));
-      tempPath = created ? WriteTemp(save, "half written") : N(save.GetTempFile().FullPath());
-    }
-    EXPECT_FALSE(std::filesystem::exists(tempPath));
-    EXPECT_EQ(Read("doc.txt"), "original");
-    EXPECT_EQ(Entries().size(), 1u);
-  }
 }
 
 }  // namespace

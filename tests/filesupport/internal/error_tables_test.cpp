@@ -1,15 +1,18 @@
 // The translation of errno to the Windows codes the file tables are keyed by,
-// the tables themselves, and the path codec.
+// the tables themselves, the path codec, and where resource folders are found.
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <typeinfo>
 #include <utility>
 
+#include "filesupport/internal/AuxiliaryResources.h"
 #include "filesupport/internal/ErrorMapping.h"
 #include "filesupport/internal/PathCodec.h"
 #include "platform/FileSystem.h"
+#include "platform/HostInfo.h"
 #include "support/TempDirFixture.h"
 #include "tvxcore/filesupport/FileExceptions.h"
 
@@ -105,24 +108,19 @@ TEST(PathErrorMapping, ZeroIsQuietAndCopyTakesPathsFromTheRightSide) {
 }
 
 TEST(PathCodec, NamesRoundTripWhateverTheirBytesButZeroUnitsCantNameAFile) {
-  for (const std::string bytes :
-       {"plain", "caf\xC3\xA9", "\xF0\x9F\x8E\xB5 note", "bad\xFF\xFE", "\xC3", "over\xC0\xAF",
-        "\xED\xA0\x80x", "\xE2\x82", "\x80\x81\x82"}) {
-    std::string back;
-    ASSERT_TRUE(internal::ToNative(internal::FromNative(bytes), back));
-    EXPECT_EQ(back, bytes);
-  }
-  EXPECT_EQ(internal::FromNative("caf\xC3\xA9"), u"caf\u00E9");
-  EXPECT_EQ(internal::FromNative("a\xFF"), (UTF16String{u'a', 0xDCFF}));
   // Long names go through the block-at-a-time ASCII path: each of these
   // pieces, after a run of ASCII of every length across three blocks and
-  // before a long ASCII tail, decodes alike.
+  // before a long ASCII tail (or at the very end), decodes alike and encodes
+  // back to its bytes. Bytes that are no UTF-8 stand for themselves.
   const std::pair<std::string, UTF16String> pieces[] = {
       {"", u""},
       {"\xC3\xA9", u"\u00E9"},
       {"\xE2\x82\xAC", u"\u20AC"},
       {"\xF0\x9F\x8E\xB5", u"\U0001F3B5"},
       {"\xFF", UTF16String{0xDCFF}},
+      {"\x80", UTF16String{0xDC80}},              // a continuation byte alone
+      {"\xC0\xAF", UTF16String{0xDCC0, 0xDCAF}},  // an overlong form
+      {"\xC3", UTF16String{0xDCC3}},              // a sequence cut short
       {"\xE2\x82", UTF16String{0xDCE2, 0xDC82}},
       {"\xED\xA0\x80", UTF16String{0xDCED, 0xDCA0, 0xDC80}},
   };
@@ -152,3 +150,30 @@ TEST(PathCodec, NamesRoundTripWhateverTheirBytesButZeroUnitsCantNameAFile) {
   EXPECT_TRUE(internal::ToNative(UTF16String{0xD800, u'a'}, out));  // lone surrogate passes
   EXPECT_EQ(out, std::string("\xED\xA0\x80") + "a");
 }
+
+namespace {
+
+void Here() {}
+
+// Resource folders are looked for beside the module, in the share folder
+// next to it and beside the executable; the first that exists wins, and its
+// path must name the folder on disk even when that name isn't UTF-8.
+TEST(AuxiliaryResources, ShareFolderIsFoundEvenWhenItsNameIsNotUTF8) {
+  const std::string module = platform::ModuleDirectoryOf(reinterpret_cast<const void*>(&Here));
+  ASSERT_FALSE(module.empty());
+  const std::filesystem::path share = std::filesystem::path(module) / ".." / "share";
+  // A Latin-1 byte on disk, which the library's paths carry as U+DCE9.
+  const std::filesystem::path folder = share / "tvxcore" / "tvx-aux-dict\xE9";
+  std::filesystem::create_directories(folder);
+  const UTF16String path = filesupport::internal::GetAuxiliaryResourcesPath(
+      reinterpret_cast<const void*>(&Here), u"de.dict", u"tvx-aux-dict\xDCE9");
+  std::error_code ignored;
+  std::filesystem::remove(folder, ignored);
+  std::filesystem::remove(share / "tvxcore", ignored);  // only when empty
+  std::filesystem::remove(share, ignored);
+
+  const std::string dir = module + "/../share/tvxcore/";  // the build folder is ASCII
+  EXPECT_EQ(path, UTF16String(dir.begin(), dir.end()) + u"tvx-aux-dict\xDCE9/de.dict");
+}
+
+}  // namespace
