@@ -38,7 +38,12 @@ void ORLEByteStream::Put(unsigned char byte) {
     if (count_ > 2 && byte == pending_[count_ - 1] && byte == pending_[count_ - 2]) {
       // Three equal bytes end the literals and start a run of three.
       count_ -= 2;
-      WriteBlockToStream();
+      try {
+        WriteBlockToStream();
+      } catch (...) {
+        count_ += 2;  // the two bytes stay held back with the literals
+        throw;
+      }
       pending_[0] = byte;
       count_ = 3;
       inRun_ = true;
@@ -46,17 +51,27 @@ void ORLEByteStream::Put(unsigned char byte) {
     }
     pending_[count_] = byte;
   }
-  if (++count_ == kMaxBlock) WriteBlockToStream();
+  if (++count_ == kMaxBlock) {
+    try {
+      WriteBlockToStream();
+    } catch (...) {
+      --count_;  // the byte is not taken: the block stays one short of full
+      throw;
+    }
+  }
 }
 
+// The held-back bytes count as written only once `inner` took them all: a
+// failed write leaves them (a run's length included) for the next call.
 void ORLEByteStream::WriteBlockToStream() {
   auto header = static_cast<unsigned char>(count_ - 1);
+  int bytes = count_;
   if (inRun_ && header != 0) {
     header = static_cast<unsigned char>(-header);
-    count_ = 1;  // a run carries its byte once
+    bytes = 1;  // a run carries its byte once
   }
   inner_.Put(header);
-  inner_.WriteBlock(pending_, static_cast<std::uint32_t>(count_));
+  inner_.WriteBlock(pending_, static_cast<std::uint32_t>(bytes));
   count_ = 0;
 }
 

@@ -202,16 +202,40 @@ TEST(RLEByteStreams, HaveNoPositionsAndPassInnerFailuresThrough) {
   EXPECT_THROW(out.CurPos(), fs::byte_stream_exception);
   EXPECT_THROW(out.CurPos(3), fs::byte_stream_exception);
 
-  // A sink whose write fails: the held-back byte is still there for a later
-  // Flush once the sink takes it.
-  RecordingSink failing;
-  failing.failWrites = true;
-  StringRLEWriter toFailing(failing);
-  toFailing.Put('Z');
-  EXPECT_THROW(toFailing.Flush(), fs::io_error);
-  failing.failWrites = false;
-  toFailing.Flush();
-  EXPECT_EQ(failing.log.calls, std::string("P\0 P\0 WZ", 8));
+  // A sink whose block write fails at the last byte's Put or at Flush: the
+  // failing call leaves the held-back bytes as they were, so the same call
+  // made again writes the whole block once the sink takes it (the sink keeps
+  // the header it took the first time).
+  const struct {
+    const char* name;
+    std::string plain;
+    bool failsAtFlush;
+    std::string calls;
+  } failures[] = {
+      {"lone byte", "Z", true, std::string("P\0 P\0 WZ", 8)},
+      {"run keeps its length", "ZZZZZ", true, "P\xFC P\xFC WZ"},
+      {"literals ended by a run", "abccc", false, "P\x01 P\x01 Wab P\xFE Wc"},
+      {"full literal block", AllDifferent(128), false, "P\x7F P\x7F W" + AllDifferent(128)},
+  };
+  for (const auto& f : failures) {
+    SCOPED_TRACE(f.name);
+    RecordingSink failing;
+    failing.failWrites = true;
+    StringRLEWriter toFailing(failing);
+    const std::string head = f.plain.substr(0, f.plain.size() - 1);
+    for (char c : head) toFailing.Put(static_cast<unsigned char>(c));
+    const auto last = static_cast<unsigned char>(f.plain.back());
+    if (f.failsAtFlush) {
+      toFailing.Put(last);
+      EXPECT_THROW(toFailing.Flush(), fs::io_error);
+    } else {
+      EXPECT_THROW(toFailing.Put(last), fs::io_error);
+    }
+    failing.failWrites = false;
+    if (!f.failsAtFlush) toFailing.Put(last);
+    toFailing.Flush();
+    EXPECT_EQ(failing.log.calls, f.calls);
+  }
 }
 
 using StringCRCStream = tvxtest::Completed<fs::OCRCByteStream>;

@@ -38,8 +38,9 @@ namespace tvxcore::filesupport {
 // mean for the coded data.
 //
 // `inner` is not owned and must outlive this stream. Exceptions of `inner`
-// pass through and nothing is restored: the held-back bytes stay as they were
-// at the failing call. One thread at a time.
+// pass through; the held-back bytes stay as they were before the failing
+// call, so Put or Flush may be called again once `inner` takes bytes (what
+// `inner` kept of the failed block is its own). One thread at a time.
 class TVXCORE_EXPORT ORLEByteStream : public OByteStream {
  public:
   explicit ORLEByteStream(OByteStream& inner);
