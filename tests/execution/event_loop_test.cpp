@@ -38,6 +38,7 @@ bool LoopEndsInTime(const boost::shared_ptr<AsyncEventLoopAdaptor>& adaptor) {
 // runs an adaptor on a thread of its own.
 TEST(EventLoopAdaptor, RunQueuedFunctionsHandsFailuresToItsCaller) {
   auto adaptor = AdaptCurrentEventLoopAsExecutor(false);
+  EXPECT_EQ(adaptor->GetThreadCount(), 1);
   std::string log;
   ASSERT_TRUE(adaptor->CallAsynchronously([] { throw std::logic_error("reaches the caller"); }, 0));
   ASSERT_TRUE(adaptor->CallAsynchronously([&] { log += 'b'; }, 0));
